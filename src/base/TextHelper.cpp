@@ -1,0 +1,30 @@
+#include "base/TextHelper.h"
+
+#include <QStringList>
+
+#include <cmath>
+
+QString TextHelper::TimeToText(double seconds, bool withMilliseconds)
+{
+    const double rounded = std::isfinite(seconds) ? seconds * 1000.0 : 0.0;
+    const qint64 total = withMilliseconds ? std::llround(std::fabs(rounded))
+                                          : static_cast<qint64>(std::fabs(rounded) / 1000.0) * 1000;
+    const QChar zero = QLatin1Char('0');
+    QString text = QStringLiteral("%1:%2:%3")
+                       .arg(total / 3600000, 2, 10, zero)
+                       .arg(total / 60000 % 60, 2, 10, zero)
+                       .arg(total / 1000 % 60, 2, 10, zero);
+    if (withMilliseconds) {
+        text += QStringLiteral(".%1").arg(total % 1000, 3, 10, zero);
+    }
+    return rounded < 0.0 && total > 0 ? QLatin1Char('-') + text : text;
+}
+
+QString TextHelper::printLikeTable(const QMap<QString, QString> &rows, const QString &separator)
+{
+    QStringList lines;
+    for (auto it = rows.cbegin(); it != rows.cend(); ++it) {
+        lines << it.key() + separator + it.value();
+    }
+    return lines.join(QLatin1Char('\n'));
+}

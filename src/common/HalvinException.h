@@ -1,0 +1,22 @@
+#pragma once
+
+#include "common/BPExport.h"
+
+#include <stdexcept>
+#include <string>
+
+/// Thrown by the numerical code only. The text is "Class::function code: NNNN" with a four-digit code.
+class BIOPROCESSING_EXPORT HalvinException : public std::runtime_error
+{
+public:
+    HalvinException(const std::string &function, int code)
+        : std::runtime_error(function + " code: " + std::to_string(code))
+        , m_code(code)
+    {
+    }
+
+    int code() const noexcept { return m_code; }
+
+private:
+    int m_code;
+};

@@ -1,0 +1,13 @@
+#include "common/MetaTypes.h"
+
+namespace bp {
+
+void registerMetaTypes()
+{
+    // Qt 5 adds the converter to a sequential-iterable view together with the type.
+    qRegisterMetaType<std::vector<float>>("vector<float>");
+    qRegisterMetaType<std::vector<unsigned int>>("vector<unsigned int>");
+    qRegisterMetaType<std::vector<unsigned int>>("vector<uint>");
+}
+
+} // namespace bp

@@ -1,0 +1,289 @@
+#include "pipeline/DataCompound.h"
+
+#include "algorithms/UnitParams.h"
+#include "common/BPCommon.h"
+#include "devices/Amplifier.h"
+#include "montage/Montage.h"
+#include "pipeline/DataReader.h"
+
+#include <QThread>
+
+#include <cmath>
+
+namespace {
+
+constexpr int kPollAttempts = 50;
+constexpr unsigned long kPollMs = 100;
+
+} // namespace
+
+DataCompound::DataCompound(Amplifier *device, QSharedPointer<Montage> montage, QObject *parent)
+    : QObject(parent)
+{
+    setNewAmplifier(device, std::move(montage));
+}
+
+DataCompound::~DataCompound()
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::~DataCompound");
+    removeComponents();
+}
+
+bool DataCompound::setNewAmplifier(Amplifier *device, QSharedPointer<Montage> montage)
+{
+    const bool accepted = device != nullptr && !montage.isNull() && !montage->empty();
+    if (m_ready && (!accepted || device != m_device)) {
+        stopThread();
+    }
+    m_ready = accepted;
+    if (!accepted) {
+        BPCommon::log(BPCommon::LogReader, "DataCompound::setNewAmplifier error");
+        return false;
+    }
+    m_info = device->getAmplifierInfo();
+    m_device = device;
+    m_montage = std::move(montage);
+    prepeareThread();
+    return true;
+}
+
+void DataCompound::prepeareThread()
+{
+    createComponents();
+    m_reader->setNewMontage(m_device, m_montage);
+}
+
+void DataCompound::createComponents()
+{
+    if (m_reader == nullptr) {
+        m_thread = std::make_unique<QThread>();
+        m_reader = std::make_unique<DataReader>();
+        connectComponents();
+        m_reader->moveToThread(m_thread.get());
+    }
+    m_reader->setWriteStateTime(-1);
+}
+
+void DataCompound::connectComponents()
+{
+    DataReader *reader = m_reader.get();
+    connect(reader, &DataReader::currentTime, this, &DataCompound::recordDurationChanged);
+    connect(m_thread.get(), &QThread::started, reader, &DataReader::run);
+    connect(reader, &DataReader::finishThread, m_thread.get(), &QThread::quit);
+    connect(reader, &DataReader::deviceReturnError, this, &DataCompound::slotErrorCurrentDevice);
+    // By name: the names under which the vectors are registered are the contract.
+    connect(reader, SIGNAL(newData(vector<float>,int)), this, SLOT(takeCurrentData(vector<float>,int)));
+    connect(reader, SIGNAL(newImpedance(vector<uint>,int)), this, SLOT(takeCurrentImpedance(vector<uint>,int)));
+    connect(reader, &DataReader::endWritingAndCloseFile, this, &DataCompound::endWritingAndCloseFile);
+    connect(reader, &DataReader::annotationLabel, this, &DataCompound::currentLabel);
+    connect(reader, &DataReader::recordError, this, &DataCompound::recordError);
+}
+
+bool DataCompound::startReadData()
+{
+    setThreadRunning(true);
+    return true;
+}
+
+bool DataCompound::stopReadData()
+{
+    setThreadRunning(false);
+    return true;
+}
+
+void DataCompound::setThreadRunning(bool running)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::setThreadRunning %i", running);
+    if (!m_ready) {
+        return;
+    }
+    if (running) {
+        startThread();
+    } else {
+        askThreadToStop();
+    }
+}
+
+void DataCompound::startThread()
+{
+    if (!m_running && m_thread->isRunning()) {
+        waitForThread(); // still ending from the stop before: a start now would be lost
+    }
+    m_running = true;
+    m_reader->runningThread(true);
+    m_thread->start(QThread::HighestPriority);
+    m_thread->start(QThread::InheritPriority); // kept: no effect on a running thread
+}
+
+void DataCompound::askThreadToStop()
+{
+    m_running = false;
+    if (m_thread->isRunning()) {
+        m_reader->runningThread(false);
+        emit m_reader->finishThread();
+    }
+}
+
+void DataCompound::stopThread()
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::setThreadRunning %i", 0);
+    askThreadToStop();
+    if (!waitForThread()) {
+        m_thread->terminate();
+        m_thread->wait();
+    }
+}
+
+bool DataCompound::waitForThread()
+{
+    for (int attempt = 0; attempt < kPollAttempts; ++attempt) {
+        if (m_thread->wait(kPollMs)) {
+            return true;
+        }
+    }
+    return !m_thread->isRunning();
+}
+
+void DataCompound::removeComponents()
+{
+    if (m_reader == nullptr) {
+        return;
+    }
+    stopThread();
+    disconnect(m_reader.get(), nullptr, nullptr, nullptr);
+    disconnect(m_thread.get(), nullptr, m_reader.get(), nullptr);
+    m_reader.reset();
+    m_thread.reset();
+}
+
+bool DataCompound::isRecording() const
+{
+    if (m_reader == nullptr) {
+        BPCommon::log(BPCommon::LogReader, "DataCompound::isRecording error");
+        return false;
+    }
+    return m_reader->isRecording();
+}
+
+bool DataCompound::isDataCompoundReady() const
+{
+    return m_ready;
+}
+
+Amplifier *DataCompound::getAmplifier() const
+{
+    return m_device;
+}
+
+void DataCompound::startRecord(const QString &path, bool edf, bool rhythm, int seconds)
+{
+    createComponents();
+    m_reader->setWriteStateTime(seconds);
+    m_reader->setRecordPath(path);
+    setStartWriteDataFlag(edf, rhythm);
+    emit recordStarted(path);
+    emit recordDurationChanged(0);
+}
+
+void DataCompound::stopRecord()
+{
+    if (m_reader == nullptr) {
+        return;
+    }
+    const QString path = m_reader->getRecordPath();
+    setStartWriteDataFlag(false, false);
+    emit recordStopped(path);
+}
+
+void DataCompound::setStartWriteDataFlag(bool edf, bool rhythm)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::setStartWriteDataFlag %i", edf);
+    if (m_reader != nullptr) {
+        m_reader->setWriteDataFlag(edf, rhythm);
+    }
+}
+
+void DataCompound::setPatientInfo(const PatientInfo &patient)
+{
+    if (m_reader != nullptr) {
+        m_reader->setPatientInfo(patient);
+    }
+}
+
+void DataCompound::setLabelToEDFAt(const QString &label, double seconds)
+{
+    if (isRecording()) {
+        m_reader->setLabelToEdfAt(label, std::llround(seconds * 1000.0));
+    }
+}
+
+void DataCompound::setAlgorithmClass(CustomAlgorithm *algorithm)
+{
+    if (m_reader != nullptr) {
+        m_reader->setAlgorithmClass(algorithm);
+    }
+}
+
+void DataCompound::setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::setAlgorithmParams %i", params.size());
+    if (m_reader != nullptr) {
+        m_reader->setAlgorithmParams(receiver, params);
+    }
+}
+
+void DataCompound::resetAlgorithm(const std::vector<UnitParams> &params)
+{
+    if (m_reader != nullptr) {
+        m_reader->resetAlgorithm(params);
+    }
+}
+
+void DataCompound::updateAlgorithm(const std::vector<UnitParams> &params)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::updateAlgorithm %i", params.size());
+    if (m_reader != nullptr) {
+        m_reader->updateAlgorithm(params);
+    }
+}
+
+void DataCompound::updateAlgorithm(const UnitParams &params)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::updateAlgorithm");
+    if (m_reader != nullptr) {
+        m_reader->updateAlgorithm(params);
+    }
+}
+
+void DataCompound::slotErrorCurrentDevice(int code)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::slotErrorCurrentDevice %i", code);
+    emit currentDeviceReturnError(code);
+}
+
+void DataCompound::slotSetLabelToEDF(const QString &label)
+{
+    if (isRecording()) {
+        m_reader->slotSetLabelToEdf(label);
+    }
+}
+
+void DataCompound::slotTakeCurrentState(unsigned char state)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::slotTakeCurrentState %i", state);
+    if (m_reader != nullptr) {
+        m_reader->setCurrentState(state);
+    }
+}
+
+void DataCompound::takeCurrentData(vector<float> data, int count)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::takeCurrentData %i", count);
+    emit newSampleData(data, count);
+}
+
+void DataCompound::takeCurrentImpedance(vector<unsigned int> impedance, int count)
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::takeCurrentImpedance %i", count);
+    emit newSampleImpedance(impedance, count);
+}

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "common/BPExport.h"
+#include "common/MetaTypes.h"
+#include "devices/AmplifierInfo.h"
+#include "files/PatientInfo.h"
+
+#include <QObject>
+#include <QSharedPointer>
+#include <QString>
+
+#include <memory>
+
+class Amplifier;
+class CustomAlgorithm;
+class DataReader;
+class Montage;
+class QThread;
+class UnitParams;
+
+/// What a host holds for one acquiring device: the worker thread, the reader that lives on it, and the signals that
+/// bring its data home.
+///
+/// Lives on the host's thread, which needs an event loop; all signals are emitted there. A recording is started and
+/// stopped at any time while acquiring.
+class BIOPROCESSING_EXPORT DataCompound : public QObject
+{
+    Q_OBJECT
+public:
+    /// @param device borrowed; it must outlive this object or the next setNewAmplifier()
+    DataCompound(Amplifier *device, QSharedPointer<Montage> montage, QObject *parent = nullptr);
+    /// Stops the thread (five seconds at most, then it is terminated) and closes a recording.
+    ~DataCompound() override;
+
+    /// Takes a device and a montage. Another montage of the same device is taken up while acquiring; with another
+    /// device acquisition stops first.
+    /// @return false, and nothing is ready, when the device is null or the montage null or empty
+    bool setNewAmplifier(Amplifier *device, QSharedPointer<Montage> montage);
+
+    /// Both return true always; they do nothing while not ready.
+    bool startReadData();
+    bool stopReadData();
+    void setThreadRunning(bool running);
+
+    bool isRecording() const;
+    bool isDataCompoundReady() const;
+    Amplifier *getAmplifier() const;
+
+    /// @param path    of the EDF+ file
+    /// @param edf     record the signals
+    /// @param rhythm  record the rhythms
+    /// @param seconds the recording ends by itself after this time; 0 records until stopRecord()
+    void startRecord(const QString &path, bool edf, bool rhythm, int seconds);
+    void stopRecord();
+    void setStartWriteDataFlag(bool edf, bool rhythm);
+    void setPatientInfo(const PatientInfo &patient);
+    /// Writes a label at a given time of the recording, for devices whose time is not the clock's (a recording that is
+    /// played faster). Answered by currentLabel().
+    /// @param seconds from the start of the recording
+    void setLabelToEDFAt(const QString &label, double seconds);
+
+    /// As the reader's operations of the same names.
+    void setAlgorithmClass(CustomAlgorithm *algorithm);
+    void setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params);
+    void resetAlgorithm(const std::vector<UnitParams> &params);
+    void updateAlgorithm(const std::vector<UnitParams> &params);
+    void updateAlgorithm(const UnitParams &params);
+
+signals:
+    /// For the host's own use.
+    void removeAlgorhythm(const QString &name);
+    void setTextToEdf(const QString &text);
+    void endWritingAndCloseFile();
+    /// Milliseconds since the recording started.
+    void recordDurationChanged(qint64 milliseconds);
+    /// Planar block in µV; count leading values are valid, montage channel i at [i·n, i·n + n).
+    void newSampleData(const vector<float> &data, int count);
+    void newSampleImpedance(const vector<unsigned int> &impedance, int count);
+    void recordStarted(const QString &path);
+    void recordStopped(const QString &path);
+    /// −1 when the device refused to start, otherwise its own code. Acquisition has ended; stopReadData() is still due.
+    void currentDeviceReturnError(int code);
+    void currentLabel(const QString &time, const QString &label);
+    /// One sentence on why a recording did not start or lost data.
+    void recordError(const QString &reason);
+
+public slots:
+    void slotErrorCurrentDevice(int code);
+    void slotSetLabelToEDF(const QString &label);
+    void slotTakeCurrentState(unsigned char state);
+    void takeCurrentData(vector<float> data, int count);
+    void takeCurrentImpedance(vector<unsigned int> impedance, int count);
+
+private:
+    void prepeareThread();
+    void createComponents();
+    void connectComponents();
+    void startThread();
+    void askThreadToStop();
+    void stopThread();
+    bool waitForThread();
+    void removeComponents();
+
+    bool m_running = false;
+    bool m_ready = false;
+    std::unique_ptr<QThread> m_thread;
+    std::unique_ptr<DataReader> m_reader;
+    Amplifier *m_device = nullptr;
+    QSharedPointer<Montage> m_montage;
+    AmplifierInfo m_info;
+};

@@ -1,0 +1,495 @@
+#include "pipeline/DataReader.h"
+
+#include "algorithms/AlgorithmManager.h"
+#include "algorithms/CustomAlgorithm.h"
+#include "base/TextHelper.h"
+#include "devices/Amplifier.h"
+#include "devices/AmplifierChannel.h"
+#include "files/EDFWriter.h"
+#include "filters/ChannelFilterBank.h"
+#include "montage/BipolarMontage.h"
+#include "montage/Montage.h"
+#include "pipeline/MontageMix.h"
+#include "pipeline/TaskQueue.h"
+
+#include <QDateTime>
+#include <QThread>
+
+#include <algorithm>
+
+namespace {
+
+constexpr qint64 kDefaultWriteStateMs = 10000;
+constexpr int kLeastSleepMs = 5;
+constexpr std::size_t kAverageSamples = 1048576;
+
+qint64 nowMs()
+{
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+/// A device channel number from a montage; none when the device has no such channel.
+unsigned knownChannel(unsigned number, unsigned channels)
+{
+    return number <= channels ? number : 0;
+}
+
+unsigned referentNumber(int number, unsigned channels)
+{
+    return number > 0 ? knownChannel(static_cast<unsigned>(number), channels) : 0;
+}
+
+} // namespace
+
+DataReader::DataReader(QObject *parent)
+    : QObject(parent)
+    , m_writeStateMs(kDefaultWriteStateMs)
+    , m_tasks(std::make_unique<bp::TaskQueue>())
+    , m_edfWriter(std::make_unique<EDFWriter>())
+    , m_algorithms(new AlgorithmManager(this))
+    , m_table(std::make_unique<bp::MontageTable>())
+    , m_filters(std::make_unique<bp::ChannelFilterBank>())
+    , m_average(kAverageSamples)
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::DataReader");
+    bp::registerMetaTypes();
+}
+
+DataReader::~DataReader()
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::~DataReader");
+    BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
+    m_edfWriter.reset();
+    delete m_algorithms;
+}
+
+// --- Settings, from any thread ---
+
+void DataReader::setNewMontage(Amplifier *device, QSharedPointer<Montage> montage)
+{
+    if (device == nullptr || montage.isNull()) {
+        BPCommon::log(BPCommon::LogReader, "DataReader::setNewMontage no device or no montage");
+        return;
+    }
+    m_tasks->post([this, device, montage] { attach(device, montage); });
+}
+
+bool DataReader::isThreadRunning() const
+{
+    return m_running.load();
+}
+
+bool DataReader::isRecording() const
+{
+    return m_writeEdf.load();
+}
+
+void DataReader::setRecordPath(const QString &path)
+{
+    m_recordPath = path;
+}
+
+QString DataReader::getRecordPath() const
+{
+    return m_recordPath;
+}
+
+void DataReader::setPatientInfo(const PatientInfo &patient)
+{
+    m_tasks->post([this, patient] {
+        m_patient = patient;
+        m_edfWriter->setPatientInfo(patient);
+    });
+}
+
+void DataReader::setWriteStateTime(int seconds)
+{
+    m_writeStateMs.store(qint64 {seconds} * 1000);
+}
+
+void DataReader::setWriteDataFlag(bool edf, bool rhythm)
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::setWriteDataFlag %i", edf);
+    m_writeEdf.store(edf);
+    m_tasks->post([this, edf, rhythm, path = m_recordPath] { applyWriteFlags(edf, rhythm, path); });
+}
+
+void DataReader::setCurrentState(unsigned char state)
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::setCurrentState Current state %i", state);
+    m_tasks->post([this, state, at = nowMs()] {
+        if (m_recordingEdf) {
+            m_edfWriter->addAnnotationAt(std::max<qint64>(0, at - m_edfStartMs), QString::number(state));
+        }
+    });
+}
+
+void DataReader::slotSetLabelToEdf(const QString &label)
+{
+    m_tasks->post([this, label, at = nowMs()] { annotate(label, std::max<qint64>(0, at - m_edfStartMs)); });
+}
+
+void DataReader::setLabelToEdfAt(const QString &label, qint64 elapsedMs)
+{
+    m_tasks->post([this, label, elapsedMs] { annotate(label, std::max<qint64>(0, elapsedMs)); });
+}
+
+void DataReader::setAlgorithmClass(CustomAlgorithm *algorithm)
+{
+    if (algorithm == nullptr) {
+        return;
+    }
+    algorithm->moveToThread(thread()); // results must reach other algorithms on the loop's thread
+    m_tasks->post([this, algorithm] { m_algorithms->addAlgorithm(algorithm); });
+}
+
+void DataReader::setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params)
+{
+    m_tasks->post([this, receiver, params] { m_algorithms->setAlgorithmParams(receiver, params); });
+}
+
+void DataReader::resetAlgorithm(const std::vector<UnitParams> &params)
+{
+    m_tasks->post([this, params] { m_algorithms->resetAlgorithm(params); });
+}
+
+void DataReader::updateAlgorithm(const std::vector<UnitParams> &params)
+{
+    m_algorithms->updateAlgorithm(params);
+}
+
+void DataReader::updateAlgorithm(const UnitParams &params)
+{
+    m_algorithms->updateAlgorithm(params);
+}
+
+CustomAlgorithm *DataReader::getAlgorithmClass(const UnitParams &params)
+{
+    m_tasks->post([this, params] { m_algorithms->findAlgorithm(params.getName(), params.getParamDescriptor()); });
+    return nullptr;
+}
+
+void DataReader::runningThread(bool running)
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::runningThread %i", running);
+    if (running) {
+        // What is still asked for from the run before ends here and not in run(), so that a recording which is asked
+        // for between the start of the thread and its first block is not lost. A file that is open stays open.
+        m_writeEdf.store(false);
+        m_tasks->post([this] { m_recordingEdf = m_recordingRhythm = m_timing = false; });
+    }
+    m_running.store(running);
+    emit runningChanged(running);
+}
+
+// --- Montage ---
+
+void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montage)
+{
+    const float frequency = device->getFreqValue();
+    endRecordingThatNoLongerFits(static_cast<int>(montage->size()), frequency);
+    m_filters->clear(); // it borrows the filters of the montage before
+    m_montage = montage;
+    m_montage->removeChannelFilterList();
+    m_device = device;
+    m_info = device->getAmplifierInfo();
+    m_frequency = frequency;
+    m_montage->setCurrentSampleFreq(frequency);
+    m_montage->createChannelFilterList();
+    m_algorithms->setMontage(m_info, m_montage);
+    resizeWorkBuffers();
+    chooseHandlers();
+}
+
+void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
+{
+    if (!m_edfWriter->isFileOpened()
+        || (static_cast<int>(m_table->size()) == channels && static_cast<int>(m_frequency) == static_cast<int>(frequency))) {
+        return;
+    }
+    closeRecording();
+    m_recordingEdf = false;
+    m_writeEdf.store(false);
+    m_timing = m_recordingRhythm;
+    emit recordError(QStringLiteral("The recording was closed: the new montage has other channels or another rate."));
+}
+
+void DataReader::resizeWorkBuffers()
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::resizeWorkBuffers");
+    fillMontageTable();
+    m_halfSecond = std::max(1, static_cast<int>(m_frequency * 0.5f)); // one sample at least, below 2 Hz too
+    setBufferSizes(static_cast<std::size_t>(m_halfSecond) * static_cast<std::size_t>(std::max(0, m_info.channels())));
+}
+
+void DataReader::fillMontageTable()
+{
+    const unsigned size = m_montage->size();
+    const auto channels = static_cast<unsigned>(std::max(0, m_info.channels()));
+    const Montage_Type type = m_montage->getType();
+    std::vector<std::vector<AbstractFilter *>> filters(size);
+    *m_table = {std::vector<unsigned>(size), std::vector<unsigned>(size), std::vector<float>(size)};
+    for (unsigned i = 0; i < size; ++i) {
+        const AmplifierChannel *channel = m_montage->getData()[i];
+        const unsigned group2 = channel->getGroup2();
+        m_table->group1[i] = knownChannel(channel->getGroup1(), channels);
+        m_table->group2[i] = type == Montage_Usual ? knownChannel(group2, channels)
+            : type == Montage_Average && group2 > 2 && group2 - 2 > channels ? 1
+                                                                             : group2;
+        m_table->scale[i] = channel->getScale();
+        if (m_table->group1[i] != channel->getGroup1() || m_table->group2[i] != group2) {
+            BPCommon::log(BPCommon::LogReader, "DataReader::resizeWorkBuffers channel %s reads an input that the device lacks",
+                          channel->getName());
+        }
+        for (const auto &filter : channel->getFilterRef().objects) {
+            filters[i].push_back(filter.get());
+        }
+    }
+    m_leftReferent = m_rightReferent = 0;
+    if (const auto *bipolar = dynamic_cast<const BipolarMontage *>(m_montage.data())) {
+        m_leftReferent = referentNumber(bipolar->getLeftReferent().number, channels);
+        m_rightReferent = referentNumber(bipolar->getRightReferent().number, channels);
+    }
+    m_filters->setChannels(filters);
+}
+
+void DataReader::setBufferSizes(std::size_t rawSize)
+{
+    // A montage may have more channels than the device; its block then needs more room than the device's.
+    const std::size_t channels = static_cast<std::size_t>(std::max(1, m_info.channels()));
+    const std::size_t outputSize = std::max(rawSize, rawSize / channels * m_table->size());
+    m_raw.resize(rawSize);
+    m_unfiltered.resize(outputSize);
+    m_filtered.resize(outputSize);
+}
+
+void DataReader::chooseHandlers()
+{
+    if (m_device->isFilterFreeData()) {
+        m_blockHandler = &DataReader::acceptReadDataWFree;
+        m_montageHandler = &DataReader::acceptMontageFilterFree;
+        return;
+    }
+    switch (m_montage->getType()) {
+    case Montage_Usual:
+        m_montageHandler = &DataReader::acceptMontageAll;
+        break;
+    case Montage_Bipolar:
+        m_montageHandler = &DataReader::acceptBPMontageAll;
+        break;
+    case Montage_Average:
+        m_montageHandler = &DataReader::acceptAvMontageAll;
+        break;
+    }
+}
+
+// --- The road of a block, in its order ---
+
+void DataReader::run()
+{
+    m_tasks->enter();
+    if (startDevice()) {
+        int remainder = 0;
+        int samples = 0;
+        while (m_running.load()) {
+            m_tasks->runPending();
+            m_algorithms->updateProperties();
+            samples = readBlock(remainder);
+            if (samples < 0) {
+                break;
+            }
+            (this->*m_blockHandler)();
+            sleepUntilNextPoll(m_algorithms->processData(m_samples, m_unfiltered, m_filtered));
+            keepRecordingTime();
+        }
+        if (samples < 0) {
+            BPCommon::log(BPCommon::LogReader, "DataReader::run Error code = %i", samples);
+            emit deviceReturnError(samples); // the device is left as it is: it has ended by itself
+        } else {
+            m_device->stopAcquisition();
+        }
+    }
+    m_tasks->leave();
+}
+
+bool DataReader::startDevice()
+{
+    if (m_device == nullptr || !m_device->startAcquisition()) {
+        emit deviceReturnError(-1);
+        return false;
+    }
+    m_pollMs = m_device->readPeriodMs();
+    m_device->setReadBufferSize(static_cast<int>(m_raw.size()));
+    return true;
+}
+
+/// Fills the raw block; m_samples per channel. Returns a negative code when the device has failed.
+int DataReader::readBlock(int &remainder)
+{
+    m_samples = 0;
+    if (m_timing) {
+        m_elapsedMs = nowMs() - m_startMs;
+    }
+    int samples = m_device->readData(static_cast<int>(m_raw.size()), m_raw.data(), remainder);
+    const auto channels = static_cast<std::size_t>(std::max(0, m_info.channels()));
+    if (samples >= 0 && remainder > 0) {
+        BPCommon::log(BPCommon::LogReader, "DataReader::run remainder = %i", remainder);
+        const std::size_t taken = channels * static_cast<std::size_t>(samples);
+        setBufferSizes(std::max(m_raw.size(), taken + static_cast<std::size_t>(remainder)));
+        const int room = static_cast<int>(m_raw.size() - taken);
+        remainder = -1;
+        // The tail fills the buffer behind the block; the block stays as long as the first call made it.
+        const int tail = m_device->readData(room, m_raw.data() + taken, remainder);
+        samples = tail < 0 ? tail : samples;
+    }
+    if (samples > 0) {
+        const std::size_t fit = channels > 0 ? m_raw.size() / channels : 0;
+        m_samples = static_cast<unsigned>(std::min({static_cast<std::size_t>(samples), fit, m_average.size()}));
+    }
+    return samples;
+}
+
+void DataReader::acceptReadDataAll()
+{
+    if (m_samples > 0) {
+        computeMontage();
+        publishBlock();
+        recordBlock();
+    }
+}
+
+void DataReader::acceptReadDataWFree()
+{
+    if (m_samples > 0) {
+        computeMontage();
+        BPCommon::log(BPCommon::LogReader, "DataReader::acceptReadDataWFree emit newData %i %i %i",
+                      m_table->size() * m_samples, m_filtered.size(), m_raw.size());
+        publishBlock();
+    }
+}
+
+void DataReader::computeMontage()
+{
+    (this->*m_montageHandler)({m_raw.data(), static_cast<unsigned>(m_info.channels()), m_samples});
+}
+
+void DataReader::acceptMontageAll(const bp::RawBlock &raw)
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::acceptMontageAll %i %i", m_table->size(), m_samples);
+    bp::mixUsual(raw, *m_table, m_filtered.data());
+    filterChannels();
+}
+
+void DataReader::acceptMontageFilterFree(const bp::RawBlock &raw)
+{
+    BPCommon::log(BPCommon::LogReader, "DataReader::acceptMontageFilterFree %i", m_table->size());
+    bp::mixUsual(raw, *m_table, m_filtered.data());
+    std::copy(m_filtered.begin(), m_filtered.end(), m_unfiltered.begin());
+}
+
+void DataReader::acceptBPMontageAll(const bp::RawBlock &raw)
+{
+    bp::mixBipolar(raw, *m_table, m_leftReferent, m_rightReferent, m_filtered.data());
+    m_filters->process(m_filtered.data(), m_samples); // the unfiltered block is left alone: kept as hosts know it
+}
+
+void DataReader::acceptAvMontageAll(const bp::RawBlock &raw)
+{
+    bp::averageReference(raw, *m_table, m_average.data());
+    BPCommon::log(BPCommon::LogReader, "DataReader::acceptMontageAll %i %i", m_table->size(), m_samples);
+    bp::mixAverage(raw, *m_table, m_average.data(), m_filtered.data());
+    filterChannels();
+}
+
+void DataReader::filterChannels()
+{
+    std::copy_n(m_filtered.begin(), std::size_t {m_table->size()} * m_samples, m_unfiltered.begin());
+    m_filters->process(m_filtered.data(), m_samples);
+}
+
+void DataReader::publishBlock()
+{
+    if (m_device->isImpedanceReady(m_impedance)) {
+        emit newImpedance(m_impedance, static_cast<int>(m_impedance.size()));
+    }
+    emit newData(m_filtered, static_cast<int>(m_table->size() * m_samples));
+}
+
+void DataReader::recordBlock()
+{
+    if (!m_edfWriter->writeData(m_samples, m_filtered.data()) && !m_writeFailed) {
+        m_writeFailed = true;
+        emit recordError(m_edfWriter->lastError());
+    }
+}
+
+void DataReader::sleepUntilNextPoll(int algorithmMs)
+{
+    const bool behind = static_cast<int>(m_samples) >= m_halfSecond || m_pollMs < algorithmMs;
+    QThread::msleep(static_cast<unsigned long>(behind ? kLeastSleepMs : m_pollMs - algorithmMs));
+}
+
+void DataReader::keepRecordingTime()
+{
+    m_elapsedMs = m_timing ? nowMs() - m_startMs : 0;
+    if (m_elapsedMs > 0) {
+        emit currentTime(m_elapsedMs);
+    }
+    const qint64 limit = m_writeStateMs.load();
+    if (m_timing && limit >= 1 && m_elapsedMs >= limit) {
+        BPCommon::log(BPCommon::LogReader, "DataReader::setWriteDataFlag %i", 0);
+        m_writeEdf.store(false);
+        applyWriteFlags(false, false, QString());
+    }
+}
+
+// --- Recording ---
+
+void DataReader::applyWriteFlags(bool edf, bool rhythm, const QString &path)
+{
+    if (edf != m_recordingEdf) {
+        m_recordingEdf = edf && makeEDFFileReader(path);
+        m_blockHandler = m_recordingEdf ? &DataReader::acceptReadDataAll : &DataReader::acceptReadDataWFree;
+        if (!m_recordingEdf) {
+            closeRecording();
+        }
+    }
+    m_writeEdf.store(m_recordingEdf);
+    m_recordingRhythm = rhythm;
+    m_timing = m_recordingEdf || m_recordingRhythm;
+    m_elapsedMs = 0;
+    m_startMs = nowMs();
+}
+
+bool DataReader::makeEDFFileReader(const QString &path)
+{
+    m_writeFailed = false;
+    if (!m_edfWriter->prepareWriter(path, m_montage, static_cast<int>(m_frequency))) {
+        emit recordError(m_edfWriter->lastError());
+        return false;
+    }
+    m_edfWriter->takeStartTime();
+    m_edfStartMs = nowMs();
+    if (m_patient) {
+        m_edfWriter->setPatientInfo(*m_patient);
+    }
+    return true;
+}
+
+void DataReader::closeRecording()
+{
+    m_edfWriter->resetStartTime();
+    m_edfWriter->clearShift();
+    if (m_edfWriter->isFileOpened()) {
+        m_edfWriter->close();
+    }
+    emit endWritingAndCloseFile();
+}
+
+void DataReader::annotate(const QString &label, qint64 elapsedMs)
+{
+    const auto written = m_edfWriter->addAnnotationAt(elapsedMs, label);
+    emit annotationLabel(written.first ? TextHelper::TimeToText(static_cast<double>(written.second) / 1000.0, true)
+                                       : QStringLiteral("-"),
+                         label);
+}

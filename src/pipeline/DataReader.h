@@ -1,0 +1,180 @@
+#pragma once
+
+#include "common/BPCommon.h"
+#include "common/BPExport.h"
+#include "common/MetaTypes.h"
+#include "devices/AmplifierInfo.h"
+#include "files/PatientInfo.h"
+
+#include <QObject>
+#include <QSharedPointer>
+#include <QString>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+
+class AlgorithmManager;
+class Amplifier;
+class CustomAlgorithm;
+class EDFWriter;
+class Montage;
+class UnitParams;
+
+namespace bp {
+class ChannelFilterBank;
+class TaskQueue;
+struct MontageTable;
+struct RawBlock;
+} // namespace bp
+
+/// The loop of one acquiring device: read a block, re-reference and filter it, publish it, record it, run the
+/// algorithms, sleep.
+///
+/// Lives on a worker thread (DataCompound owns both); run() is that thread's work. Every public operation may be called
+/// from the owner's thread at any time: what touches the loop's state is handed to the loop, which does it before its
+/// next block; while no loop runs it is done at once. Blocks are planar: montage channel i occupies [i·n, i·n + n).
+class BIOPROCESSING_EXPORT DataReader : public QObject
+{
+    Q_OBJECT
+public:
+    explicit DataReader(QObject *parent = nullptr);
+    /// Closes a recording that is still open. The loop must have ended.
+    ~DataReader() override;
+
+    /// Attaches a device (borrowed; it must outlive the reader or the next call) and the montage to compute from it.
+    ///
+    /// The montage's filters are built anew for the device's rate. A recording goes on when channel count and rate stay
+    /// as they are; otherwise it is closed and recordError() says so. Input numbers beyond the device's channels count
+    /// as none.
+    void setNewMontage(Amplifier *device, QSharedPointer<Montage> montage);
+
+    /// Whether the loop is wanted to run.
+    bool isThreadRunning() const;
+    /// Whether an EDF recording is wanted: true from the request on, false again when the file could not be opened.
+    bool isRecording() const;
+
+    /// Path of the next EDF file; the owner's thread only.
+    void setRecordPath(const QString &path);
+    QString getRecordPath() const;
+    /// Written into the recording that is open, and into every one opened later.
+    void setPatientInfo(const PatientInfo &patient);
+    /// A recording ends by itself after this time; below 1 it does not. 10 s unless set.
+    void setWriteStateTime(int seconds);
+
+    /// Starts and stops recording: the EDF file at the record path, and the rhythms. Any call restarts the clock of a
+    /// recording that goes on. A file that cannot be opened is told by recordError() and endWritingAndCloseFile().
+    void setWriteDataFlag(bool edf, bool rhythm);
+    /// Writes the number of a mental state as an annotation, while recording.
+    void setCurrentState(unsigned char state);
+    /// As slotSetLabelToEdf(), at a given time.
+    /// @param elapsedMs milliseconds from the start of the recording, at least 0
+    void setLabelToEdfAt(const QString &label, qint64 elapsedMs);
+
+    /// Adds an algorithm and takes it over. Call it on the thread on which the algorithm lives.
+    void setAlgorithmClass(CustomAlgorithm *algorithm);
+    /// @param receiver has the slot takeAlgorithmData(QString,UnitParams,uint,vector<float>); borrowed
+    void setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params);
+    void resetAlgorithm(const std::vector<UnitParams> &params);
+    void updateAlgorithm(const std::vector<UnitParams> &params);
+    void updateAlgorithm(const UnitParams &params);
+    /// Looks the algorithm up and always returns null: it belongs to the loop's thread and must not be reached from here.
+    CustomAlgorithm *getAlgorithmClass(const UnitParams &params);
+
+signals:
+    void finishThread();
+    void endWritingAndCloseFile();
+    void runningChanged(bool running);
+    /// −1 when there is no device or it refused to start, otherwise the device's own code. The loop has ended.
+    void deviceReturnError(int code);
+    /// Milliseconds since the recording started.
+    void currentTime(qint64 milliseconds);
+    /// @param data  filtered block in µV; its size is the buffer's capacity
+    /// @param count leading values that are valid: montage channels × samples
+    void newData(const vector<float> &data, int count);
+    /// @param impedance one value per device channel, in the device's unit
+    void newImpedance(const vector<unsigned int> &impedance, int count);
+    /// Answers a label: the time from the start of the recording as text, or "-" when it was not written.
+    void annotationLabel(const QString &time, const QString &label);
+    /// One sentence on why a recording did not start or lost data; once per recording.
+    void recordError(const QString &reason);
+
+public slots:
+    /// The loop; connected to the worker thread's started().
+    void run();
+    void runningThread(bool running);
+    /// Writes a label at the present time, while recording; answered by annotationLabel().
+    void slotSetLabelToEdf(const QString &label);
+
+private:
+    using BlockHandler = void (DataReader::*)();
+    using MontageHandler = void (DataReader::*)(const bp::RawBlock &);
+
+    void attach(Amplifier *device, const QSharedPointer<Montage> &montage);
+    void endRecordingThatNoLongerFits(int channels, float frequency);
+    void resizeWorkBuffers();
+    void fillMontageTable();
+    void setBufferSizes(std::size_t rawSize);
+    void chooseHandlers();
+
+    bool startDevice();
+    int readBlock(int &remainder);
+    void sleepUntilNextPoll(int algorithmMs);
+    void keepRecordingTime();
+
+    void acceptReadDataAll();
+    void acceptReadDataWFree();
+    void acceptMontageAll(const bp::RawBlock &raw);
+    void acceptMontageFilterFree(const bp::RawBlock &raw);
+    void acceptBPMontageAll(const bp::RawBlock &raw);
+    void acceptAvMontageAll(const bp::RawBlock &raw);
+    void computeMontage();
+    void filterChannels();
+    void publishBlock();
+    void recordBlock();
+
+    void applyWriteFlags(bool edf, bool rhythm, const QString &path);
+    bool makeEDFFileReader(const QString &path);
+    void closeRecording();
+    void annotate(const QString &label, qint64 elapsedMs);
+
+    // Set from any thread.
+    std::atomic<bool> m_running {false};
+    std::atomic<bool> m_writeEdf {false};
+    std::atomic<qint64> m_writeStateMs;
+
+    // The owner's thread.
+    QString m_recordPath;
+
+    // Everything below belongs to whoever holds the floor of m_tasks: the loop, or a task while no loop runs.
+    std::unique_ptr<bp::TaskQueue> m_tasks;
+    bool m_recordingEdf = false;
+    bool m_recordingRhythm = false;
+    bool m_timing = false;
+    bool m_writeFailed = false;
+    qint64 m_startMs = 0;    ///< start of the recording's clock, ms since the epoch
+    qint64 m_edfStartMs = 0; ///< start of the EDF file, from which labels count
+    qint64 m_elapsedMs = 0;
+    std::optional<PatientInfo> m_patient;
+    std::unique_ptr<EDFWriter> m_edfWriter;
+    AlgorithmManager *m_algorithms; ///< owned; a QObject child, so that it follows the reader to its thread
+
+    Amplifier *m_device = nullptr;
+    AmplifierInfo m_info;
+    QSharedPointer<Montage> m_montage;
+    float m_frequency = 0.0f;
+    int m_pollMs = 0;
+    int m_halfSecond = 0; ///< samples per channel that the buffers are sized for
+    unsigned m_samples = 0; ///< samples per channel in the current block
+    unsigned m_leftReferent = 0;
+    unsigned m_rightReferent = 0;
+    std::unique_ptr<bp::MontageTable> m_table;
+    std::unique_ptr<bp::ChannelFilterBank> m_filters;
+    BlockHandler m_blockHandler = &DataReader::acceptReadDataWFree;
+    MontageHandler m_montageHandler = &DataReader::acceptMontageAll;
+    std::vector<float> m_raw;
+    std::vector<float> m_unfiltered;
+    std::vector<float> m_filtered;
+    std::vector<float> m_average;
+    std::vector<unsigned int> m_impedance;
+};
