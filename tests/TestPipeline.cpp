@@ -1,1 +1,569 @@
-int main() { return 1; }
+#include "algorithms/CustomAlgorithm.h"
+#include "devices/AmplifierChannel.h"
+#include "devices/DeviceSearcher.h"
+#include "files/EDFReader.h"
+#include "montage/AverageMontage.h"
+#include "montage/BipolarMontage.h"
+#include "montage/Montage.h"
+#include "pipeline/DataCompound.h"
+#include "pipeline/DataReader.h"
+#include "pipeline/MontageMix.h"
+#include "support/AllocationCounter.h"
+#include "support/FakeAmplifier.h"
+#include "support/TestMain.h"
+#include "support/TraceCapture.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <cmath>
+
+Q_DECLARE_METATYPE(const QMetaObject *)
+
+namespace {
+
+constexpr int kTimeoutMs = 20000;
+
+struct Inputs
+{
+    unsigned group1;
+    unsigned group2;
+    float scale = 1.0f;
+};
+
+bp::MontageTable tableOf(const std::vector<Inputs> &channels)
+{
+    bp::MontageTable table;
+    for (const Inputs &inputs : channels) {
+        table.group1.push_back(inputs.group1);
+        table.group2.push_back(inputs.group2);
+        table.scale.push_back(inputs.scale);
+    }
+    return table;
+}
+
+QSharedPointer<Montage> montageOf(const std::vector<Inputs> &channels)
+{
+    auto montage = QSharedPointer<Montage>::create();
+    int index = 0;
+    for (const Inputs &inputs : channels) {
+        auto *channel = new AmplifierChannel(static_cast<unsigned>(++index), inputs.scale, BPCommon::EEG);
+        channel->setChannelName(QStringLiteral("C%1").arg(index));
+        channel->setGroup1(inputs.group1);
+        channel->setGroup2(inputs.group2);
+        montage->push_back(channel);
+    }
+    return montage;
+}
+
+/// Each device channel on an output of its own.
+QSharedPointer<Montage> plainMontage(int channels)
+{
+    std::vector<Inputs> inputs;
+    for (int c = 1; c <= channels; ++c) {
+        inputs.push_back({static_cast<unsigned>(c), 0});
+    }
+    return montageOf(inputs);
+}
+
+/// What a reader emits while it runs on the test's own thread.
+struct Received
+{
+    explicit Received(const DataReader &reader)
+    {
+        QObject::connect(&reader, &DataReader::newData, [this](const std::vector<float> &data, int count) {
+            blocks.emplace_back(data.begin(), data.begin() + count);
+        });
+        QObject::connect(&reader, &DataReader::deviceReturnError, [this](int code) { codes.push_back(code); });
+    }
+
+    std::vector<std::vector<float>> blocks;
+    std::vector<int> codes;
+};
+
+/// Runs the reader's loop here, until the script ends it.
+void runHere(DataReader &reader, FakeAmplifier &device, const QSharedPointer<Montage> &montage)
+{
+    reader.setNewMontage(&device, montage);
+    reader.runningThread(true);
+    reader.run();
+}
+
+} // namespace
+
+class TestPipeline : public QObject
+{
+    Q_OBJECT
+private slots:
+    void findsPublishedSignatures_data();
+    void findsPublishedSignatures();
+    void mixesMontages_data();
+    void mixesMontages();
+    void leavesBipolarChannelsWithoutRuleAlone();
+    void drivesTheDeviceInOrder();
+    void reportsWhatEndsTheLoop_data();
+    void reportsWhatEndsTheLoop();
+    void growsForARemainder();
+    void survivesMontagesThatDoNotFitTheDevice();
+    void recordsEveryBlock();
+    void recordsFromTheFirstBlock_data();
+    void recordsFromTheFirstBlock();
+    void tellsWhyARecordingDoesNotStart();
+    void endsATimedRecordingOnce();
+    void keepsOrClosesTheRecordingOnAnotherMontage_data();
+    void keepsOrClosesTheRecordingOnAnotherMontage();
+    void placesLabelsAndStates();
+    void restartsTenTimes();
+    void allocatesNothingPerBlock();
+
+private:
+    QString path(const QString &name) const { return m_folder.filePath(name); }
+
+    QTemporaryDir m_folder;
+};
+
+void TestPipeline::findsPublishedSignatures_data()
+{
+    QTest::addColumn<const QMetaObject *>("meta");
+    QTest::addColumn<QString>("signatures");
+
+    QTest::newRow("reader signals, in order")
+        << &DataReader::staticMetaObject
+        << "finishThread() endWritingAndCloseFile() runningChanged(bool) deviceReturnError(int) currentTime(qint64) "
+           "newData(vector<float>,int) newImpedance(vector<unsigned int>,int) annotationLabel(QString,QString)";
+    QTest::newRow("reader slots, in order") << &DataReader::staticMetaObject << "run() runningThread(bool) slotSetLabelToEdf(QString)";
+    QTest::newRow("compound signals, in order")
+        << &DataCompound::staticMetaObject
+        << "removeAlgorhythm(QString) setTextToEdf(QString) endWritingAndCloseFile() recordDurationChanged(qint64) "
+           "newSampleData(vector<float>,int) newSampleImpedance(vector<unsigned int>,int) recordStarted(QString) "
+           "recordStopped(QString) currentDeviceReturnError(int) currentLabel(QString,QString)";
+    QTest::newRow("compound slots, in order")
+        << &DataCompound::staticMetaObject
+        << "slotErrorCurrentDevice(int) slotSetLabelToEDF(QString) slotTakeCurrentState(unsigned char) "
+           "takeCurrentData(vector<float>,int) takeCurrentImpedance(vector<unsigned int>,int)";
+    QTest::newRow("algorithm") << &CustomAlgorithm::staticMetaObject
+                               << "getData(QString,UnitParams,uint,vector<float>) takeData(QString,UnitParams,uint,vector<float>)";
+    QTest::newRow("searcher") << &DeviceSearcher::staticMetaObject
+                              << "deviceInfo(QList<Amplifier*>&) finishThread() runningChanged(bool) threadSearch()";
+}
+
+void TestPipeline::findsPublishedSignatures()
+{
+    QFETCH(const QMetaObject *, meta);
+    QFETCH(QString, signatures);
+
+    int last = -1;
+    // A blank within "unsigned int" and "unsigned char" separates no two signatures.
+    for (const QString &signature : signatures.replace(QLatin1String(") "), QLatin1String(")|")).split(QLatin1Char('|'))) {
+        const QByteArray normalized = QMetaObject::normalizedSignature(signature.toLatin1().constData());
+        const int index = meta->indexOfMethod(normalized.constData());
+        QVERIFY2(index > last, normalized.constData());
+        last = index;
+    }
+}
+
+void TestPipeline::mixesMontages_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QVector<unsigned>>("groups"); // group 1, group 2
+    QTest::addColumn<float>("scale");
+    QTest::addColumn<QVector<float>>("expected");
+
+    // Raw block: channel 1 = 1, 2; channel 2 = 10, 20; channel 3 = 100, 200. Left referent 2, right referent 3.
+    const auto row = [](const char *name, int type, unsigned g1, unsigned g2, float scale, float first, float second) {
+        QTest::newRow(name) << type << QVector<unsigned> {g1, g2} << scale << QVector<float> {first, second};
+    };
+    row("usual: active minus reference", 0, 3, 2, 1.0f, 90.0f, 180.0f);
+    row("usual: active alone, scaled", 0, 3, 0, 0.5f, 50.0f, 100.0f);
+    row("usual: reference alone is inverted", 0, 0, 2, 2.0f, -20.0f, -40.0f);
+    row("usual: nothing gives zeros", 0, 0, 0, 3.0f, 0.0f, 0.0f);
+    row("bipolar: unreferenced", 1, 3, 0, 1.0f, 100.0f, 200.0f);
+    row("bipolar: left", 1, 3, 1, 1.0f, 90.0f, 180.0f);
+    row("bipolar: right", 1, 1, 2, 2.0f, -198.0f, -396.0f);
+    row("bipolar: mean of both", 1, 1, 3, 1.0f, -54.0f, -108.0f);
+    row("bipolar: no active reads the first", 1, 0, 1, 1.0f, -9.0f, -18.0f);
+    // The average is over montage channels 0 and 1 (the second's group 2 is 0): device channels 1 and 2 when both count.
+    row("average: minus the mean", 2, 3, 0, 1.0f, 94.5f, 189.0f);
+    row("average: no active reads the first", 2, 0, 0, 1.0f, -4.5f, -9.0f);
+    row("average: unreferenced", 2, 3, 1, 1.0f, 100.0f, 200.0f);
+    row("average: unreferenced without active", 2, 0, 2, 1.0f, 0.0f, 0.0f);
+    row("average: minus device channel 1", 2, 3, 3, 1.0f, 99.0f, 198.0f);
+}
+
+void TestPipeline::mixesMontages()
+{
+    QFETCH(int, type);
+    QFETCH(QVector<unsigned>, groups);
+    QFETCH(float, scale);
+    QFETCH(QVector<float>, expected);
+
+    const std::vector<float> raw {1, 2, 10, 20, 100, 200};
+    const bp::RawBlock block {raw.data(), 3, 2};
+    const bp::MontageTable table = tableOf({{groups[0], groups[1], scale}});
+    std::vector<float> out(2, -1.0f);
+    if (type == Montage_Usual) {
+        bp::mixUsual(block, table, out.data());
+    } else if (type == Montage_Bipolar) {
+        bp::mixBipolar(block, table, 2, 3, out.data());
+    } else {
+        std::vector<float> average(2);
+        bp::averageReference(block, tableOf({{1, 0}, {2, 0}, {3, 1}}), average.data());
+        QCOMPARE(average, (std::vector<float> {5.5f, 11.0f}));
+        bp::mixAverage(block, table, average.data(), out.data());
+    }
+    QCOMPARE(QVector<float>(out.begin(), out.end()), expected);
+}
+
+void TestPipeline::leavesBipolarChannelsWithoutRuleAlone()
+{
+    const std::vector<float> raw {1, 2, 10, 20};
+    const bp::RawBlock block {raw.data(), 2, 2};
+    std::vector<float> out {7, 7, 7, 7, 7, 7};
+    bp::mixBipolar(block, tableOf({{1, 4}, {2, 1}, {2, 2}}), 0, 1, out.data());
+    // Group 2 above 3 and a missing left referent write nothing; without a left one the right reads channel 1.
+    QCOMPARE(out, (std::vector<float> {7, 7, 7, 7, 9, 18}));
+
+    std::vector<float> average(2);
+    bp::averageReference(block, tableOf({{1, 1}}), average.data());
+    QVERIFY(!std::isfinite(average[0]));
+}
+
+void TestPipeline::drivesTheDeviceInOrder()
+{
+    FakeScript script;
+    script.channels = 3;
+    script.firstBlocks = {25, 0, 10};
+    script.errorAfterReads = 3;
+    script.impedance = {1, 2, 3};
+    FakeAmplifier device(script);
+    DataReader reader;
+    Received received(reader);
+    QSignalSpy impedances(&reader, &DataReader::newImpedance);
+    runHere(reader, device, montageOf({{2, 1}, {3, 0, 2.0f}}));
+
+    QCOMPARE(device.calls(), QStringList({QStringLiteral("startAcquisition"), QStringLiteral("readPeriodMs"),
+                                          QStringLiteral("setReadBufferSize"), QStringLiteral("readData")}));
+    QCOMPARE(device.bufferSize.load(), 125 * 3); // half a second at 250 Hz
+    QCOMPARE(received.blocks.size(), std::size_t {2}); // an empty block emits nothing
+    QCOMPARE(received.blocks[1].size(), std::size_t {20});
+    QCOMPARE(received.blocks[1][0], 1000.0f);             // channel 2 − channel 1
+    QCOMPARE(received.blocks[1][10], 2.0f * (3000 + 25)); // channel 3, twice, at its 26th sample
+    QCOMPARE(impedances.size(), 2);
+    QCOMPARE(received.codes, std::vector<int> {-7});
+}
+
+void TestPipeline::reportsWhatEndsTheLoop_data()
+{
+    QTest::addColumn<bool>("hasDevice");
+    QTest::addColumn<bool>("refuses");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<int>("stops");
+
+    QTest::newRow("no device") << false << false << -1 << 0;
+    QTest::newRow("refused start") << true << true << -1 << 0;
+    QTest::newRow("read error: the device is left alone") << true << false << -7 << 0;
+}
+
+void TestPipeline::reportsWhatEndsTheLoop()
+{
+    QFETCH(bool, hasDevice);
+    QFETCH(bool, refuses);
+    QFETCH(int, code);
+    QFETCH(int, stops);
+
+    FakeScript script;
+    script.refuseStart = refuses;
+    script.errorAfterReads = 2;
+    FakeAmplifier device(script);
+    DataReader reader;
+    Received received(reader);
+    if (hasDevice) {
+        reader.setNewMontage(&device, plainMontage(2));
+    }
+    reader.runningThread(true);
+    reader.run();
+    QCOMPARE(received.codes, std::vector<int> {code});
+    QCOMPARE(device.stops.load(), stops);
+}
+
+void TestPipeline::growsForARemainder()
+{
+    FakeScript script;
+    script.remainderAtRead = 0;
+    script.remainder = 400;
+    script.errorAfterReads = 2;
+    FakeAmplifier device(script);
+    DataReader reader;
+    Received received(reader);
+    std::vector<std::size_t> sizes;
+    connect(&reader, &DataReader::newData, [&sizes](const std::vector<float> &data, int) { sizes.push_back(data.size()); });
+    runHere(reader, device, plainMontage(2));
+
+    QVERIFY(device.tailRemainderWasMinusOne);
+    QCOMPARE(device.tailCapacity.load(), 400); // 2·25 + 400 floats, less what is taken
+    QCOMPARE(received.blocks[0].size(), std::size_t {50}); // the block stays as long as the first call made it
+    QCOMPARE(received.blocks[0][25], 2000.0f);
+    QCOMPARE(sizes, (std::vector<std::size_t> {450, 450})); // for good
+}
+
+void TestPipeline::survivesMontagesThatDoNotFitTheDevice()
+{
+    FakeScript script;
+    script.errorAfterReads = 3;
+    script.blockSize = 125;
+    FakeAmplifier device(script);
+    std::vector<Inputs> many(40, {1, 0});
+    many[1] = {99, 0};  // the device has two channels
+    many[2] = {1, 77};
+    DataReader reader;
+    Received received(reader);
+    runHere(reader, device, montageOf(many));
+    QCOMPARE(received.blocks.size(), std::size_t {3});
+    QCOMPARE(received.blocks[0].size(), std::size_t {40 * 125});
+    QCOMPARE(received.blocks[0][125], 0.0f);
+    QCOMPARE(received.blocks[0][250], 1000.0f);
+
+    auto bipolar = QSharedPointer<BipolarMontage>::create(*montageOf({{1, 0}, {2, 1}, {2, 3}})); // no referents at all
+    auto average = QSharedPointer<AverageMontage>::create(*montageOf({{1, 0}, {2, 900}, {2, 0}}));
+    for (const QSharedPointer<Montage> &montage : {QSharedPointer<Montage>(bipolar), QSharedPointer<Montage>(average)}) {
+        FakeAmplifier again(script);
+        runHere(reader, again, montage);
+        QCOMPARE(received.blocks.back().size(), std::size_t {3 * 125});
+    }
+}
+
+void TestPipeline::recordsEveryBlock()
+{
+    FakeScript script;
+    script.firstBlocks = {100, 125, 7, 93, 125, 50}; // 500 samples: two seconds
+    script.errorAfterReads = 6;
+    FakeAmplifier device(script);
+    DataReader reader;
+    reader.setNewMontage(&device, plainMontage(2));
+    reader.setRecordPath(path(QStringLiteral("blocks.edf")));
+    reader.runningThread(true);
+    reader.setWriteDataFlag(true, false);
+    reader.run();
+    QSignalSpy closed(&reader, &DataReader::endWritingAndCloseFile);
+    reader.setWriteDataFlag(false, false);
+    QCOMPARE(closed.size(), 1);
+
+    EDFReader file(path(QStringLiteral("blocks.edf")));
+    QVERIFY(file.open());
+    QCOMPARE(file.getChannelName(1), QStringLiteral("C2"));
+    const std::vector<double> second = file.getChannelData(1, 0, 500);
+    QCOMPARE(second.size(), std::size_t {500});
+    for (std::size_t k = 0; k < second.size(); ++k) {
+        QVERIFY(std::fabs(second[k] - (2000.0 + static_cast<double>(k))) <= 1.0);
+    }
+}
+
+void TestPipeline::recordsFromTheFirstBlock_data()
+{
+    QTest::addColumn<bool>("recordFirst");
+    QTest::newRow("asked for before the start") << true;
+    QTest::newRow("asked for right after the start") << false;
+}
+
+void TestPipeline::recordsFromTheFirstBlock()
+{
+    QFETCH(bool, recordFirst);
+    FakeScript script;
+    script.errorAfterReads = 40;
+    FakeAmplifier device(script);
+    DataCompound compound(&device, plainMontage(2));
+    QSignalSpy ended(&compound, &DataCompound::currentDeviceReturnError);
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    const QString file = path(QStringLiteral("first_%1.edf").arg(recordFirst));
+    if (recordFirst) {
+        compound.startRecord(file, true, false, 0);
+    }
+    compound.startReadData();
+    if (!recordFirst) {
+        compound.startRecord(file, true, false, 0);
+    }
+    QVERIFY(compound.isRecording());
+    QTRY_COMPARE_WITH_TIMEOUT(ended.size(), 1, kTimeoutMs);
+    compound.stopRecord();
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+
+    EDFReader reader(file);
+    QVERIFY(reader.open());
+    const std::vector<double> samples = reader.getChannelData(0, 0, 1);
+    QCOMPARE(samples.size(), std::size_t {1});
+    QVERIFY(!recordFirst || std::fabs(samples[0] - 1000.0) <= 1.0);
+}
+
+void TestPipeline::tellsWhyARecordingDoesNotStart()
+{
+    FakeAmplifier device;
+    DataCompound compound(&device, plainMontage(2));
+    QSignalSpy errors(&compound, &DataCompound::recordError);
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    compound.startReadData();
+    compound.startRecord(QStringLiteral("/nowhere/at/all.edf"), true, false, 0);
+    QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, kTimeoutMs);
+    QVERIFY(errors[0][0].toString().contains(QLatin1String("/nowhere/at/all.edf")));
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+    QVERIFY(!compound.isRecording());
+
+    // The next one works.
+    compound.startRecord(path(QStringLiteral("next.edf")), true, false, 0);
+    QVERIFY(compound.isRecording());
+    compound.stopRecord();
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 2, kTimeoutMs);
+    QCOMPARE(errors.size(), 1);
+}
+
+void TestPipeline::endsATimedRecordingOnce()
+{
+    FakeAmplifier device;
+    DataCompound compound(&device, plainMontage(2));
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    QSignalSpy times(&compound, &DataCompound::recordDurationChanged);
+    QSignalSpy blocks(&compound, &DataCompound::newSampleData);
+    compound.startReadData();
+    compound.startRecord(path(QStringLiteral("timed.edf")), true, false, 1);
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+    QVERIFY(!compound.isRecording());
+    QVERIFY(times.last()[0].toLongLong() >= 1000);
+    const int before = blocks.size();
+    QTRY_VERIFY_WITH_TIMEOUT(blocks.size() > before + 10, kTimeoutMs); // acquisition goes on
+    QCOMPARE(closed.size(), 1);
+}
+
+void TestPipeline::keepsOrClosesTheRecordingOnAnotherMontage_data()
+{
+    QTest::addColumn<int>("channels");
+    QTest::addColumn<bool>("goesOn");
+    QTest::newRow("same number of channels") << 2 << true;
+    QTest::newRow("fewer channels") << 1 << false;
+}
+
+void TestPipeline::keepsOrClosesTheRecordingOnAnotherMontage()
+{
+    QFETCH(int, channels);
+    QFETCH(bool, goesOn);
+    FakeAmplifier device;
+    DataCompound compound(&device, plainMontage(2));
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    QSignalSpy errors(&compound, &DataCompound::recordError);
+    QSignalSpy blocks(&compound, &DataCompound::newSampleData);
+    const QString file = path(QStringLiteral("montage_%1.edf").arg(channels));
+    compound.startRecord(file, true, false, 0);
+    compound.startReadData();
+    QTRY_VERIFY_WITH_TIMEOUT(blocks.size() > 15, kTimeoutMs);
+    compound.setNewAmplifier(&device, plainMontage(channels));
+    QTRY_VERIFY_WITH_TIMEOUT(blocks.last()[1].toInt() == channels * 25, kTimeoutMs);
+    QTRY_COMPARE_WITH_TIMEOUT(compound.isRecording(), goesOn, kTimeoutMs);
+    QCOMPARE(errors.size(), goesOn ? 0 : 1);
+    compound.stopRecord();
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+    EDFReader reader(file);
+    QVERIFY(reader.open());
+    QCOMPARE(reader.getChannelCount(), 2);
+}
+
+void TestPipeline::placesLabelsAndStates()
+{
+    FakeScript script;
+    script.errorAfterReads = 100;
+    FakeAmplifier device(script);
+    DataCompound compound(&device, plainMontage(2));
+    QSignalSpy labels(&compound, &DataCompound::currentLabel);
+    QSignalSpy ended(&compound, &DataCompound::currentDeviceReturnError);
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    compound.slotSetLabelToEDF(QStringLiteral("before the recording"));
+    compound.startRecord(path(QStringLiteral("labels.edf")), true, false, 0);
+    compound.startReadData();
+    compound.slotSetLabelToEDF(QStringLiteral("now"));
+    compound.setLabelToEDFAt(QString::fromUtf8("Глаза закрыты"), 2.5);
+    compound.slotTakeCurrentState(7);
+    QTRY_COMPARE_WITH_TIMEOUT(ended.size(), 1, kTimeoutMs);
+    compound.stopRecord();
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+
+    QCOMPARE(labels.size(), 2);
+    QCOMPARE(labels[1][0].toString(), QStringLiteral("00:00:02.500"));
+    EDFReader reader(path(QStringLiteral("labels.edf")));
+    QVERIFY(reader.open());
+    QMap<QString, double> onsets;
+    for (const AnnotationStrct &annotation : reader.annotations()) {
+        onsets.insert(annotation.text, annotation.onset);
+    }
+    QCOMPARE(onsets.size(), 3);
+    QCOMPARE(onsets.value(QString::fromUtf8("Глаза закрыты")), 2.5);
+    QVERIFY(onsets.value(QStringLiteral("now"), -1.0) >= 0.0);
+    QVERIFY(onsets.contains(QStringLiteral("7")));
+}
+
+void TestPipeline::restartsTenTimes()
+{
+    FakeAmplifier device;
+    DataCompound compound(&device, plainMontage(2));
+    QSignalSpy blocks(&compound, &DataCompound::newSampleData);
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    for (int round = 0; round < 10; ++round) {
+        blocks.clear();
+        closed.clear();
+        QVERIFY(compound.startReadData());
+        compound.startRecord(path(QStringLiteral("round_%1.edf").arg(round)), true, false, 0);
+        for (int i = 0; i < 5; ++i) {
+            compound.slotSetLabelToEDF(QStringLiteral("label %1").arg(i));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(blocks.size() > 12, kTimeoutMs);
+        QVERIFY(compound.setNewAmplifier(&device, plainMontage(2)));
+        compound.slotTakeCurrentState(static_cast<unsigned char>(round));
+        compound.updateAlgorithm(UnitParams());
+        compound.stopRecord();
+        QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+        QVERIFY(compound.stopReadData()); // and starts again at once
+        EDFReader reader(path(QStringLiteral("round_%1.edf").arg(round)));
+        QVERIFY(reader.open());
+        QVERIFY(reader.annotations().size() >= 5);
+    }
+    QVERIFY(!compound.setNewAmplifier(&device, QSharedPointer<Montage>::create()));
+    QVERIFY(!compound.isDataCompoundReady());
+    QCOMPARE(device.starts.load(), device.stops.load());
+}
+
+void TestPipeline::allocatesNothingPerBlock()
+{
+    const auto allocationsOf = [this](int blocks) {
+        FakeScript script;
+        script.channels = 8;
+        script.errorAfterReads = blocks;
+        script.value = [](int c, qint64 k) { return static_cast<float>(c + k % 7); };
+        FakeAmplifier device(script);
+        QSharedPointer<Montage> montage = plainMontage(8);
+        for (unsigned i = 0; i < montage->size(); ++i) {
+            (*montage)[i]->setLPF(30.0f);
+            (*montage)[i]->setHPF(0.5f);
+            (*montage)[i]->setBSF(50.0f);
+        }
+        DataReader reader; // nobody listens, so that no copy is made
+        reader.setNewMontage(&device, montage);
+        reader.setRecordPath(path(QStringLiteral("heap.edf")));
+        reader.setWriteStateTime(0);
+        reader.runningThread(true);
+        reader.setWriteDataFlag(true, false);
+        const long before = AllocationCounter::count.load();
+        reader.run();
+        return AllocationCounter::count.load() - before;
+    };
+    for (int event = 0; event < BPCommon::kLogEventCount; ++event) {
+        BPCommon::setLogMode(static_cast<BPCommon::LogEvent>(event), false);
+    }
+    const long few = allocationsOf(10);
+    const long many = allocationsOf(110);
+    for (int event = 0; event < BPCommon::kLogEventCount; ++event) {
+        BPCommon::setLogMode(static_cast<BPCommon::LogEvent>(event), true);
+    }
+    // The fake notes each read in a list of texts that it drops again.
+    const long perBlockOfTheFake = 1;
+    QVERIFY2(many - few <= 100 * perBlockOfTheFake, qPrintable(QString::number(many - few)));
+}
+
+BP_TEST_MAIN(TestPipeline)
+#include "TestPipeline.moc"

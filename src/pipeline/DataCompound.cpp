@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -111,6 +112,9 @@ void DataCompound::startThread()
     }
     m_running = true;
     m_reader->runningThread(true);
+    if (std::exchange(m_recordFromStart, false)) {
+        m_reader->setWriteDataFlag(m_recordEdf, m_recordRhythm); // a run begins without a recording
+    }
     m_thread->start(QThread::HighestPriority);
     m_thread->start(QThread::InheritPriority); // kept: no effect on a running thread
 }
@@ -198,6 +202,9 @@ void DataCompound::stopRecord()
 void DataCompound::setStartWriteDataFlag(bool edf, bool rhythm)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::setStartWriteDataFlag %i", edf);
+    m_recordEdf = edf;
+    m_recordRhythm = rhythm;
+    m_recordFromStart = !m_running && (edf || rhythm);
     if (m_reader != nullptr) {
         m_reader->setWriteDataFlag(edf, rhythm);
     }

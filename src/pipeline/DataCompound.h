@@ -46,6 +46,8 @@ public:
     bool isDataCompoundReady() const;
     Amplifier *getAmplifier() const;
 
+    /// Asked for before startReadData(), the recording begins with the first block.
+    ///
     /// @param path    of the EDF+ file
     /// @param edf     record the signals
     /// @param rhythm  record the rhythms
@@ -103,6 +105,9 @@ private:
 
     bool m_running = false;
     bool m_ready = false;
+    bool m_recordFromStart = false; ///< a recording was asked for while nothing ran
+    bool m_recordEdf = false;
+    bool m_recordRhythm = false;
     std::unique_ptr<QThread> m_thread;
     std::unique_ptr<DataReader> m_reader;
     Amplifier *m_device = nullptr;

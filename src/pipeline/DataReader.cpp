@@ -63,8 +63,6 @@ DataReader::~DataReader()
     delete m_algorithms;
 }
 
-// --- Settings, from any thread ---
-
 void DataReader::setNewMontage(Amplifier *device, QSharedPointer<Montage> montage)
 {
     if (device == nullptr || montage.isNull()) {
@@ -182,8 +180,6 @@ void DataReader::runningThread(bool running)
     emit runningChanged(running);
 }
 
-// --- Montage ---
-
 void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montage)
 {
     const float frequency = device->getFreqValue();
@@ -282,8 +278,6 @@ void DataReader::chooseHandlers()
         break;
     }
 }
-
-// --- The road of a block, in its order ---
 
 void DataReader::run()
 {
@@ -443,14 +437,13 @@ void DataReader::keepRecordingTime()
     }
 }
 
-// --- Recording ---
-
 void DataReader::applyWriteFlags(bool edf, bool rhythm, const QString &path)
 {
     if (edf != m_recordingEdf) {
         m_recordingEdf = edf && makeEDFFileReader(path);
-        m_blockHandler = m_recordingEdf ? &DataReader::acceptReadDataAll : &DataReader::acceptReadDataWFree;
-        if (!m_recordingEdf) {
+        if (m_recordingEdf) {
+            m_blockHandler = &DataReader::acceptReadDataAll;
+        } else {
             closeRecording();
         }
     }
@@ -478,6 +471,7 @@ bool DataReader::makeEDFFileReader(const QString &path)
 
 void DataReader::closeRecording()
 {
+    m_blockHandler = &DataReader::acceptReadDataWFree;
     m_edfWriter->resetStartTime();
     m_edfWriter->clearShift();
     if (m_edfWriter->isFileOpened()) {

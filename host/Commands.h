@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QStringList>
+
+/// One function per command. The arguments begin with the program's name and go on behind the command word; the result
+/// is the program's exit status (Console::ExitStatus).
+
+int runDevices(const QStringList &arguments);
+int runAcquire(const QStringList &arguments);
+int runInfo(const QStringList &arguments);

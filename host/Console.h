@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QString>
+
+class QCommandLineParser;
+class QJsonValue;
+
+/// What the program says, and how it ends.
+namespace Console {
+
+enum ExitStatus { Success = 0, Failure = 1, WrongUsage = 2 };
+
+/// A line on standard output.
+void print(const QString &line);
+/// A JSON value on standard output, indented.
+void printJson(const QJsonValue &value);
+/// One sentence on standard error, after "bioprocessing: ". Ends a progress line that stands there.
+void error(const QString &sentence);
+/// Replaces the progress line on standard error; silent unless standard error is a terminal. An empty text ends it.
+void progress(const QString &text);
+
+/// Sends Qt's messages to standard error, and of the library's trace only what `trace` asks for: everything, or just the
+/// plug-ins that did not load.
+void installMessageHandler(bool trace);
+
+/// Parses a command's own arguments and answers --help.
+/// @param exitStatus what to end with when the result is false
+bool parse(QCommandLineParser &parser, const QStringList &arguments, ExitStatus &exitStatus);
+
+} // namespace Console

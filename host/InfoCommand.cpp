@@ -1,0 +1,120 @@
+#include "Commands.h"
+#include "Console.h"
+#include "common/BPCommon.h"
+#include "devices/AmplifierChannel.h"
+#include "devices/AnnotationStrct.h"
+#include "files/EDFReader.h"
+#include "montage/Montage.h"
+
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+
+namespace {
+
+QJsonArray channelsToJson(EDFReader &reader)
+{
+    QJsonArray channels;
+    const QSharedPointer<Montage> montage = reader.getFileMontage();
+    for (int i = 0; i < reader.getChannelCount(); ++i) {
+        channels << QJsonObject {
+            {QStringLiteral("name"), reader.getChannelName(i).trimmed()},
+            {QStringLiteral("type"), (*montage)[static_cast<unsigned>(i)]->getTextType()},
+            {QStringLiteral("frequency"), static_cast<double>(reader.getChannelSampleRate(i))},
+            {QStringLiteral("unit"), reader.getPhysicalDimension(i)},
+            {QStringLiteral("samples"), reader.getChannelSampleCount(i)},
+        };
+    }
+    return channels;
+}
+
+QJsonArray annotationsToJson(const EDFReader &reader)
+{
+    QJsonArray annotations;
+    for (const AnnotationStrct &annotation : reader.annotations()) {
+        QJsonObject object {{QStringLiteral("onset"), annotation.onset}, {QStringLiteral("text"), annotation.text}};
+        if (annotation.duration >= 0.0) {
+            object.insert(QStringLiteral("duration"), annotation.duration);
+        }
+        annotations << object;
+    }
+    return annotations;
+}
+
+QJsonObject toJson(EDFReader &reader, const QString &path)
+{
+    return {
+        {QStringLiteral("file"), path},
+        {QStringLiteral("type"), reader.fileTypeText()},
+        {QStringLiteral("start"), reader.getStartDateTime().toString(Qt::ISODate)},
+        {QStringLiteral("seconds"), reader.getDuration()},
+        {QStringLiteral("patient"), reader.getPatientName()},
+        {QStringLiteral("equipment"), reader.getEquipmentInfo()},
+        {QStringLiteral("channels"), channelsToJson(reader)},
+        {QStringLiteral("annotations"), annotationsToJson(reader)},
+    };
+}
+
+void printText(const QJsonObject &info)
+{
+    const QJsonArray channels = info[QLatin1String("channels")].toArray();
+    const QJsonArray annotations = info[QLatin1String("annotations")].toArray();
+    Console::print(QStringLiteral("%1: %2, %3 s from %4, %5 channels, %6 annotations")
+                       .arg(info[QLatin1String("file")].toString(), info[QLatin1String("type")].toString())
+                       .arg(info[QLatin1String("seconds")].toDouble())
+                       .arg(info[QLatin1String("start")].toString())
+                       .arg(channels.size())
+                       .arg(annotations.size()));
+    for (const auto &[caption, key] : {std::pair("Patient", "patient"), std::pair("Equipment", "equipment")}) {
+        const QString text = info[QLatin1String(key)].toString();
+        if (!text.isEmpty()) {
+            Console::print(QStringLiteral("%1: %2").arg(QLatin1String(caption), text));
+        }
+    }
+    for (const QJsonValue &value : channels) {
+        const QJsonObject channel = value.toObject();
+        Console::print(QStringLiteral("  %1 %2 %3 Hz  %4")
+                           .arg(channel[QLatin1String("name")].toString(), -16)
+                           .arg(channel[QLatin1String("type")].toString(), -5)
+                           .arg(channel[QLatin1String("frequency")].toDouble(), 8)
+                           .arg(channel[QLatin1String("unit")].toString()));
+    }
+    for (const QJsonValue &value : annotations) {
+        const QJsonObject annotation = value.toObject();
+        Console::print(QStringLiteral("  at %1 s: %2").arg(annotation[QLatin1String("onset")].toDouble()).arg(annotation[QLatin1String("text")].toString()));
+    }
+}
+
+} // namespace
+
+int runInfo(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Tells what an EDF or BDF file holds."));
+    parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The EDF(+) or BDF(+) file."));
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print a JSON object."));
+    parser.addOption(json);
+    Console::ExitStatus status = Console::Success;
+    if (!Console::parse(parser, arguments, status)) {
+        return status;
+    }
+    if (parser.positionalArguments().size() != 1) {
+        Console::error(QStringLiteral("info takes one file."));
+        return Console::WrongUsage;
+    }
+
+    const QString path = parser.positionalArguments().constFirst();
+    EDFReader reader(path);
+    if (!reader.open()) {
+        Console::error(reader.lastError());
+        return Console::Failure;
+    }
+    const QJsonObject info = toJson(reader, path);
+    if (parser.isSet(json)) {
+        Console::printJson(info);
+    } else {
+        printText(info);
+    }
+    return Console::Success;
+}

@@ -1,0 +1,63 @@
+#include "Commands.h"
+#include "Console.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+
+#include <array>
+#include <clocale>
+
+namespace {
+
+struct Command
+{
+    const char *name;
+    const char *summary;
+    int (*run)(const QStringList &arguments);
+};
+
+constexpr std::array<Command, 3> kCommands {{
+    {"devices", "what the device plug-ins find", runDevices},
+    {"acquire", "acquire from a device, and record", runAcquire},
+    {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
+}};
+
+QString usage()
+{
+    QString text = QStringLiteral("Usage: bioprocessing COMMAND [options]   (bioprocessing COMMAND --help tells its options)\n");
+    for (const Command &command : kCommands) {
+        text += QStringLiteral("\n  %1 %2").arg(QLatin1String(command.name), -10).arg(QLatin1String(command.summary));
+    }
+    return text + QStringLiteral("\n\n  --help     this text\n  --version  the version");
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    std::setlocale(LC_NUMERIC, "C"); // numbers in files and answers do not follow the user's locale
+    QCoreApplication::setApplicationName(QStringLiteral("bioprocessing"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(BIOPROCESSING_VERSION));
+    Console::installMessageHandler(qEnvironmentVariableIsSet("BIOPROCESSING_TRACE"));
+
+    QStringList arguments = QCoreApplication::arguments();
+    const QString word = arguments.value(1);
+    if (word == QLatin1String("--help") || word == QLatin1String("-h")) {
+        Console::print(usage());
+        return Console::Success;
+    }
+    if (word == QLatin1String("--version")) {
+        Console::print(QStringLiteral("bioprocessing " BIOPROCESSING_VERSION));
+        return Console::Success;
+    }
+    for (const Command &command : kCommands) {
+        if (word == QLatin1String(command.name)) {
+            arguments.removeAt(1);
+            return command.run(arguments);
+        }
+    }
+    Console::error(word.isEmpty() ? QStringLiteral("Say what to do: bioprocessing --help lists the commands.")
+                                  : QStringLiteral("There is no command \"%1\": bioprocessing --help lists them.").arg(word));
+    return Console::WrongUsage;
+}

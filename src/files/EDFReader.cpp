@@ -1,0 +1,402 @@
+#include "files/EDFReader.h"
+
+#include "base/TextHelper.h"
+#include "devices/AmplifierChannel.h"
+#include "devices/ChannelLabels.h"
+#include "files/EdfLibrary.h"
+#include "files/EdfText.h"
+#include "montage/Montage.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFileInfo>
+#include <QMap>
+
+#include <edflib.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+constexpr const char *kTranslationContext = "Generic";
+constexpr int kNoFileType = -1;
+
+double inSeconds(long long edfTime)
+{
+    return static_cast<double>(edfTime) / static_cast<double>(EDFLIB_TIME_DIMENSION);
+}
+
+QDateTime startOf(const edf_hdr_struct &header)
+{
+    const auto milliseconds = static_cast<int>(header.starttime_subsecond / (EDFLIB_TIME_DIMENSION / 1000));
+    return {QDate(header.startdate_year, header.startdate_month, header.startdate_day),
+            QTime(header.starttime_hour, header.starttime_minute, header.starttime_second, milliseconds)};
+}
+
+QString translated(const char *text)
+{
+    return QCoreApplication::translate(kTranslationContext, text);
+}
+
+} // namespace
+
+EDFReader::EDFReader()
+    : m_montage(QSharedPointer<Montage>::create())
+    , m_header(std::make_unique<edf_hdr_struct>())
+{
+    m_header->filetype = kNoFileType;
+    BPCommon::log(m_logLevel, "EDFReader::EDFReader");
+}
+
+EDFReader::EDFReader(const QString &path, QObject *parent)
+    : QObject(parent)
+    , m_path(path)
+    , m_montage(QSharedPointer<Montage>::create())
+    , m_header(std::make_unique<edf_hdr_struct>())
+{
+    m_header->filetype = kNoFileType;
+    BPCommon::log(m_logLevel, "EDFReader::EDFReader %c", path);
+}
+
+EDFReader::~EDFReader()
+{
+    if (m_isOpened) {
+        close();
+    }
+}
+
+void EDFReader::setPath(const QString &path)
+{
+    BPCommon::log(m_logLevel, "EDFReader::setPath %c", path);
+    m_path = path;
+}
+
+bool EDFReader::open()
+{
+    if (m_isOpened) {
+        close();
+    }
+    m_isOpened = internalOpen();
+    BPCommon::log(m_logLevel, "EDFReader::open %i", m_isOpened);
+    if (m_isOpened) {
+        m_lastError.clear();
+        takeCurrentAnnotations();
+    }
+    return m_isOpened;
+}
+
+bool EDFReader::internalOpen()
+{
+    forgetFile();
+    const QFileInfo file(m_path);
+    if (!file.isFile()) {
+        m_lastError =
+            QStringLiteral("Cannot read %1: %2.")
+                .arg(m_path,
+                     file.exists() ? QStringLiteral("it is not a file") : QStringLiteral("there is no such file"));
+        return false;
+    }
+    BPCommon::log(m_logLevel, "EDFReader::internalOpen %c", m_path);
+    const int code = bp::EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    if (code != 0) {
+        qDebug("%s", bp::EdfLibrary::debugMessage(code));
+        forgetFile();
+        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, bp::EdfLibrary::errorText(code));
+        return false;
+    }
+    m_startDateTime = startOf(*m_header);
+    m_handle = m_header->handle;
+    m_channelCount = m_header->edfsignals;
+    m_durationSeconds = m_header->file_duration / EDFLIB_TIME_DIMENSION;
+    takeHeaderTexts();
+    if (m_channelCount > 0) {
+        m_sampleRate = rateOf(0);
+        fillMontage();
+    }
+    return true;
+}
+
+void EDFReader::forgetFile()
+{
+    *m_header = {};
+    m_header->filetype = kNoFileType;
+    m_montage->clearChannel();
+    m_annotations.clear();
+    m_startDateTime = QDateTime();
+    m_channelCount = 0;
+    m_sampleRate = 0.0f;
+    m_durationSeconds = 0;
+    m_subject.clear();
+    m_gender.clear();
+    m_birthDate.clear();
+    m_equipment.clear();
+}
+
+void EDFReader::takeHeaderTexts()
+{
+    const bool plus = m_header->filetype == EDFLIB_FILETYPE_EDFPLUS || m_header->filetype == EDFLIB_FILETYPE_BDFPLUS;
+    m_subject = plus ? bp::EdfText::fromPlusHeader(m_header->patient_name) : bp::EdfText::fromHeader(m_header->patient);
+    m_gender = bp::EdfText::fromPlusHeader(m_header->gender);
+    m_birthDate = bp::EdfText::fromPlusHeader(m_header->birthdate);
+    m_equipment = bp::EdfText::fromPlusHeader(m_header->equipment);
+}
+
+void EDFReader::fillMontage()
+{
+    for (int i = 0; i < m_channelCount; ++i) {
+        const QString label = bp::EdfText::fromHeader(m_header->signalparam[i].label);
+        auto channel =
+            std::make_unique<AmplifierChannel>(static_cast<unsigned>(i), 1.0f, bp::channelTypeFromLabel(label));
+        channel->setChannelName(label);
+        channel->setGroup1(static_cast<unsigned>(i) + 1);
+        if (m_montage->push_back(channel.get())) {
+            channel.release();
+        }
+    }
+    m_montage->setCurrentSampleFreq(m_sampleRate);
+}
+
+void EDFReader::close()
+{
+    BPCommon::log(m_logLevel, "EDFReader::close");
+    if (m_isOpened) {
+        m_isOpened = false;
+        bp::EdfLibrary::close(m_handle);
+        m_handle = -1;
+    }
+}
+
+EDFInfo EDFReader::fileInfo(const QString &path)
+{
+    EDFReader reader(path);
+    EDFInfo info;
+    info.valid = reader.open();
+    if (!info.valid) {
+        info.error = reader.lastError();
+        return info;
+    }
+    info.fileType = reader.fileTypeText();
+    info.startDateTime = reader.m_startDateTime;
+    info.durationSeconds = reader.m_durationSeconds;
+    info.channelCount = reader.m_channelCount;
+    info.sampleRate = reader.m_sampleRate;
+    info.channelNames = reader.m_montage->getChannelNames();
+    info.subject = reader.m_subject;
+    info.patientGender = reader.m_gender;
+    info.patientBirthDate = reader.m_birthDate;
+    info.equipment = reader.m_equipment;
+    return info;
+}
+
+int EDFReader::getBuffData(unsigned offset, unsigned count, double *out)
+{
+    BPCommon::log(m_logLevel, "EDFReader::getBuffData %i", count);
+    int code = m_isOpened ? 0 : getChannelBuffData(0, offset, count, out);
+    for (int c = 0; m_isOpened && code == 0 && c < m_channelCount; ++c) {
+        code = getChannelBuffData(static_cast<unsigned>(c), offset, count, out + static_cast<std::size_t>(c) * count);
+    }
+    return code;
+}
+
+int EDFReader::getChannelBuffData(unsigned channel, unsigned offset, unsigned count, double *out)
+{
+    unsigned read = 0;
+    const int code = readChannel(channel, offset, count, out, read);
+    if (code == 0) {
+        std::fill(out + read, out + count, 0.0);
+    }
+    return code;
+}
+
+int EDFReader::readChannel(unsigned channel, unsigned offset, unsigned count, double *out, unsigned &read)
+{
+    read = 0;
+    if (!m_isOpened || channel >= static_cast<unsigned>(m_channelCount)) {
+        BPCommon::log(m_logLevel, "EDFReader::getChannelBuffData error %i", channel);
+        return -2;
+    }
+    if (edfseek(m_handle, static_cast<int>(channel), offset, EDFSEEK_SET) < 0) {
+        BPCommon::log(m_logLevel, "EDFReader::getChannelBuffData edfseek return error");
+        return -1;
+    }
+    const unsigned wanted = std::min(count, samplesFrom(channel, offset));
+    const int samples = edfread_physical_samples(m_handle, static_cast<int>(channel), static_cast<int>(wanted), out);
+    if (samples < 0) {
+        BPCommon::log(m_logLevel, "EDFReader::getChannelBuffData Error reading file %i  samples %i", channel, count);
+        return -1;
+    }
+    read = static_cast<unsigned>(samples);
+    std::transform(out, out + read, out, [](double value) { return value * -1.0; });
+    return 0;
+}
+
+/// How many samples of an existing channel follow, at most as many as EDFlib counts in one call.
+unsigned EDFReader::samplesFrom(unsigned channel, unsigned offset) const
+{
+    const long long left = m_header->signalparam[channel].smp_in_file - offset;
+    return static_cast<unsigned>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+}
+
+std::vector<double> EDFReader::getChannelData(unsigned channel, unsigned offset, unsigned count)
+{
+    const bool exists = m_isOpened && channel < static_cast<unsigned>(m_channelCount);
+    std::vector<double> values(exists ? std::min(count, samplesFrom(channel, offset)) : 0);
+    unsigned read = 0;
+    readChannel(channel, offset, static_cast<unsigned>(values.size()), values.data(), read);
+    values.resize(read);
+    return values;
+}
+
+std::vector<float> EDFReader::getChannelDataFloat(unsigned channel, unsigned offset, unsigned count)
+{
+    const std::vector<double> values = getChannelData(channel, offset, count);
+    std::vector<float> narrow(values.size());
+    std::transform(values.begin(), values.end(), narrow.begin(),
+                   [](double value) { return static_cast<float>(value); });
+    return narrow;
+}
+
+const edf_param_struct *EDFReader::signalAt(int channel) const
+{
+    return channel >= 0 && channel < m_channelCount ? &m_header->signalparam[channel] : nullptr;
+}
+
+QString EDFReader::getChannelName(int channel) const
+{
+    const edf_param_struct *signal = signalAt(channel);
+    return signal != nullptr ? bp::EdfText::fromHeader(signal->label) : QString();
+}
+
+QString EDFReader::getPhysicalDimension(int channel) const
+{
+    const edf_param_struct *signal = signalAt(channel);
+    return signal != nullptr ? bp::EdfText::fromHeader(signal->physdimension) : QString();
+}
+
+double EDFReader::getPhysicalMinimum(int channel) const
+{
+    const edf_param_struct *signal = signalAt(channel);
+    return signal != nullptr ? signal->phys_min : 0.0;
+}
+
+double EDFReader::getPhysicalMaximum(int channel) const
+{
+    const edf_param_struct *signal = signalAt(channel);
+    return signal != nullptr ? signal->phys_max : 0.0;
+}
+
+long long EDFReader::getChannelSampleCount(int channel) const
+{
+    const edf_param_struct *signal = signalAt(channel);
+    return signal != nullptr ? signal->smp_in_file : 0;
+}
+
+float EDFReader::getChannelSampleRate(int channel) const
+{
+    return signalAt(channel) != nullptr ? rateOf(channel) : 0.0f;
+}
+
+float EDFReader::rateOf(int channel) const
+{
+    const auto duration = static_cast<double>(m_header->datarecord_duration);
+    return duration > 0.0 ? static_cast<float>(m_header->signalparam[channel].smp_in_datarecord / duration * 1e7)
+                          : 0.0f;
+}
+
+bool EDFReader::getPatientInfo(PatientInfo &patient) const
+{
+    if (m_header->filetype < 0) {
+        return false;
+    }
+    const bool hasBirthDate = !m_birthDate.isEmpty();
+    patient.gender = m_gender.isEmpty() ? -1 : m_gender == QLatin1String("Male") ? 1 : 0;
+    patient.birthYear = hasBirthDate ? m_header->birthdate_year : 0;
+    patient.birthMonth = hasBirthDate ? m_header->birthdate_month : 0;
+    patient.birthDay = hasBirthDate ? m_header->birthdate_day : 0;
+    patient.name = m_subject;
+    patient.equipment = m_equipment;
+    return true;
+}
+
+QSharedPointer<Montage> EDFReader::getFileMontage() const
+{
+    return m_montage;
+}
+
+QString EDFReader::infoShort() const
+{
+    return QStringLiteral("%1 %2%3 %4, %5")
+        .arg(QString::number(m_channelCount), translated("ch, "),
+             QString::number(static_cast<double>(m_sampleRate), 'f', 2), translated("Hz"),
+             TextHelper::TimeToText(getExactDuration()));
+}
+
+QString EDFReader::infoFull() const
+{
+    const QString rate = QString::number(static_cast<double>(m_sampleRate), 'f', 2);
+    return TextHelper::printLikeTable({
+        {translated("Duration"), TextHelper::TimeToText(getExactDuration())},
+        {translated("Channels"), QString::number(m_channelCount)},
+        {translated("Sampling rate"), rate + QLatin1Char(' ') + translated("Hz")},
+        {translated("Subject"), m_subject},
+        {translated("Start time"), m_startDateTime.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))},
+    });
+}
+
+bool EDFReader::takeCurrentAnnotations()
+{
+    m_annotations.clear();
+    const long long count = m_isOpened ? m_header->annotations_in_file : 0;
+    bool taken = m_isOpened;
+    for (long long i = 0; i < count; ++i) {
+        edf_annotation_struct annotation{};
+        const int code = edf_get_annotation(m_handle, static_cast<int>(i), &annotation);
+        if (code != 0) {
+            BPCommon::log(m_logLevel, "EDFReader::takeCurrentAnnotations code %i index %i", code, i);
+            taken = false;
+            continue;
+        }
+        m_annotations << annotation;
+    }
+    return taken;
+}
+
+void EDFReader::getAnnotationList(QList<edf_annotation_struct> &annotations) const
+{
+    annotations = m_annotations;
+}
+
+QList<AnnotationStrct> EDFReader::annotations() const
+{
+    QList<AnnotationStrct> list;
+    for (const edf_annotation_struct &annotation : m_annotations) {
+        const double duration = annotation.duration_l < 0 ? -1.0 : inSeconds(annotation.duration_l);
+        list << AnnotationStrct{inSeconds(annotation.onset), duration,
+                                bp::EdfText::fromAnnotation(annotation.annotation)};
+    }
+    std::stable_sort(list.begin(), list.end(),
+                     [](const AnnotationStrct &a, const AnnotationStrct &b) { return a.onset < b.onset; });
+    return list;
+}
+
+double EDFReader::getExactDuration() const
+{
+    return inSeconds(m_header->file_duration);
+}
+
+QString EDFReader::fileTypeText() const
+{
+    switch (m_header->filetype) {
+    case EDFLIB_FILETYPE_EDF:
+        return QStringLiteral("EDF");
+    case EDFLIB_FILETYPE_EDFPLUS:
+        return QStringLiteral("EDF+");
+    case EDFLIB_FILETYPE_BDF:
+        return QStringLiteral("BDF");
+    case EDFLIB_FILETYPE_BDFPLUS:
+        return QStringLiteral("BDF+");
+    default:
+        return QString();
+    }
+}

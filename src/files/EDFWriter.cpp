@@ -1,0 +1,416 @@
+#include "files/EDFWriter.h"
+
+#include "devices/AmplifierChannel.h"
+#include "files/EdfLibrary.h"
+#include "files/EdfRecordGuard.h"
+#include "files/EdfText.h"
+#include "montage/Montage.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
+
+#include <edflib.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+// EDFlib gives each annotation signal room for one annotation per record. Sixteen of them take labels at the pace of
+// any paradigm, also when they come in bursts, for less than 2 kB per second of recording.
+constexpr int kAnnotationSignals = 16;
+// Files with more signals, those for annotations included, are written by EDFlib but refused by its reader.
+constexpr int kMostSignals = EDFLIB_MAXSIGNALS;
+constexpr int kMostChannels = kMostSignals - 1;
+constexpr qint64 kMostRecordBytes = 10 * 1024 * 1024;
+constexpr qint64 kAnnotationSignalBytes = 128; ///< a little more than EDFlib takes
+constexpr qint64 kSampleBytes = 2;
+constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it EDFlib's own units overflow
+
+// The physical minimum is one step off the digital one, so that the scale is not quite symmetric: kept, files in the
+// field have these four values.
+constexpr double kPhysicalMaximum = 32767.0;
+constexpr double kPhysicalMinimum = -32767.0;
+constexpr int kDigitalMaximum = 32767;
+constexpr int kDigitalMinimum = -32768;
+
+/// The polarity in the file is the inverse of the input. EDFlib converts to integers before it clips, which is
+/// undefined for values that do not fit one.
+double storedValue(float sample)
+{
+    return std::isnan(sample) ? 0.0 : std::clamp(sample * -1.0, kPhysicalMinimum, kPhysicalMaximum);
+}
+
+int annotationSignals(int channelCount)
+{
+    return std::min(kAnnotationSignals, kMostSignals - channelCount);
+}
+
+} // namespace
+
+EDFWriter::EDFWriter()
+    : m_guard(std::make_unique<bp::EdfRecordGuard>())
+{
+    BPCommon::log(m_logLevel, "EDFWriter::EDFWriter ");
+}
+
+EDFWriter::EDFWriter(const QString &path, int channelCount, int samplesPerRecord)
+    : EDFWriter()
+{
+    m_path = path;
+    setInternalBuffSize(samplesPerRecord, static_cast<unsigned>(std::max(0, channelCount)));
+    open();
+}
+
+EDFWriter::~EDFWriter()
+{
+    if (m_isOpen) {
+        close();
+    }
+}
+
+bool EDFWriter::prepareWriter(const QString &path, const QSharedPointer<Montage> &montage, int samplesPerRecord)
+{
+    if (m_isOpen) {
+        close();
+    }
+    m_path = path;
+    m_handle = -1;
+    m_position = 0;
+    m_buffer.clear();
+    m_channelCount = 0;
+    if (montage.isNull()) {
+        return refuse(QStringLiteral("there is no montage"));
+    }
+    setChannelLables(montage);
+    setInternalBuffSize(samplesPerRecord, static_cast<unsigned>(montage->size()));
+    return open();
+}
+
+void EDFWriter::setChannelLables(const QSharedPointer<Montage> &montage)
+{
+    BPCommon::log(m_logLevel, "EDFWriter::setChannelLables");
+    m_labels = montage.isNull() ? QStringList() : montage->getChannelNames();
+}
+
+void EDFWriter::setInternalBuffSize(int samplesPerRecord, unsigned channelCount)
+{
+    if (m_isOpen) {
+        BPCommon::log(m_logLevel, "EDFWriter::setInternalBuffSize ignored, a file is open");
+        return;
+    }
+    m_samplesPerRecord = static_cast<quint32>(std::max(0, samplesPerRecord));
+    m_channelCount = static_cast<int>(std::min<unsigned>(channelCount, std::numeric_limits<int>::max()));
+    m_position = 0;
+    const quint64 size = quint64{m_samplesPerRecord} * channelCount;
+    m_buffer.resize(size * kSampleBytes <= kMostRecordBytes ? size : 0); // open() refuses what is larger
+}
+
+bool EDFWriter::open()
+{
+    BPCommon::log(m_logLevel, "EDFWriter::open");
+    if (m_isOpen) {
+        close();
+    }
+    const QString reason = unwritableReason();
+    if (!reason.isEmpty()) {
+        return refuse(reason);
+    }
+    if (!createFile()) {
+        return false;
+    }
+    m_lastError.clear();
+    m_position = 0;
+    m_guard->begin(m_path);
+    m_isOpen = true;
+    initCurrentFile(m_channelCount);
+    requestHeaderFields();
+    return true;
+}
+
+/// Why the file must not even be created, empty when it may.
+QString EDFWriter::unwritableReason() const
+{
+    if (m_channelCount < 1 || m_channelCount > kMostChannels) {
+        return QStringLiteral("it would have %1 channels, and the format takes 1 to %2")
+            .arg(m_channelCount)
+            .arg(kMostChannels);
+    }
+    if (m_samplesPerRecord < 1) {
+        return QStringLiteral("the sampling rate is below 1 Hz");
+    }
+    const qint64 annotationBytes = annotationSignals(m_channelCount) * kAnnotationSignalBytes;
+    if (qint64{m_samplesPerRecord} * m_channelCount * kSampleBytes + annotationBytes > kMostRecordBytes) {
+        return QStringLiteral("%1 channels at %2 Hz exceed the 10 MB that one second of recording may have")
+            .arg(m_channelCount)
+            .arg(m_samplesPerRecord);
+    }
+    const QFileInfo target(m_path);
+    if (target.exists() && !target.isFile()) {
+        return QStringLiteral("it is not a regular file");
+    }
+    if (bp::EdfLibrary::isFileUsed(m_path)) {
+        return QStringLiteral("this program has it open already");
+    }
+    return QString();
+}
+
+bool EDFWriter::createFile()
+{
+    const bool existed = QFileInfo::exists(m_path);
+    QFile file(m_path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        return refuse(file.errorString());
+    }
+    file.close();
+    m_handle = bp::EdfLibrary::openForWriting(m_path, EDFLIB_FILETYPE_EDFPLUS, m_channelCount);
+    if (m_handle >= 0) {
+        return true;
+    }
+    BPCommon::log(m_logLevel, "EDFWriter::open edfopen_file_writeonly code error %i", m_handle);
+    m_lastError = QStringLiteral("Cannot create %1: %2.").arg(m_path, bp::EdfLibrary::errorText(m_handle));
+    if (!existed) {
+        file.remove();
+    }
+    return false;
+}
+
+bool EDFWriter::refuse(const QString &reason)
+{
+    m_lastError = QStringLiteral("Cannot create %1: %2.").arg(m_path, reason);
+    BPCommon::log(m_logLevel, "EDFWriter::open %s", m_lastError);
+    return false;
+}
+
+void EDFWriter::initCurrentFile(int channelCount)
+{
+    BPCommon::log(m_logLevel, "EDFWriter::initCurrentFile %i", channelCount);
+    for (int i = 0; m_isOpen && i < std::min(channelCount, m_channelCount); ++i) {
+        edf_set_label(m_handle, i, bp::EdfText::label(m_labels.value(i)).constData());
+        edf_set_prefilter(m_handle, i, "");
+        edf_set_physical_dimension(m_handle, i, "uV");
+        edf_set_physical_maximum(m_handle, i, kPhysicalMaximum);
+        edf_set_digital_maximum(m_handle, i, kDigitalMaximum);
+        edf_set_digital_minimum(m_handle, i, kDigitalMinimum);
+        edf_set_physical_minimum(m_handle, i, kPhysicalMinimum);
+        edf_set_samplefrequency(m_handle, i, static_cast<int>(m_samplesPerRecord));
+    }
+}
+
+void EDFWriter::requestHeaderFields()
+{
+    edf_set_number_of_annotation_signals(m_handle, annotationSignals(m_channelCount));
+    // Otherwise EDFlib takes the time of the first record, when a second of the recording is over.
+    const QDateTime now = QDateTime::currentDateTime();
+    edf_set_startdatetime(m_handle, now.date().year(), now.date().month(), now.date().day(), now.time().hour(),
+                          now.time().minute(), now.time().second());
+}
+
+bool EDFWriter::close()
+{
+    if (!m_isOpen) {
+        BPCommon::log(m_logLevel, "EDFWriter::close no file is open");
+        return false;
+    }
+    m_isOpen = false;
+    const int code = bp::EdfLibrary::close(m_handle);
+    m_handle = -1;
+    if (code != 0) {
+        BPCommon::log(m_logLevel, "EDFWriter::close code error %i", code);
+    }
+    const qint64 written = m_guard->soundRecords();
+    const bool complete = m_guard->mend();
+    if (!complete) {
+        BPCommon::log(m_logLevel, "EDFWriter::close %i of %i records are in the file", m_guard->soundRecords(),
+                      written);
+        m_lastError = m_lastError.isEmpty() ? writeFailure() : m_lastError;
+        m_lastError += QStringLiteral(" It holds the first %1 s.").arg(m_guard->soundRecords());
+    }
+    reportDroppedAnnotations();
+    return code == 0 && complete;
+}
+
+void EDFWriter::reportDroppedAnnotations() const
+{
+    const qint64 room = m_guard->soundRecords() * annotationSignals(m_channelCount);
+    if (m_guard->annotationCount() > room) {
+        BPCommon::log(m_logLevel, "EDFWriter::close %i annotations did not fit", m_guard->annotationCount() - room);
+    }
+}
+
+bool EDFWriter::writeData(unsigned count, const float *samples)
+{
+    if (!m_isOpen || (samples == nullptr && count > 0)) {
+        BPCommon::log(m_logLevel, "EDFWriter::writeData no file is open or no samples");
+        return false;
+    }
+    BPCommon::log(m_logLevel, "EDFWriter::writeData %i", count);
+    bool written = true;
+    unsigned from = 0;
+    while (count - from >= m_samplesPerRecord - m_position) {
+        const unsigned take = m_samplesPerRecord - m_position;
+        fillOutPutBuffer(count, samples, take, from);
+        from += take;
+        ++m_recordsWritten;
+        written = writeRecord("EDFWriter::writeData edfwrite_physical_samples code error %i") && written;
+        m_position = 0;
+    }
+    fillOutPutBuffer(count, samples, count - from, from);
+    m_position += count - from;
+    return written;
+}
+
+bool EDFWriter::writeRemainderToFile()
+{
+    if (!m_isOpen) {
+        BPCommon::log(m_logLevel, "EDFWriter::writeRemainderToFile no file is open");
+        return false;
+    }
+    BPCommon::log(m_logLevel, "EDFWriter::writeRemainderToFile");
+    for (auto block = m_buffer.begin(); block != m_buffer.end(); block += m_samplesPerRecord) {
+        std::fill(block + m_position, block + m_samplesPerRecord, 0.0);
+    }
+    return writeRecord("EDFWriter::writeRemainderToFile %i");
+}
+
+void EDFWriter::fillOutPutBuffer(unsigned count, const float *samples, unsigned take, unsigned from)
+{
+    if (samples == nullptr || m_buffer.empty() || from > count) {
+        return;
+    }
+    take = std::min({take, count - from, m_samplesPerRecord - m_position});
+    for (std::size_t c = 0; c < static_cast<std::size_t>(m_channelCount); ++c) {
+        const float *source = samples + c * count + from;
+        std::transform(source, source + take,
+                       m_buffer.begin() + static_cast<std::ptrdiff_t>(c * m_samplesPerRecord + m_position),
+                       storedValue);
+    }
+}
+
+bool EDFWriter::writeRecord(const char *errorFormat)
+{
+    bool written = true;
+    for (std::size_t c = 0; c < static_cast<std::size_t>(m_channelCount); ++c) {
+        const int code = edfwrite_physical_samples(m_handle, m_buffer.data() + c * m_samplesPerRecord);
+        if (code != 0) {
+            BPCommon::log(m_logLevel, errorFormat, code);
+            written = false;
+        }
+    }
+    if (!written && !m_guard->hasFailed()) {
+        m_lastError = writeFailure();
+    }
+    m_guard->noteRecord(written);
+    return written;
+}
+
+/// One sentence on a record that could not be written.
+QString EDFWriter::writeFailure() const
+{
+    const QStorageInfo storage(QFileInfo(m_path).absolutePath());
+    const qint64 recordBytes = qint64{m_samplesPerRecord} * m_channelCount * kSampleBytes;
+    const bool full = storage.isValid() && storage.bytesAvailable() < recordBytes;
+    return full ? QStringLiteral("The disk is full: %1 is not recorded any further.").arg(m_path)
+                : QStringLiteral("Writing %1 failed: check the disk or the connection to it.").arg(m_path);
+}
+
+void EDFWriter::takeStartTime()
+{
+    m_startTime = QDateTime::currentMSecsSinceEpoch();
+}
+
+void EDFWriter::clearShift()
+{
+    m_position = 0;
+    m_recordsWritten = 0;
+}
+
+std::pair<bool, long long> EDFWriter::addAnnotation(const QString &text)
+{
+    if (m_startTime == 0) {
+        return {false, 0};
+    }
+    const qint64 elapsed = QDateTime::currentMSecsSinceEpoch() - m_startTime;
+    BPCommon::log(m_logLevel, "EDFWriter::addAnnotation Start data time %i Current time %i", m_startTime, elapsed);
+    return addAnnotationAt(elapsed, text);
+}
+
+std::pair<bool, long long> EDFWriter::addAnnotationAt(long long elapsedMs, const QString &text)
+{
+    m_elapsed = std::clamp<long long>(elapsedMs, 0, kLatestOnset / 10);
+    return {writeAnnotation(m_elapsed * 10, 1, text), m_elapsed};
+}
+
+bool EDFWriter::addAnnotation(double onsetSeconds, double durationSeconds, const QString &text)
+{
+    // 1000 and not EDFlib's 10000 per second: kept, hosts rely on where these annotations land.
+    const double onset = onsetSeconds * 1000.0;
+    const double duration = durationSeconds * 1000.0;
+    if (!(std::fabs(onset) < kLatestOnset && std::fabs(duration) < kLatestOnset)) {
+        BPCommon::log(m_logLevel, "EDFWriter::addAnnotation no time: %g s for %g s", onsetSeconds, durationSeconds);
+        return false;
+    }
+    return writeAnnotation(static_cast<long long>(onset), static_cast<long long>(duration), text);
+}
+
+bool EDFWriter::writeAnnotation(long long onset, long long duration, const QString &text)
+{
+    if (!m_isOpen) {
+        BPCommon::log(m_logLevel, "EDFWriter::addAnnotation no file is open");
+        return false;
+    }
+    const QByteArray bytes = bp::EdfText::annotation(text);
+    const int code = edfwrite_annotation_utf8(m_handle, onset, duration, bytes.constData());
+    if (code != 0) {
+        BPCommon::log(m_logLevel, "EDFWriter::addAnnotation edfwrite_annotation_utf8 code error %i", code);
+        return false;
+    }
+    m_guard->noteAnnotation(onset, duration, bytes);
+    return true;
+}
+
+void EDFWriter::setPatientInfo(const PatientInfo &patient)
+{
+    if (!m_isOpen) {
+        return;
+    }
+    BPCommon::log(m_logLevel, "EDFWriter::setPatientInfo opened file");
+    setPatientName(patient.name);
+    setPatientGender(patient.gender);
+    setEquipmentInfo(patient.equipment);
+    setPatientData(patient.birthYear, patient.birthMonth, patient.birthDay);
+}
+
+void EDFWriter::setPatientName(const QString &name)
+{
+    m_patientName = name;
+    reportHeaderError(m_isOpen ? edf_set_patientname(m_handle, bp::EdfText::header(name).constData()) : 0,
+                      "EDFWriter::setPatientName code error %i");
+}
+
+void EDFWriter::setPatientGender(int gender)
+{
+    reportHeaderError(m_isOpen ? edf_set_gender(m_handle, gender) : 0, "EDFWriter::setPatientGender code error %i");
+}
+
+void EDFWriter::setPatientData(int year, int month, int day)
+{
+    reportHeaderError(m_isOpen ? edf_set_birthdate(m_handle, year, month, day) : 0,
+                      "EDFWriter::setPatientData code error %i");
+}
+
+void EDFWriter::setEquipmentInfo(const QString &equipment)
+{
+    reportHeaderError(m_isOpen ? edf_set_equipment(m_handle, bp::EdfText::header(equipment).constData()) : 0,
+                      "EDFWriter::setEquipmentInfo code error %i");
+}
+
+void EDFWriter::reportHeaderError(int code, const char *format) const
+{
+    if (code != 0) {
+        BPCommon::log(m_logLevel, format, code);
+    }
+}

@@ -1,0 +1,125 @@
+#pragma once
+
+#include "common/BPCommon.h"
+#include "common/BPExport.h"
+#include "files/PatientInfo.h"
+
+#include <QObject>
+#include <QSharedPointer>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+class Montage;
+namespace bp {
+class EdfRecordGuard;
+}
+
+/// Records one acquisition run into an EDF+ file with data records of one second.
+///
+/// Samples are µV, stored inverted and with a resolution of 1 µV; values beyond ±32767 µV are clipped, NaN is stored as
+/// 0. One thread at a time; several writers may work on several threads. Errors are traced with EDFlib's code, the
+/// operation returns false, and lastError() has a sentence for the user.
+class BIOPROCESSING_EXPORT EDFWriter : public QObject
+{
+    Q_OBJECT
+public:
+    EDFWriter();
+    /// Opens the file at once; isFileOpened() tells whether that worked. The labels are empty.
+    EDFWriter(const QString &path, int channelCount, int samplesPerRecord);
+    /// Closes an open file. Samples of an incomplete record are lost: see writeRemainderToFile().
+    ~EDFWriter() override;
+
+    /// Opens a new file, with one signal per channel of the montage. A file that is still open is closed first.
+    /// @param samplesPerRecord sampling rate in Hz
+    /// @return false without a montage, and when open() fails
+    bool prepareWriter(const QString &path, const QSharedPointer<Montage> &montage, int samplesPerRecord);
+    void setChannelLables(const QSharedPointer<Montage> &montage);
+    /// Takes effect with the next open(); ignored while a file is open.
+    void setInternalBuffSize(int samplesPerRecord, unsigned channelCount);
+
+    /// Creates the file, replacing an existing one. Nothing is touched when the file would be one that EDFlib cannot
+    /// write (no channels, more than 639, no samples, records beyond 10 MB) or is open in this process already.
+    bool open();
+    /// Finalises the file. When records did not reach the disk, the file is cut to those that did, so that it can be
+    /// read, and the result is false.
+    bool close();
+    bool isFileOpened() const { return m_isOpen; }
+    /// Gives the signals of the file just opened their label, unit, range and rate. Called by open().
+    void initCurrentFile(int channelCount);
+
+    /// Appends a block and writes every record that it completes.
+    /// @param count   samples per channel, any number
+    /// @param samples planar block, channels × count, µV
+    /// @return false when no file is open, or a record could not be written; writing goes on with the next block
+    bool writeData(unsigned count, const float *samples);
+    /// Fills the current record with zeros and writes it. The position stays (clearShift() resets it); at the beginning
+    /// of a record that is a whole second of zeros.
+    bool writeRemainderToFile();
+    /// Copies samples [from, from + take) of each channel of a block into the current record, inverted, without moving
+    /// the position. What does not fit the record or the block is left out.
+    void fillOutPutBuffer(unsigned count, const float *samples, unsigned take, unsigned from);
+
+    /// Sets the mark from which addAnnotation(text) measures.
+    void takeStartTime();
+    void resetStartTime() { m_startTime = 0; }
+    /// Drops the samples of the incomplete record.
+    void clearShift();
+
+    /// Annotates the present time, measured from takeStartTime().
+    ///
+    /// A file holds 16 annotations per record; those beyond are dropped at close(), with a trace line. Texts go into
+    /// the file in the local 8-bit encoding and are cut to 40 bytes between two characters.
+    /// @return whether it was taken, and the milliseconds since the start mark; (false, 0) without a start mark
+    std::pair<bool, long long> addAnnotation(const QString &text);
+    /// As addAnnotation(text), for a time that was taken elsewhere.
+    /// @param elapsedMs milliseconds from the start of the recording; a negative time counts as 0
+    std::pair<bool, long long> addAnnotationAt(long long elapsedMs, const QString &text);
+    /// Kept as hosts know it: the annotation lands at one tenth of the given onset, and lasts one tenth of the given
+    /// duration, both in seconds.
+    bool addAnnotation(double onsetSeconds, double durationSeconds, const QString &text);
+
+    /// Patient data go into the header, and so must be given between open() and the first complete record; ignored
+    /// while no file is open. The header is ASCII: accents are dropped, other alphabets become "?".
+    void setPatientInfo(const PatientInfo &patient);
+    void setPatientName(const QString &name);
+    /// @param gender 0 female, 1 male
+    void setPatientGender(int gender);
+    void setPatientData(int year, int month, int day);
+    void setEquipmentInfo(const QString &equipment);
+    /// The last name given, also when no file took it.
+    QString getPatientName() const { return m_patientName; }
+
+    /// One sentence on the last failure: what, which file, why. Empty after a successful open().
+    QString lastError() const { return m_lastError; }
+
+private:
+    QString unwritableReason() const;
+    bool createFile();
+    bool refuse(const QString &reason);
+    void requestHeaderFields();
+    bool writeRecord(const char *errorFormat);
+    QString writeFailure() const;
+    bool writeAnnotation(long long onset, long long duration, const QString &text);
+    void reportDroppedAnnotations() const;
+    void reportHeaderError(int code, const char *format) const;
+
+    BPCommon::LogEvent m_logLevel = BPCommon::LogEdfWriter;
+    bool m_isOpen = false;
+    QString m_path;
+    QString m_patientName;
+    QString m_lastError;
+    QStringList m_labels;
+    int m_handle = -1;
+    quint32 m_samplesPerRecord = 0;
+    quint32 m_position = 0;
+    int m_channelCount = 0;
+    int m_recordsWritten = 0; ///< since clearShift(), failed ones included
+    qint64 m_startTime = 0;
+    qint64 m_elapsed = 0;
+    std::vector<double> m_buffer;
+    std::unique_ptr<bp::EdfRecordGuard> m_guard;
+};

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "common/BPExport.h"
+#include "filters/CascadeStage.h"
+
+#include <QObject>
+#include <QString>
+
+#include <cstddef>
+#include <vector>
+
+/// Turns one input sample into one output sample and keeps its own history.
+///
+/// A filter serves one stream: whoever runs it over several channels mixes their histories. Coefficients are fixed at
+/// construction. Not synchronised: one thread at a time.
+class BIOPROCESSING_EXPORT AbstractFilter : public QObject
+{
+    Q_OBJECT
+public:
+    enum FilterTypeEnum : int { LowPass = 0, HighPass = 1, BandPass = 2, BandStop = 3 };
+    Q_ENUM(FilterTypeEnum)
+    enum ImpulseResponseEnum : int { FiniteResponse = 0, RecursiveResponse = 1 };
+    Q_ENUM(ImpulseResponseEnum)
+
+    AbstractFilter(FilterTypeEnum type, ImpulseResponseEnum response, const QString &name, QObject *parent = nullptr);
+
+    FilterTypeEnum getFilterType() const { return m_type; }
+    ImpulseResponseEnum getImpulseResponse() const { return m_response; }
+    QString getName() const { return m_name; }
+
+    /// Filters count samples of in into out, which are the same array or don't overlap. A count below 1 does nothing,
+    /// here and in the other overloads over arrays. However a stream is cut into calls, the samples are the same.
+    void Process(const float *in, float *out, int count);
+    /// In place.
+    void Process(float *data, int count);
+    /// In place, count samples from index first on.
+    void Process(float *data, int first, int count);
+    /// A negative count means the whole input; out, which may be in itself, is resized to the count. Samples beyond the
+    /// end of the input are taken as zeros.
+    void Process(const std::vector<float> &in, std::vector<float> &out, int count = -1);
+    /// In place. A count that is negative or beyond the end means the whole vector, whose size stays.
+    void Process(std::vector<float> &data, int count = -1);
+
+    /// Clears the history, not the coefficients (FIRfilter differs).
+    virtual void Reset() = 0;
+
+protected:
+    /// The step: one sample in, one sample out.
+    virtual float InternalProcess(float sample) = 0;
+
+public:
+    /// Appends views of the filter's second-order sections in running order and returns true, or appends nothing and
+    /// returns false when the filter isn't a plain cascade of such sections. The views are valid as long as the filter.
+    virtual bool appendStages(std::vector<bp::CascadeStage> &stages);
+
+protected:
+    /// Filters count samples in place, bit for bit as InternalProcess one by one would; allocates nothing. Whoever
+    /// overrides one of the three, InternalProcess, appendStages and processBlock, in a subclass of a ready filter
+    /// overrides all of them.
+    virtual void processBlock(float *samples, std::size_t count);
+
+private:
+    FilterTypeEnum m_type;
+    ImpulseResponseEnum m_response;
+    QString m_name;
+};

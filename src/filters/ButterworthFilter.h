@@ -1,0 +1,61 @@
+#pragma once
+
+#include "filters/AbstractFilter.h"
+
+#include <memory>
+#include <vector>
+
+class IIRFilter;
+
+/// Butterworth filter: bilinear transform of the analogue prototype, run as a cascade of second-order sections.
+///
+/// The design is computed in doubles at construction and stored as floats. High-pass sections are the low-pass ones
+/// re-mapped by an all-pass substitution (A. G. Constantinides, "Spectral transformations for digital filters", 1970).
+class BIOPROCESSING_EXPORT ButterworthFilter : public AbstractFilter
+{
+    Q_OBJECT
+public:
+    static constexpr int kMaxOrder = 20;
+
+    /// @param order       rounded up to even, at most kMaxOrder; below 1 the filter only passes its input on
+    /// @param sampleRate  Hz
+    /// @param f1,f2       Hz, below half the rate. Low-pass uses f1, high-pass f2. Band-pass runs a high-pass at f1,
+    /// then
+    ///                    a low-pass at f2. Band-stop runs a low-pass at f1, then a high-pass at f2, one after the
+    ///                    other: with f1 below f2 almost nothing passes (kept: results in the field depend on it).
+    ButterworthFilter(FilterTypeEnum type, int order, float sampleRate, float f1, float f2, QObject *parent = nullptr);
+    ~ButterworthFilter() override;
+
+    /// Designs one cascade.
+    /// @param sections  out: one row b0 b1 b2 a0 a1 a2 per section, b0 and a0 being 1
+    /// @param gain      out: factor for the whole cascade
+    /// @param highPass  0 low-pass, 1 high-pass
+    /// @param cutOff    Hz; cutOff2 is not used
+    static void Butter(std::vector<std::vector<float>> &sections, float &gain, int highPass, int order, float cutOff,
+                       float cutOff2, float sampleRate);
+
+    void Reset() override;
+
+protected:
+    float InternalProcess(float sample) override;
+
+public:
+    bool appendStages(std::vector<bp::CascadeStage> &stages) override;
+
+protected:
+    void processBlock(float *samples, std::size_t count) override;
+
+private:
+    /// Re-maps second-order low-pass sections in place and scales each to a0 = 1.
+    /// @param mode  0 to low-pass, 1 to high-pass, 2 to band-pass, 3 to band-stop
+    /// @param wp    the sections' cut-off, wt and w2 the target's, all as fractions of the rate; modes 0 and 1 ignore
+    /// w2
+    /// @return coefficients per row, 3 or 5; −1 for any other mode
+    static int FilterTransform(std::vector<std::vector<double>> &b, std::vector<std::vector<double>> &a, int mode,
+                               double wp, double wt, double w2);
+    static int FilterTransform(double (*b)[5], double (*a)[5], int count, int mode, double wp, double wt, double w2);
+
+    int m_kind;
+    std::unique_ptr<IIRFilter> m_highPass; ///< the second slot, null when not built
+    std::unique_ptr<IIRFilter> m_lowPass; ///< the first slot, null when not built
+};

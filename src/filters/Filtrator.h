@@ -1,0 +1,47 @@
+#pragma once
+
+#include "common/BPExport.h"
+
+#include <QObject>
+
+#include <memory>
+#include <vector>
+
+class AbstractFilter;
+
+/// An ordered chain of filters at one sample rate, and a resampler to that rate.
+///
+/// A block is one vector of samples per channel. One thread at a time.
+class BIOPROCESSING_EXPORT Filtrator : public QObject
+{
+    Q_OBJECT
+public:
+    using Block = std::vector<std::vector<float>>;
+
+    /// @param sampleRate  Hz; the chain starts empty
+    explicit Filtrator(int sampleRate, QObject *parent = nullptr);
+    ~Filtrator() override;
+
+    int getFs() const { return m_sampleRate; }
+
+    /// Builds the chain anew, freeing the filters it had: low-pass and high-pass of the given order, then a band-pass
+    /// of 1 Hz around bandPass, last a notch of 1 Hz around notch. All in Hz; 0 or less leaves that filter out.
+    void setFilters(int order, int lowPass, int highPass, int notch, int bandPass);
+
+    /// Copies the block and filters the copy in place, filter by filter and channel by channel. in and out may be the
+    /// same.
+    ///
+    /// One filter object serves all channels: the history that a channel leaves is where the next one starts, and the
+    /// last channel's is where channel 0 of the next block starts (kept: trained models depend on it).
+    void doFiltrate(const Block &in, Block &out);
+
+    /// Brings a block from inputRate (Hz) to the chain's rate with a Hann-windowed sinc of 2 · halfWidth input samples.
+    ///
+    /// A channel of L samples gives floor(L · rate / inputRate). Nothing is padded at the ends, and reducing the rate
+    /// applies no extra low-pass. An inputRate below 1 is traced and gives empty channels. in and out may be the same.
+    void resample(const Block &in, Block &out, int inputRate, int halfWidth) const;
+
+private:
+    std::vector<std::unique_ptr<AbstractFilter>> m_filters; ///< in running order
+    int m_sampleRate;
+};
