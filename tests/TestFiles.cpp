@@ -93,6 +93,8 @@ private slots:
     void readerHeaderFacts_data();
     void readerHeaderFacts();
     void readerDescribesRecording();
+    void readerMendsHeaders_data();
+    void readerMendsHeaders();
     void readerRefusesFiles_data();
     void readerRefusesFiles();
     void readerRefusesDiscontinuousFile();
@@ -108,6 +110,7 @@ private:
 void TestFiles::initTestCase()
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    init(); // rows are made before
 }
 
 void TestFiles::init()
@@ -124,6 +127,7 @@ void TestFiles::record(const QString &file, unsigned rate, unsigned samples) con
         writer.prepareWriter(file, makeMontage({QStringLiteral("C3"), QStringLiteral("ECG")}), static_cast<int>(rate)),
         qPrintable(writer.lastError()));
     QVERIFY(writer.writeData(samples, signalBlock(0, samples).data()));
+    QVERIFY(writer.addAnnotationAt(0, QStringLiteral("begin")).first);
     QVERIFY(writer.close());
 }
 
@@ -692,6 +696,57 @@ void TestFiles::readerDescribesRecording()
     QVERIFY(!reader.isFileOpened());
 }
 
+void TestFiles::readerMendsHeaders_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QStringList>("labels");
+
+    record(path(), 10, 20);
+    QFile file(path());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray recording = file.readAll();
+    const int signalCount = recording.mid(252, 4).trimmed().toInt();
+    QByteArray transducer = recording;
+    transducer.replace(256 + signalCount * 16 + 2 * 80, 80, QByteArray("amp").leftJustified(80));
+    QByteArray prefilter = recording;
+    prefilter.replace(256 + signalCount * 136 + 5 * 80, 80, QByteArray("HP:0Hz").leftJustified(80));
+    const QByteArray unfinished = QByteArray(recording).replace(236, 8, "-1      ");
+    const QStringList labels{QStringLiteral("begin")};
+    QTest::newRow("not closed") << unfinished << "EDF+" << labels;
+    QTest::newRow("not closed, in a record") << unfinished + QByteArray(9, 'x') << "EDF+" << labels;
+    QTest::newRow("transducer of annotations") << transducer << "EDF+" << labels;
+    QTest::newRow("prefilter of annotations") << prefilter << "EDF+" << labels;
+    QTest::newRow("no annotation signal") << EdfBytes{false, 2, "1", 10, "EDF+C"}.make() << "EDF" << QStringList();
+}
+
+void TestFiles::readerMendsHeaders()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, type);
+    QFETCH(QStringList, labels);
+    writeBytes(path(), bytes);
+    QString copy;
+    {
+        TraceCapture trace;
+        EDFReader reader(path());
+        QVERIFY2(reader.open(), qPrintable(reader.lastError()));
+        copy = trace.lines().filter(QStringLiteral("mended header")).value(0).section(QStringLiteral("header: "), 1);
+        QVERIFY(QFile::exists(copy));
+        QCOMPARE(reader.fileTypeText(), type);
+        QCOMPARE(reader.getChannelData(0, 0, 100).size(), std::size_t{20});
+        QStringList read;
+        for (const AnnotationStrct &annotation : reader.annotations()) {
+            read << annotation.text;
+        }
+        QCOMPARE(read, labels);
+    }
+    QVERIFY(!QFile::exists(copy));
+    QFile file(path());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), bytes);
+}
+
 void TestFiles::readerRefusesFiles_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -712,7 +767,6 @@ void TestFiles::readerRefusesFiles_data()
     QTest::newRow("web page") << QByteArray("<!DOCTYPE html><html><body>Not found</body></html>").repeated(40) << format
                               << formatReason;
     QTest::newRow("zeros") << QByteArray(2000, '\0') << format << formatReason;
-    QTest::newRow("no record count") << QByteArray(sound).replace(236, 8, "-1      ") << format << formatReason;
     QTest::newRow("huge record count") << QByteArray(sound).replace(236, 8, "99999999") << format << formatReason;
     QTest::newRow("no date") << QByteArray(sound).replace(168, 8, "99.99.99") << format << formatReason;
 }

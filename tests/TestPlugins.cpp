@@ -559,6 +559,7 @@ void TestPlugins::playbackNamesWhatItLeavesOut()
     QCOMPARE(m_playback->getAmplifierInfo().channels(), 2);
     QCOMPARE(m_playback->getMontage()->getChannelNames(),
              QStringList({QStringLiteral("EEG Fpz-Cz"), QStringLiteral("EOG")}));
+    m_playback->returnDefaultValue();
     Params values;
     m_playback->getCurrentPropValue(values);
     QCOMPARE(values[QStringLiteral("left_out")], QStringLiteral("Resp oro-nasal;Temp rectal"));

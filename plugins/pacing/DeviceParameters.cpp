@@ -13,20 +13,16 @@ struct ControlKind
 };
 
 /// By Control.
-constexpr ControlKind kKinds[]{
-    {custom_param::ControlReal, custom_param::ValueReal},
-    {custom_param::ControlInteger, custom_param::ValueInteger},
-    {custom_param::ControlChoice, custom_param::ValueInteger},
-    {custom_param::ControlCheckBox, custom_param::ValueInteger},
-    {custom_param::ControlText, custom_param::ValueText},
-};
+constexpr ControlKind kKinds[]{{custom_param::ControlReal, custom_param::ValueReal},
+                               {custom_param::ControlInteger, custom_param::ValueInteger},
+                               {custom_param::ControlChoice, custom_param::ValueInteger},
+                               {custom_param::ControlCheckBox, custom_param::ValueInteger}};
 
 } // namespace
 
-void append(UnitParams &params, const Description &description, bool editable)
+void append(UnitParams &params, const Description &description)
 {
     custom_param param;
-    param.editType = editable ? custom_param::EditUser : custom_param::EditSelection;
     param.controlType = kKinds[description.control].control;
     param.valueType = kKinds[description.control].value;
     param.key = QLatin1String(description.key);
@@ -36,6 +32,16 @@ void append(UnitParams &params, const Description &description, bool editable)
     param.minimum = QLatin1String(description.minimum);
     param.maximum = QLatin1String(description.maximum);
     param.step = QLatin1String(description.step);
+    params.push_back(param);
+}
+
+void appendInformation(UnitParams &params, const char *key, const char *label, const QString &value)
+{
+    custom_param param;
+    param.editType = custom_param::EditSelection;
+    param.key = QLatin1String(key);
+    param.label = QString::fromUtf8(label);
+    param.defaultValue = value;
     params.push_back(param);
 }
 

@@ -2,14 +2,14 @@
 
 #include "algorithms/UnitParams.h"
 
-#include <QLatin1String>
+#include <QString>
 
 #include <cstddef>
 
 /// How a device offers its parameters to the user, and how it reads them back.
 namespace DeviceParameters {
 
-enum Control { Real, Integer, Choice, CheckBox, Text };
+enum Control { Real, Integer, Choice, CheckBox };
 
 /// One editable parameter; texts as custom_param carries them.
 struct Description
@@ -24,18 +24,15 @@ struct Description
     const char *choices; ///< ";"-separated, for a Choice only
 };
 
-/// A parameter that the device fills in for reading.
-constexpr Description information(const char *key, const char *label)
-{
-    return {key, label, Text, "", "", "", "", ""};
-}
+void append(UnitParams &params, const Description &description);
 
-void append(UnitParams &params, const Description &description, bool editable);
+/// A text that the device shows, and that restoring defaults keeps.
+void appendInformation(UnitParams &params, const char *key, const char *label, const QString &value);
 
 template <std::size_t N> void appendAll(UnitParams &params, const Description (&table)[N])
 {
     for (const Description &description : table) {
-        append(params, description, true);
+        append(params, description);
     }
 }
 

@@ -21,10 +21,6 @@ namespace {
 constexpr int kReadPeriodMs = 50;
 constexpr qint64 kEndless = std::numeric_limits<qint64>::max();
 
-constexpr Description kFile = DeviceParameters::information("file", QT_TRANSLATE_NOOP("Generic", "Recording"));
-constexpr Description kLeftOut =
-    DeviceParameters::information("left_out", QT_TRANSLATE_NOOP("Generic", "Signals left out"));
-
 /// Rows of kParameters.
 enum Row { Speed, Start, Repeat, Duration };
 
@@ -35,12 +31,13 @@ constexpr Description kParameters[]{
     {"duration", QT_TRANSLATE_NOOP("Generic", "Duration, sec"), Real, "0", "0", "1000000", "1", ""},
 };
 
-UnitParams defaultParams()
+UnitParams makeParams(const QString &path, const QStringList &leftOut)
 {
     UnitParams params;
     params.setParamName(QStringLiteral("Playback"));
-    DeviceParameters::append(params, kFile, false);
-    DeviceParameters::append(params, kLeftOut, false);
+    DeviceParameters::appendInformation(params, "file", QT_TRANSLATE_NOOP("Generic", "Recording"), path);
+    DeviceParameters::appendInformation(params, "left_out", QT_TRANSLATE_NOOP("Generic", "Signals left out"),
+                                        leftOut.join(QLatin1Char(';')));
     DeviceParameters::appendAll(params, kParameters);
     return params;
 }
@@ -55,7 +52,7 @@ AmplifierInfo describe(int channels, const QList<float> &rates)
 PlaybackAmplifier::PlaybackAmplifier()
     : Amplifier(describe(0, {}))
 {
-    m_params = defaultParams();
+    m_params = makeParams(QString(), QStringList());
 }
 
 bool PlaybackAmplifier::setFilePath(const QString &path)
@@ -97,8 +94,12 @@ void PlaybackAmplifier::describeRecording(const QString &path)
     montage->setMontageName(m_info.name());
     montage->setCurrentSampleFreq(m_info.getCurrentFreqValue());
     setMontage(montage);
-    m_params.setParamValue(QLatin1String(kFile.key), path);
-    m_params.setParamValue(QLatin1String(kLeftOut.key), m_recording.leftOut().join(QLatin1Char(';')));
+    UnitParams params = makeParams(path, m_recording.leftOut());
+    for (const Description &parameter : kParameters) {
+        const QString key = QLatin1String(parameter.key);
+        params.setParamValue(key, std::as_const(m_params)[key]);
+    }
+    m_params = params;
 }
 
 bool PlaybackAmplifier::startAcquisition()
@@ -229,6 +230,14 @@ int PlaybackAmplifier::readData(int capacity, float *block, int &remainder)
         return 0;
     }
     return deliver(std::min(due, room), block);
+}
+
+void PlaybackAmplifier::closeRecording()
+{
+    if (m_running.load()) {
+        stopAcquisition();
+    }
+    m_recording.close();
 }
 
 int PlaybackAmplifier::deliver(qint64 samples, float *block)

@@ -45,6 +45,9 @@ public:
     void resetDevice() override;
     int readData(int capacity, float *block, int &remainder) override;
 
+    /// Stops and lets go of the file. The description stays, but the device doesn't start any more.
+    void closeRecording();
+
 private:
     void describeRecording(const QString &path);
     int deliver(qint64 samples, float *block);

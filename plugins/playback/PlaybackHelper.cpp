@@ -2,9 +2,16 @@
 
 #include "PlaybackAmplifier.h"
 
+#include <QCoreApplication>
+
 PlaybackHelper::PlaybackHelper()
     : m_device(std::make_unique<PlaybackAmplifier>())
 {
+    // Plug-ins outlive the application and the statics of the library: a file is closed, and traced, before that.
+    if (QCoreApplication *application = QCoreApplication::instance()) {
+        connect(
+            application, &QObject::destroyed, this, [this] { m_device->closeRecording(); }, Qt::DirectConnection);
+    }
 }
 
 PlaybackHelper::~PlaybackHelper() = default;

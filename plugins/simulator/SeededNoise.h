@@ -53,7 +53,7 @@ public:
             sum += static_cast<std::int64_t>((bits & 0xFFFF) + ((bits >> 16) & 0xFFFF) + ((bits >> 32) & 0xFFFF)
                                              + (bits >> 48));
         }
-        return static_cast<double>(sum - 6 * 0xFFFF) * 0x1p-16;
+        return static_cast<double>(sum - 6 * std::int64_t{0xFFFF}) * 0x1p-16;
     }
 
 private:

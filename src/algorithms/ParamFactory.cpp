@@ -9,86 +9,98 @@ namespace {
 
 using P = custom_param;
 
+struct Kind
+{
+    P::CONTROL_TYPE control;
+    P::EDIT_TYPE edit = P::EditUser;
+};
+
+constexpr Kind kReal{P::ControlReal};
+constexpr Kind kFlag{P::ControlCheckBox};
+constexpr Kind kChoice{P::ControlChoice};
+constexpr Kind kColorField{P::ControlColor};
+constexpr Kind kChannels{P::ControlChannels};
+constexpr Kind kOneChannel{P::ControlInteger, P::EditSelection};
+constexpr Kind kFormula{P::ControlText, P::EditFormula};
+constexpr Kind kUsedRhythms{P::ControlText, P::EditSelection};
+
 struct ParamRow
 {
     const char *key;
     const char *label;
-    P::CONTROL_TYPE control;
+    Kind kind;
     const char *standard;
     const char *minimum = "";
     const char *maximum = "";
     const char *step = "0.1";
     const char *visibility = "";
     const char *choices = "";
-    P::EDIT_TYPE edit = P::EditUser;
 };
 
 // With "calc_mode" set, hosts show the thresholds in percent, otherwise those in µV.
 constexpr const char *kMicrovoltRule = "calc_mode?show:hide";
 constexpr const char *kPercentRule = "calc_mode?hide:show";
 
-constexpr ParamRow kColor{"r_color", QT_TRANSLATE_NOOP("Generic", "Display color"), P::ControlColor,
+constexpr ParamRow kColor{"r_color", QT_TRANSLATE_NOOP("Generic", "Display color"), kColorField,
                           Rhythms::kDefaultColor};
-constexpr ParamRow kVisible{"visible", QT_TRANSLATE_NOOP("Generic", "Show"), P::ControlCheckBox, "1"};
-constexpr ParamRow kHann{"hann", QT_TRANSLATE_NOOP("Generic", "Henning Window"), P::ControlReal, "50", "0", "50"};
-constexpr ParamRow kStep{"step", QT_TRANSLATE_NOOP("Generic", "Update time, sec"), P::ControlReal, "0.5", "0.1", "2"};
-constexpr ParamRow kArtefact{"artefact", QT_TRANSLATE_NOOP("Generic", "Find artefacts"), P::ControlCheckBox, "0"};
-constexpr ParamRow kLfzsfz{"lfzsfz", QT_TRANSLATE_NOOP("Generic", "lfzsfz threshold"), P::ControlReal, "3.5", "0.1",
-                           "250"};
-constexpr ParamRow kHfzifz{"hfzifz", QT_TRANSLATE_NOOP("Generic", "hfzifz threshold"), P::ControlReal, "0.7", "0.1",
-                           "250"};
+constexpr ParamRow kVisible{"visible", QT_TRANSLATE_NOOP("Generic", "Show"), kFlag, "1"};
+constexpr ParamRow kHann{"hann", QT_TRANSLATE_NOOP("Generic", "Henning Window"), kReal, "50", "0", "50"};
+constexpr ParamRow kStep{"step", QT_TRANSLATE_NOOP("Generic", "Update time, sec"), kReal, "0.5", "0.1", "2"};
+constexpr ParamRow kArtefact{"artefact", QT_TRANSLATE_NOOP("Generic", "Find artefacts"), kFlag, "0"};
+constexpr ParamRow kLfzsfz{"lfzsfz", QT_TRANSLATE_NOOP("Generic", "lfzsfz threshold"), kReal, "3.5", "0.1", "250"};
+constexpr ParamRow kHfzifz{"hfzifz", QT_TRANSLATE_NOOP("Generic", "hfzifz threshold"), kReal, "0.7", "0.1", "250"};
 
 constexpr ParamRow time(const char *standard)
 {
-    return {"time", QT_TRANSLATE_NOOP("Generic", "Accumulation time, sec"), P::ControlReal, standard, "1", "10"};
+    return {"time", QT_TRANSLATE_NOOP("Generic", "Accumulation time, sec"), kReal, standard, "1", "10"};
 }
 
 constexpr ParamRow maxFrequency(const char *minimum)
 {
-    return {"max_freq", QT_TRANSLATE_NOOP("Generic", "Maximum frequency, Hz"), P::ControlReal, "14", minimum, "1000"};
+    return {"max_freq", QT_TRANSLATE_NOOP("Generic", "Maximum frequency, Hz"), kReal, "14", minimum, "1000"};
 }
 
 constexpr ParamRow minFrequency(const char *minimum)
 {
-    return {"min_freq", QT_TRANSLATE_NOOP("Generic", "Minimum frequency, Hz"), P::ControlReal, "8", minimum, "1000"};
+    return {"min_freq", QT_TRANSLATE_NOOP("Generic", "Minimum frequency, Hz"), kReal, "8", minimum, "1000"};
 }
 
 constexpr ParamRow average(const char *standard)
 {
-    return {"average", QT_TRANSLATE_NOOP("Generic", "Use average"), P::ControlCheckBox, standard};
+    return {"average", QT_TRANSLATE_NOOP("Generic", "Use average"), kFlag, standard};
 }
 
 constexpr ParamRow square(const char *standard)
 {
-    return {"square", QT_TRANSLATE_NOOP("Generic", "Use power square"), P::ControlCheckBox, standard};
+    return {"square", QT_TRANSLATE_NOOP("Generic", "Use power square"), kFlag, standard};
 }
 
 constexpr ParamRow kSpectrumOnline[]{
-    {"enable", QT_TRANSLATE_NOOP("Generic", "Enable"), P::ControlCheckBox, "1"},
+    {"enable", QT_TRANSLATE_NOOP("Generic", "Enable"), kFlag, "1"},
     time("2"),
     kStep,
     kHann,
     kArtefact,
     kLfzsfz,
     kHfzifz,
-    {"smooth", QT_TRANSLATE_NOOP("Generic", "Use smoothing"), P::ControlCheckBox, "1"},
+    {"smooth", QT_TRANSLATE_NOOP("Generic", "Use smoothing"), kFlag, "1"},
     square("1"),
 };
 
 constexpr ParamRow kSpectrumNorm[]{
-    {"channel", QT_TRANSLATE_NOOP("Generic", "Read channels"), P::ControlChannels, ""},
+    {"channel", QT_TRANSLATE_NOOP("Generic", "Read channels"), kChannels, ""},
     time("3"),
     kStep,
     kHann,
     maxFrequency("0.1"),
     minFrequency("0.1"),
-    {"min_thres", QT_TRANSLATE_NOOP("Generic", "Minimum threshold, µV"), P::ControlReal, "1", "0.01", "2500", "0.01",
+    {"min_thres", QT_TRANSLATE_NOOP("Generic", "Minimum threshold, µV"), kReal, "1", "0.01", "2500", "0.01",
      kMicrovoltRule},
-    {"max_thres", QT_TRANSLATE_NOOP("Generic", "Maximum threshold, µV"), P::ControlReal, "100", "1", "2500", "0.1",
+    {"max_thres", QT_TRANSLATE_NOOP("Generic", "Maximum threshold, µV"), kReal, "100", "1", "2500", "0.1",
      kMicrovoltRule},
-    {"p_min_thres", QT_TRANSLATE_NOOP("Generic", "Minimum threshold, %"), P::ControlReal, "1", "0.01", "100", "0.01",
+    {"p_min_thres", QT_TRANSLATE_NOOP("Generic", "Minimum threshold, %"), kReal, "1", "0.01", "100", "0.01",
      kPercentRule},
-    {"p_max_thres", QT_TRANSLATE_NOOP("Generic", "Maximum threshold, %"), P::ControlReal, "100", "1", "100", "0.1",
+    {"p_max_thres", QT_TRANSLATE_NOOP("Generic", "Maximum threshold, %"), kReal, "100", "1", "100", "0.1",
      kPercentRule},
     kColor,
     average("0"),
@@ -96,37 +108,36 @@ constexpr ParamRow kSpectrumNorm[]{
     kLfzsfz,
     kHfzifz,
     square("0"),
-    {"calc_mode", QT_TRANSLATE_NOOP("Generic", "Relative power of rhythm"), P::ControlCheckBox, "0"},
+    {"calc_mode", QT_TRANSLATE_NOOP("Generic", "Relative power of rhythm"), kFlag, "0"},
     kVisible,
 };
 
 constexpr ParamRow kDependSpectrumNorm[]{
     maxFrequency("1"),
     minFrequency("1"),
-    {"min_thres", QT_TRANSLATE_NOOP("Generic", "Minimum threshold"), P::ControlReal, "1", "0.1", "250"},
-    {"max_thres", QT_TRANSLATE_NOOP("Generic", "Maximum threshold"), P::ControlReal, "100", "1", "250"},
+    {"min_thres", QT_TRANSLATE_NOOP("Generic", "Minimum threshold"), kReal, "1", "0.1", "250"},
+    {"max_thres", QT_TRANSLATE_NOOP("Generic", "Maximum threshold"), kReal, "100", "1", "250"},
     kColor,
     average("1"),
-    {"calc_mode", QT_TRANSLATE_NOOP("Generic", "Calculation mode"), P::ControlChoice, "0", "0", "4", "0.1", "",
+    {"calc_mode", QT_TRANSLATE_NOOP("Generic", "Calculation mode"), kChoice, "0", "0", "4", "0.1", "",
      QT_TRANSLATE_NOOP("Generic", "Average;Integration;Max;Summa;Power")},
-    {"frequency_calc", QT_TRANSLATE_NOOP("Generic", "Frequency calculation mode"), P::ControlChoice, "0", "0", "1",
-     "0.1", "", QT_TRANSLATE_NOOP("Generic", "Average;Max")},
+    {"frequency_calc", QT_TRANSLATE_NOOP("Generic", "Frequency calculation mode"), kChoice, "0", "0", "1", "0.1", "",
+     QT_TRANSLATE_NOOP("Generic", "Average;Max")},
 };
 
 constexpr ParamRow kElectroCardiogram[]{
-    {"channel", QT_TRANSLATE_NOOP("Generic", "Use channel"), P::ControlInteger, "1", "1", "1000", "1", "", "",
-     P::EditSelection},
-    {"hp_freq", QT_TRANSLATE_NOOP("Generic", "High pass filter, Hz"), P::ControlReal, "0.2", "0", "50"},
-    {"lp_freq", QT_TRANSLATE_NOOP("Generic", "Low pass filter, Hz"), P::ControlReal, "40", "0", "70"},
-    {"bpmMax", QT_TRANSLATE_NOOP("Generic", "Maximum bpm"), P::ControlReal, "150", "0.1", "1000"},
-    {"bpmMin", QT_TRANSLATE_NOOP("Generic", "Minimum bpm"), P::ControlReal, "30", "0.1", "1000"},
-    {"ampMax", QT_TRANSLATE_NOOP("Generic", "Maximum amplitude"), P::ControlReal, "4", "0.01", "1000", "0.01"},
-    {"ampMin", QT_TRANSLATE_NOOP("Generic", "Minimum amplitude"), P::ControlReal, "0.25", "0.01", "1000", "0.01"},
+    {"channel", QT_TRANSLATE_NOOP("Generic", "Use channel"), kOneChannel, "1", "1", "1000", "1"},
+    {"hp_freq", QT_TRANSLATE_NOOP("Generic", "High pass filter, Hz"), kReal, "0.2", "0", "50"},
+    {"lp_freq", QT_TRANSLATE_NOOP("Generic", "Low pass filter, Hz"), kReal, "40", "0", "70"},
+    {"bpmMax", QT_TRANSLATE_NOOP("Generic", "Maximum bpm"), kReal, "150", "0.1", "1000"},
+    {"bpmMin", QT_TRANSLATE_NOOP("Generic", "Minimum bpm"), kReal, "30", "0.1", "1000"},
+    {"ampMax", QT_TRANSLATE_NOOP("Generic", "Maximum amplitude"), kReal, "4", "0.01", "1000", "0.01"},
+    {"ampMin", QT_TRANSLATE_NOOP("Generic", "Minimum amplitude"), kReal, "0.25", "0.01", "1000", "0.01"},
 };
 
 constexpr ParamRow kAsymmetryCoeff[]{
-    {"channel1", QT_TRANSLATE_NOOP("Generic", "Read channels 1"), P::ControlChannels, ""},
-    {"channel2", QT_TRANSLATE_NOOP("Generic", "Read channels 2"), P::ControlChannels, ""},
+    {"channel1", QT_TRANSLATE_NOOP("Generic", "Read channels 1"), kChannels, ""},
+    {"channel2", QT_TRANSLATE_NOOP("Generic", "Read channels 2"), kChannels, ""},
     maxFrequency("0.1"),
     minFrequency("0.1"),
     kColor,
@@ -136,10 +147,8 @@ constexpr ParamRow kAsymmetryCoeff[]{
 constexpr ParamRow kMath[]{
     kColor,
     kVisible,
-    {"formula", QT_TRANSLATE_NOOP("Generic", "Calculation formula"), P::ControlText, "", "", "", "0.1", "", "",
-     P::EditFormula},
-    {"depend", QT_TRANSLATE_NOOP("Generic", "Used rhythms"), P::ControlText, "", "", "", "0.1", "", "",
-     P::EditSelection},
+    {"formula", QT_TRANSLATE_NOOP("Generic", "Calculation formula"), kFormula, ""},
+    {"depend", QT_TRANSLATE_NOOP("Generic", "Used rhythms"), kUsedRhythms, ""},
 };
 
 /// The thresholds of a rhythm index: µV, and percent of the whole power.
@@ -182,9 +191,9 @@ constexpr P::TYPE_VAL valueTypeOf(P::CONTROL_TYPE control)
 custom_param makeParam(const ParamRow &row)
 {
     custom_param param;
-    param.editType = row.edit;
-    param.valueType = valueTypeOf(row.control);
-    param.controlType = row.control;
+    param.editType = row.kind.edit;
+    param.valueType = valueTypeOf(row.kind.control);
+    param.controlType = row.kind.control;
     param.key = QString::fromLatin1(row.key);
     param.label = QString::fromUtf8(row.label);
     param.choices = QString::fromLatin1(row.choices);

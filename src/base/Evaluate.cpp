@@ -56,11 +56,15 @@ bool Evaluate::makeAnalyzeFormula(const QString &formula, QStringList &variables
     m_formula = std::make_unique<Formula>();
     try {
         m_formula->parser.SetExpr(toParser(formula));
-        for (const auto &used : m_formula->parser.GetUsedVar()) {
+        const auto usedVariables = m_formula->parser.GetUsedVar(); // a copy: defining a variable empties the parser's own
+        for (const auto &used : usedVariables) {
             Variable &variable = m_formula->variables[fromParser(used.first)];
             m_formula->parser.DefineVar(used.first, &variable.value);
         }
         m_formula->parser.Eval(); // GetUsedVar() looks at the tokens only; the syntax shows here
+        if (m_formula->parser.GetNumResults() != 1) {
+            throw mu::Parser::exception_type(mu::ecUNEXPECTED_ARG_SEP); // "1,5" would count as 5
+        }
     } catch (const mu::Parser::exception_type &error) {
         m_formula->error = fromParser(error.GetMsg());
         m_formula->variables.clear();

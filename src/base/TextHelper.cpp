@@ -2,13 +2,18 @@
 
 #include <QStringList>
 
+#include <algorithm>
 #include <cmath>
+
+namespace {
+constexpr double kLongestSeconds = 1e12;
+}
 
 QString TextHelper::TimeToText(double seconds, bool withMilliseconds)
 {
-    const double rounded = std::isfinite(seconds) ? seconds * 1000.0 : 0.0;
-    const qint64 total = withMilliseconds ? std::llround(std::fabs(rounded))
-                                          : static_cast<qint64>(std::fabs(rounded) / 1000.0) * 1000;
+    const double milliseconds = std::isfinite(seconds) ? std::min(std::fabs(seconds), kLongestSeconds) * 1000.0 : 0.0;
+    const qint64 total = withMilliseconds ? std::llround(milliseconds)
+                                          : static_cast<qint64>(milliseconds / 1000.0) * 1000;
     const QChar zero = QLatin1Char('0');
     QString text = QStringLiteral("%1:%2:%3")
                        .arg(total / 3600000, 2, 10, zero)
@@ -17,7 +22,7 @@ QString TextHelper::TimeToText(double seconds, bool withMilliseconds)
     if (withMilliseconds) {
         text += QStringLiteral(".%1").arg(total % 1000, 3, 10, zero);
     }
-    return rounded < 0.0 && total > 0 ? QLatin1Char('-') + text : text;
+    return seconds < 0.0 && total > 0 ? QLatin1Char('-') + text : text;
 }
 
 QString TextHelper::printLikeTable(const QMap<QString, QString> &rows, const QString &separator)

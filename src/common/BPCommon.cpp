@@ -21,6 +21,12 @@ QString textAt(const std::array<const char *, N> &texts, int index)
                                                      : QString();
 }
 
+/// Plug-ins still write trace lines while the program's statics are being destroyed.
+const QRegularExpression &neverDestroyed(const char *pattern)
+{
+    return *new QRegularExpression(QString::fromLatin1(pattern));
+}
+
 } // namespace
 
 std::array<std::atomic<bool>, BPCommon::kLogEventCount> BPCommon::s_enabled {
@@ -68,7 +74,7 @@ QString BPCommon::channelTypeText(ChannelType type)
 
 QString BPCommon::render(const QString &conversion, const LogArgument &argument)
 {
-    static const QRegularExpression parts(QStringLiteral("%([-0]*)(\\d*)(?:\\.(\\d+))?"));
+    static const auto &parts = neverDestroyed("%([-0]*)(\\d*)(?:\\.(\\d+))?");
     const auto match = parts.match(conversion);
     QString text;
     switch (argument.kind) {
@@ -89,13 +95,19 @@ QString BPCommon::render(const QString &conversion, const LogArgument &argument)
         break;
     }
     const int width = std::min(match.captured(2).toInt(), 256);
-    return match.captured(1).contains(QLatin1Char('-')) ? text.leftJustified(width) : text.rightJustified(width);
+    if (match.captured(1).contains(QLatin1Char('-'))) {
+        return text.leftJustified(width);
+    }
+    if (argument.kind != LogArgument::Text && match.captured(1).contains(QLatin1Char('0'))) {
+        const int sign = text.startsWith(QLatin1Char('-')) ? 1 : 0;
+        return text.left(sign) + text.mid(sign).rightJustified(width - sign, QLatin1Char('0'));
+    }
+    return text.rightJustified(width);
 }
 
 void BPCommon::writeFormatted(LogEvent event, const char *format, const LogArgument *arguments, int count)
 {
-    static const QRegularExpression conversions(
-        QStringLiteral("%%|%[-+ #0]*\\d*(?:\\.\\d+)?(?:hh|h|ll|l|j|z|t|L)?[a-zA-Z]"));
+    static const auto &conversions = neverDestroyed("%%|%[-+ #0]*\\d*(?:\\.\\d+)?(?:hh|h|ll|l|j|z|t|L)?[a-zA-Z]");
     const QString pattern = QString::fromUtf8(format);
     QString line;
     int copied = 0;

@@ -3,6 +3,7 @@
 #include "base/TextHelper.h"
 #include "devices/AmplifierChannel.h"
 #include "devices/ChannelLabels.h"
+#include "files/EdfHeaderRepair.h"
 #include "files/EdfLibrary.h"
 #include "files/EdfText.h"
 #include "montage/Montage.h"
@@ -98,7 +99,7 @@ bool EDFReader::internalOpen()
         return false;
     }
     BPCommon::log(m_logLevel, "EDFReader::internalOpen %c", m_path);
-    const int code = bp::EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    const int code = openInLibrary();
     if (code != 0) {
         qDebug("%s", bp::EdfLibrary::debugMessage(code));
         forgetFile();
@@ -111,14 +112,31 @@ bool EDFReader::internalOpen()
     m_durationSeconds = m_header->file_duration / EDFLIB_TIME_DIMENSION;
     takeHeaderTexts();
     if (m_channelCount > 0) {
-        m_sampleRate = rateOf(0);
+        m_sampleRate = getChannelSampleRate(0);
         fillMontage();
     }
     return true;
 }
 
+/// Returns 0 or EDFlib's code.
+int EDFReader::openInLibrary()
+{
+    const int code = bp::EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    if (code != EDFLIB_FILE_CONTAINS_FORMAT_ERRORS) {
+        return code;
+    }
+    m_mendedCopy = bp::EdfHeaderRepair::mendedCopy(m_path);
+    if (!m_mendedCopy) {
+        return code;
+    }
+    BPCommon::log(m_logLevel, "EDFReader::internalOpen reads a copy with a mended header: %s",
+                  m_mendedCopy->fileName());
+    return bp::EdfLibrary::openForReading(m_mendedCopy->fileName(), *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+}
+
 void EDFReader::forgetFile()
 {
+    m_mendedCopy.reset();
     *m_header = {};
     m_header->filetype = kNoFileType;
     m_montage->clearChannel();
@@ -145,7 +163,7 @@ void EDFReader::takeHeaderTexts()
 void EDFReader::fillMontage()
 {
     for (int i = 0; i < m_channelCount; ++i) {
-        const QString label = bp::EdfText::fromHeader(m_header->signalparam[i].label);
+        const QString label = getChannelName(i);
         auto channel =
             std::make_unique<AmplifierChannel>(static_cast<unsigned>(i), 1.0f, bp::channelTypeFromLabel(label));
         channel->setChannelName(label);
@@ -164,6 +182,7 @@ void EDFReader::close()
         m_isOpened = false;
         bp::EdfLibrary::close(m_handle);
         m_handle = -1;
+        m_mendedCopy.reset();
     }
 }
 
@@ -257,51 +276,42 @@ std::vector<float> EDFReader::getChannelDataFloat(unsigned channel, unsigned off
     return narrow;
 }
 
-const edf_param_struct *EDFReader::signalAt(int channel) const
+/// An empty one when there is no such channel.
+const edf_param_struct &EDFReader::signalAt(int channel) const
 {
-    return channel >= 0 && channel < m_channelCount ? &m_header->signalparam[channel] : nullptr;
+    static const edf_param_struct none{};
+    return channel >= 0 && channel < m_channelCount ? m_header->signalparam[channel] : none;
 }
 
 QString EDFReader::getChannelName(int channel) const
 {
-    const edf_param_struct *signal = signalAt(channel);
-    return signal != nullptr ? bp::EdfText::fromHeader(signal->label) : QString();
+    return bp::EdfText::fromHeader(signalAt(channel).label);
 }
 
 QString EDFReader::getPhysicalDimension(int channel) const
 {
-    const edf_param_struct *signal = signalAt(channel);
-    return signal != nullptr ? bp::EdfText::fromHeader(signal->physdimension) : QString();
+    return bp::EdfText::fromHeader(signalAt(channel).physdimension);
 }
 
 double EDFReader::getPhysicalMinimum(int channel) const
 {
-    const edf_param_struct *signal = signalAt(channel);
-    return signal != nullptr ? signal->phys_min : 0.0;
+    return signalAt(channel).phys_min;
 }
 
 double EDFReader::getPhysicalMaximum(int channel) const
 {
-    const edf_param_struct *signal = signalAt(channel);
-    return signal != nullptr ? signal->phys_max : 0.0;
+    return signalAt(channel).phys_max;
 }
 
 long long EDFReader::getChannelSampleCount(int channel) const
 {
-    const edf_param_struct *signal = signalAt(channel);
-    return signal != nullptr ? signal->smp_in_file : 0;
+    return signalAt(channel).smp_in_file;
 }
 
 float EDFReader::getChannelSampleRate(int channel) const
 {
-    return signalAt(channel) != nullptr ? rateOf(channel) : 0.0f;
-}
-
-float EDFReader::rateOf(int channel) const
-{
     const auto duration = static_cast<double>(m_header->datarecord_duration);
-    return duration > 0.0 ? static_cast<float>(m_header->signalparam[channel].smp_in_datarecord / duration * 1e7)
-                          : 0.0f;
+    return duration > 0.0 ? static_cast<float>(signalAt(channel).smp_in_datarecord / duration * 1e7) : 0.0f;
 }
 
 bool EDFReader::getPatientInfo(PatientInfo &patient) const

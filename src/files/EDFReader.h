@@ -16,6 +16,7 @@
 #include <vector>
 
 class Montage;
+class QTemporaryFile;
 struct edf_annotation_struct;
 struct edf_hdr_struct;
 struct edf_param_struct;
@@ -36,7 +37,8 @@ public:
 
     /// Takes effect with the next open().
     void setPath(const QString &path);
-    /// Reads header and annotations. A file that is open is closed first. On failure lastError() says why.
+    /// Reads header and annotations. A file that is open is closed first. On failure lastError() says why. Common
+    /// faults of headers that say nothing about the data are mended in a temporary copy.
     bool open();
     void close();
     bool isFileOpened() const { return m_isOpened; }
@@ -101,11 +103,11 @@ public:
 
 private:
     bool internalOpen();
+    int openInLibrary();
     void forgetFile();
     void takeHeaderTexts();
     void fillMontage();
-    const edf_param_struct *signalAt(int channel) const;
-    float rateOf(int channel) const;
+    const edf_param_struct &signalAt(int channel) const;
     unsigned samplesFrom(unsigned channel, unsigned offset) const;
     int readChannel(unsigned channel, unsigned offset, unsigned count, double *out, unsigned &read);
 
@@ -125,4 +127,5 @@ private:
     bool m_isOpened = false;
     qint64 m_durationSeconds = 0;
     QList<edf_annotation_struct> m_annotations;
+    std::unique_ptr<QTemporaryFile> m_mendedCopy; ///< the file that EDFlib has open instead
 };

@@ -36,7 +36,7 @@ QByteArray EdfText::annotation(const QString &text)
     }
     // Control characters separate annotations in the file.
     std::replace_if(
-        bytes.begin(), bytes.end(), [](char c) { return c >= 0 && c < ' '; }, '.');
+        bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '.');
     return bytes;
 }
 

@@ -16,8 +16,9 @@ using Row = double[5];
 std::unique_ptr<IIRFilter> designed(bool highPass, int order, float cutOff, float sampleRate)
 {
     if (!(cutOff > 0.0f && 2.0f * cutOff < sampleRate)) {
-        BPCommon::log(BPCommon::LogGeneral, "ButterworthFilter::designed %f Hz is not below half the rate of %f Hz",
-                      cutOff, sampleRate);
+        BPCommon::log(BPCommon::LogGeneral,
+                      "ButterworthFilter::ButterworthFilter %f Hz is not between 0 and half of %f Hz", cutOff,
+                      sampleRate);
     }
     std::vector<std::vector<float>> sections;
     float gain = 1.0f;

@@ -3,6 +3,7 @@
 #include "filters/LaneSection.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace bp {
 

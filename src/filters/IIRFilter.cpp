@@ -4,6 +4,7 @@
 #include "filters/Cascade.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 

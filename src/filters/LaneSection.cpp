@@ -62,8 +62,7 @@ inline Row forward(const Row &b0, const Row &b1, const Row &b2, const float *x)
     return acc + b2 * Row::load(x);
 }
 
-template <bool Scaled>
-inline void leave(const Row &row, const Row &gain, float *to)
+template <bool Scaled> inline void leave(const Row &row, const Row &gain, float *to)
 {
     if constexpr (Scaled) {
         (row * gain).store(to);
@@ -108,8 +107,7 @@ void LaneSection::run(const float *in, float *out, std::size_t rows)
 }
 
 // Two rows per turn: the outputs swap places as history, which saves moving them.
-template <bool Scaled>
-void LaneSection::runRows(const float *in, float *out, std::size_t rows)
+template <bool Scaled> void LaneSection::runRows(const float *in, float *out, std::size_t rows)
 {
     const Row rb0 = Row::load(b0.data());
     const Row rb1 = Row::load(b1.data());

@@ -58,6 +58,9 @@ DataReader::DataReader(QObject *parent)
 DataReader::~DataReader()
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::~DataReader");
+    if (m_looping.load()) {
+        BPCommon::log(BPCommon::LogReader, "DataReader::~DataReader the loop was cut off");
+    }
     BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
     m_edfWriter.reset();
     delete m_algorithms;
@@ -281,6 +284,7 @@ void DataReader::chooseHandlers()
 
 void DataReader::run()
 {
+    m_looping.store(true);
     m_tasks->enter();
     if (startDevice()) {
         int remainder = 0;
@@ -304,6 +308,7 @@ void DataReader::run()
         }
     }
     m_tasks->leave();
+    m_looping.store(false);
 }
 
 bool DataReader::startDevice()

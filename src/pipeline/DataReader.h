@@ -140,6 +140,7 @@ private:
 
     // Set from any thread.
     std::atomic<bool> m_running {false};
+    std::atomic<bool> m_looping {false}; ///< the last thing that run() writes
     std::atomic<bool> m_writeEdf {false};
     std::atomic<qint64> m_writeStateMs;
 

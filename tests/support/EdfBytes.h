@@ -11,6 +11,7 @@ struct EdfBytes
     int records = 1;
     QByteArray recordDuration = "1"; ///< seconds
     int samplesPerRecord = 4;
+    QByteArray reserved{}; ///< "EDF+C" for example
 
     QByteArray make() const
     {
@@ -18,7 +19,7 @@ struct EdfBytes
                                             "BIOSEMI")
                                : field("0", 8);
         bytes += field("Jane Doe", 80) + field("test", 80) + "02.03.21" + "04.05.06" + field("512", 8);
-        bytes += field(bdf ? "24BIT" : "", 44) + field(QByteArray::number(records), 8) + field(recordDuration, 8);
+        bytes += field(bdf ? "24BIT" : reserved, 44) + field(QByteArray::number(records), 8) + field(recordDuration, 8);
         bytes +=
             field("1", 4) + field("ECG MLII", 16) + field("", 80) + field("mV", 8) + field("-5", 8) + field("5", 8);
         bytes += field(bdf ? "-8388608" : "-32768", 8) + field(bdf ? "8388607" : "32767", 8) + field("", 80);
