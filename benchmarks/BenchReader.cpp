@@ -97,8 +97,9 @@ void readerPass(benchmark::State &state)
     QObject receiver;
     qint64 samples = 0;
     if (state.range(1) != 0) {
-        QObject::connect(&reader, &DataReader::newData, &receiver,
-                         [&samples](const std::vector<float> &, int count) { samples += count; }, Qt::QueuedConnection);
+        QObject::connect(
+            &reader, &DataReader::newData, &receiver,
+            [&samples](const std::vector<float> &, int count) { samples += count; }, Qt::QueuedConnection);
     }
     reader.setNewMontage(&device, filteredMontage());
     reader.setWriteStateTime(0);
@@ -111,9 +112,15 @@ void readerPass(benchmark::State &state)
         QCoreApplication::processEvents();
     }
     const double seconds = static_cast<double>(kBlocks) * kBlock / static_cast<double>(kRate);
-    state.counters["x_real_time"] = benchmark::Counter(seconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["x_real_time"] =
+        benchmark::Counter(seconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-BENCHMARK(readerPass)->ArgNames({"edf", "publish"})->Args({0, 0})->Args({0, 1})->Args({1, 1})->Unit(benchmark::kMillisecond);
+BENCHMARK(readerPass)
+    ->ArgNames({"edf", "publish"})
+    ->Args({0, 0})
+    ->Args({0, 1})
+    ->Args({1, 1})
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace

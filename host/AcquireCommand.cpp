@@ -30,12 +30,12 @@ struct Refusal
 
 [[noreturn]] void refuseUsage(const QString &sentence)
 {
-    throw Refusal {Console::WrongUsage, sentence};
+    throw Refusal{Console::WrongUsage, sentence};
 }
 
 [[noreturn]] void refuse(const QString &sentence)
 {
-    throw Refusal {Console::Failure, sentence};
+    throw Refusal{Console::Failure, sentence};
 }
 
 void addOptions(QCommandLineParser &parser)
@@ -84,7 +84,8 @@ TimedLabel parseLabel(const QString &text)
 AcquireOptions parseOptions(const QCommandLineParser &parser)
 {
     if (!parser.positionalArguments().isEmpty()) {
-        refuseUsage(QStringLiteral("acquire takes options only, not \"%1\".").arg(parser.positionalArguments().constFirst()));
+        refuseUsage(
+            QStringLiteral("acquire takes options only, not \"%1\".").arg(parser.positionalArguments().constFirst()));
     }
     if (parser.isSet(QStringLiteral("device")) && parser.isSet(QStringLiteral("playback"))) {
         refuseUsage(QStringLiteral("--device and --playback exclude each other."));
@@ -105,7 +106,7 @@ AcquireOptions parseOptions(const QCommandLineParser &parser)
 Amplifier *openDevice(DeviceFinder &finder, const QCommandLineParser &parser)
 {
     const QString file = parser.value(QStringLiteral("playback"));
-    const QString name = !file.isEmpty() ? kPlaybackDevice
+    const QString name = !file.isEmpty()         ? kPlaybackDevice
         : parser.isSet(QStringLiteral("device")) ? parser.value(QStringLiteral("device"))
                                                  : kDefaultDevice;
     finder.search();
@@ -147,7 +148,9 @@ void setFrequency(Amplifier *device, double frequency)
     for (const float rate : qAsConst(rates)) {
         texts << QString::number(static_cast<double>(rate));
     }
-    refuse(QStringLiteral("The device has no rate of %1 Hz, only %2.").arg(frequency).arg(texts.join(QStringLiteral(", "))));
+    refuse(QStringLiteral("The device has no rate of %1 Hz, only %2.")
+               .arg(frequency)
+               .arg(texts.join(QStringLiteral(", "))));
 }
 
 void setNamedParameters(UnitParams &params, const QStringList &assignments)
@@ -212,7 +215,8 @@ void printLeftOut(Amplifier *device)
     const UnitParams &values = params;
     const QString leftOut = values.contain(QStringLiteral("left_out")) ? values[QStringLiteral("left_out")] : QString();
     if (!leftOut.isEmpty()) {
-        Console::error(QStringLiteral("Left out, since their rate differs: %1.").arg(QString(leftOut).replace(QLatin1Char(';'), QLatin1String(", "))));
+        Console::error(QStringLiteral("Left out, since their rate differs: %1.")
+                           .arg(QString(leftOut).replace(QLatin1Char(';'), QLatin1String(", "))));
     }
 }
 
@@ -245,7 +249,8 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
     AcquireSession session(device, chooseMontage(device, parser.value(QStringLiteral("montage"))), options);
     Interrupt interrupt;
     QEventLoop loop;
-    QObject::connect(&interrupt, &Interrupt::interrupted, &session, [&session] { session.stop(QStringLiteral("interrupted")); });
+    QObject::connect(&interrupt, &Interrupt::interrupted, &session,
+                     [&session] { session.stop(QStringLiteral("interrupted")); });
     QObject::connect(&session, &AcquireSession::finished, &loop, &QEventLoop::quit, Qt::QueuedConnection);
     session.start();
     loop.exec();

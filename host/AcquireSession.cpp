@@ -17,7 +17,8 @@ constexpr int kCloseTimeoutMs = 10000;
 
 } // namespace
 
-AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montage, AcquireOptions options, QObject *parent)
+AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montage, AcquireOptions options,
+                               QObject *parent)
     : QObject(parent)
     , m_device(device)
     , m_montage(std::move(montage))
@@ -94,7 +95,9 @@ void AcquireSession::takeDeviceCode(int code)
         return;
     }
     const QString words = m_device->getErrorText(code);
-    m_error = QStringLiteral("The device stopped with code %1%2.").arg(code).arg(words.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(words));
+    m_error = QStringLiteral("The device stopped with code %1%2.")
+                  .arg(code)
+                  .arg(words.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(words));
     stop(QStringLiteral("error"));
 }
 
@@ -161,9 +164,9 @@ QJsonObject AcquireSession::summary() const
     object.insert(QStringLiteral("ended"), m_reason.isEmpty() ? QStringLiteral("error") : m_reason);
     if (!m_options.recordPath.isEmpty()) {
         object.insert(QStringLiteral("record"),
-                      QJsonObject {{QStringLiteral("path"), m_options.recordPath},
-                                   {QStringLiteral("bytes"), QFileInfo(m_options.recordPath).size()},
-                                   {QStringLiteral("labels"), m_labelsWritten}});
+                      QJsonObject{{QStringLiteral("path"), m_options.recordPath},
+                                  {QStringLiteral("bytes"), QFileInfo(m_options.recordPath).size()},
+                                  {QStringLiteral("labels"), m_labelsWritten}});
     }
     if (!m_error.isEmpty()) {
         object.insert(QStringLiteral("error"), m_error);

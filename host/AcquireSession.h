@@ -22,7 +22,7 @@ struct TimedLabel
 struct AcquireOptions
 {
     double seconds = 0.0; ///< of signal; 0 until the device ends or the user does
-    QString recordPath;   ///< empty: nothing is recorded
+    QString recordPath; ///< empty: nothing is recorded
     std::vector<TimedLabel> labels;
 };
 
@@ -31,7 +31,8 @@ class AcquireSession : public QObject
 {
     Q_OBJECT
 public:
-    AcquireSession(Amplifier *device, QSharedPointer<Montage> montage, AcquireOptions options, QObject *parent = nullptr);
+    AcquireSession(Amplifier *device, QSharedPointer<Montage> montage, AcquireOptions options,
+                   QObject *parent = nullptr);
     ~AcquireSession() override;
 
     void start();

@@ -19,8 +19,8 @@ void error(const QString &sentence);
 /// Replaces the progress line on standard error; silent unless standard error is a terminal. An empty text ends it.
 void progress(const QString &text);
 
-/// Sends Qt's messages to standard error, and of the library's trace only what `trace` asks for: everything, or just the
-/// plug-ins that did not load.
+/// Sends Qt's messages to standard error, and of the library's trace only what `trace` asks for: everything, or just
+/// the plug-ins that did not load.
 void installMessageHandler(bool trace);
 
 /// Parses a command's own arguments and answers --help.

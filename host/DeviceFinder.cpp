@@ -42,10 +42,12 @@ QList<AmplifierInfo> DeviceFinder::search()
 
 Amplifier *DeviceFinder::open(const QString &name)
 {
-    const auto exact = std::find_if(m_found.cbegin(), m_found.cend(), [&name](const AmplifierInfo &info) { return info == name; });
+    const auto exact =
+        std::find_if(m_found.cbegin(), m_found.cend(), [&name](const AmplifierInfo &info) { return info == name; });
     const auto found = exact != m_found.cend()
         ? exact
-        : std::find_if(m_found.cbegin(), m_found.cend(),
-                       [&name](const AmplifierInfo &info) { return info.name().startsWith(name, Qt::CaseInsensitive); });
+        : std::find_if(m_found.cbegin(), m_found.cend(), [&name](const AmplifierInfo &info) {
+              return info.name().startsWith(name, Qt::CaseInsensitive);
+          });
     return found != m_found.cend() ? DeviceManager::Instance()->openDevice(*found) : nullptr;
 }

@@ -36,7 +36,8 @@ QString toLine(const AmplifierInfo &info)
         .arg(info.name(), -16)
         .arg(info.serial(), -12)
         .arg(info.channels(), 4)
-        .arg(rates.isEmpty() ? QStringLiteral("no rate yet") : rates.join(QStringLiteral(", ")) + QStringLiteral(" Hz"));
+        .arg(rates.isEmpty() ? QStringLiteral("no rate yet")
+                             : rates.join(QStringLiteral(", ")) + QStringLiteral(" Hz"));
 }
 
 } // namespace
@@ -44,7 +45,8 @@ QString toLine(const AmplifierInfo &info)
 int runDevices(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Lists what the device plug-ins find: name, serial, channels, rates."));
+    parser.setApplicationDescription(
+        QStringLiteral("Lists what the device plug-ins find: name, serial, channels, rates."));
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print a JSON array."));
     parser.addOption(json);
     Console::ExitStatus status = Console::Success;
@@ -66,7 +68,8 @@ int runDevices(const QStringList &arguments)
         Console::print(toLine(info));
     }
     if (devices.isEmpty()) {
-        Console::error(QStringLiteral("No device was found: put device plug-ins into a folder of HalvinDevices beside the program."));
+        Console::error(QStringLiteral(
+            "No device was found: put device plug-ins into a folder of HalvinDevices beside the program."));
         return Console::Failure;
     }
     return Console::Success;

@@ -18,7 +18,7 @@ QJsonArray channelsToJson(EDFReader &reader)
     QJsonArray channels;
     const QSharedPointer<Montage> montage = reader.getFileMontage();
     for (int i = 0; i < reader.getChannelCount(); ++i) {
-        channels << QJsonObject {
+        channels << QJsonObject{
             {QStringLiteral("name"), reader.getChannelName(i).trimmed()},
             {QStringLiteral("type"), (*montage)[static_cast<unsigned>(i)]->getTextType()},
             {QStringLiteral("frequency"), static_cast<double>(reader.getChannelSampleRate(i))},
@@ -33,7 +33,7 @@ QJsonArray annotationsToJson(const EDFReader &reader)
 {
     QJsonArray annotations;
     for (const AnnotationStrct &annotation : reader.annotations()) {
-        QJsonObject object {{QStringLiteral("onset"), annotation.onset}, {QStringLiteral("text"), annotation.text}};
+        QJsonObject object{{QStringLiteral("onset"), annotation.onset}, {QStringLiteral("text"), annotation.text}};
         if (annotation.duration >= 0.0) {
             object.insert(QStringLiteral("duration"), annotation.duration);
         }
@@ -82,7 +82,9 @@ void printText(const QJsonObject &info)
     }
     for (const QJsonValue &value : annotations) {
         const QJsonObject annotation = value.toObject();
-        Console::print(QStringLiteral("  at %1 s: %2").arg(annotation[QLatin1String("onset")].toDouble()).arg(annotation[QLatin1String("text")].toString()));
+        Console::print(QStringLiteral("  at %1 s: %2")
+                           .arg(annotation[QLatin1String("onset")].toDouble())
+                           .arg(annotation[QLatin1String("text")].toString()));
     }
 }
 

@@ -16,7 +16,7 @@ struct Command
     int (*run)(const QStringList &arguments);
 };
 
-constexpr std::array<Command, 3> kCommands {{
+constexpr std::array<Command, 3> kCommands{{
     {"devices", "what the device plug-ins find", runDevices},
     {"acquire", "acquire from a device, and record", runAcquire},
     {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
@@ -24,7 +24,8 @@ constexpr std::array<Command, 3> kCommands {{
 
 QString usage()
 {
-    QString text = QStringLiteral("Usage: bioprocessing COMMAND [options]   (bioprocessing COMMAND --help tells its options)\n");
+    QString text =
+        QStringLiteral("Usage: bioprocessing COMMAND [options]   (bioprocessing COMMAND --help tells its options)\n");
     for (const Command &command : kCommands) {
         text += QStringLiteral("\n  %1 %2").arg(QLatin1String(command.name), -10).arg(QLatin1String(command.summary));
     }
@@ -57,7 +58,8 @@ int main(int argc, char *argv[])
             return command.run(arguments);
         }
     }
-    Console::error(word.isEmpty() ? QStringLiteral("Say what to do: bioprocessing --help lists the commands.")
-                                  : QStringLiteral("There is no command \"%1\": bioprocessing --help lists them.").arg(word));
+    Console::error(word.isEmpty()
+                       ? QStringLiteral("Say what to do: bioprocessing --help lists the commands.")
+                       : QStringLiteral("There is no command \"%1\": bioprocessing --help lists them.").arg(word));
     return Console::WrongUsage;
 }

@@ -252,7 +252,7 @@ void TestFiles::writerJoinsBlocks()
     QCOMPARE(file.excessBytes, qint64{0});
     for (unsigned c = 0; c < 2; ++c) {
         const EdfParser::Signal &signal = file.signalList.at(static_cast<int>(c));
-        QCOMPARE(signal.digital.size(), std::size_t{total / rate * rate});
+        QCOMPARE(signal.digital.size(), static_cast<std::size_t>(total - total % rate));
         for (unsigned i = 0; i < signal.digital.size(); ++i) {
             QVERIFY(std::fabs(signal.physicalAt(i) + static_cast<double>(signalAt(c, i))) <= kStep);
         }
@@ -517,7 +517,7 @@ void TestFiles::lostRecords()
     EDFWriter writer(path(), 2, 1000);
     QVERIFY(writer.writeData(6000, signalBlock(0, 6000).data()));
     for (int i = 0; i < 40; ++i) {
-        QVERIFY(writer.addAnnotationAt(i * 111, QStringLiteral("label %1").arg(i)).first);
+        QVERIFY(writer.addAnnotationAt(111LL * i, QStringLiteral("label %1").arg(i)).first);
     }
 
     const QString copy = path(QStringLiteral("copy.edf"));
@@ -554,6 +554,7 @@ void TestFiles::lostRecords()
 void TestFiles::recordsOfOtherThreads()
 {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this, t] {
             for (int i = 0; i < 20; ++i) {

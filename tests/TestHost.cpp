@@ -105,7 +105,8 @@ void TestHost::listsTheSimulators()
     QCOMPARE(outcome.status, 0);
     QMap<QString, int> channels;
     for (const QJsonValue &device : QJsonDocument::fromJson(outcome.output).array()) {
-        channels.insert(device.toObject()[QLatin1String("name")].toString(), device.toObject()[QLatin1String("channels")].toInt());
+        channels.insert(device.toObject()[QLatin1String("name")].toString(),
+                        device.toObject()[QLatin1String("channels")].toInt());
     }
     QCOMPARE(channels.value(QStringLiteral("Simulator 8")), 15);
     QCOMPARE(channels.value(QStringLiteral("Simulator 32")), 39);
@@ -136,8 +137,12 @@ void TestHost::recordsWithManyLabels()
 
 void TestHost::playsItsOwnRecordingBack()
 {
-    QCOMPARE(runHost(words("acquire --device Simulator --speed max --seconds 3 --record") << path("first.edf")).status, 0);
-    QCOMPARE(runHost(words("acquire --speed max --playback") << path("first.edf") << words("--record") << path("second.edf")).status, 0);
+    QCOMPARE(runHost(words("acquire --device Simulator --speed max --seconds 3 --record") << path("first.edf")).status,
+             0);
+    QCOMPARE(
+        runHost(words("acquire --speed max --playback") << path("first.edf") << words("--record") << path("second.edf"))
+            .status,
+        0);
     // Read and written once more, each time negated: every sample is the same, to the resolution of the file.
     const QVector<qint16> first = samplesOf(path("first.edf"));
     const QVector<qint16> second = samplesOf(path("second.edf"));
@@ -164,14 +169,21 @@ void TestHost::refusesInOneSentence_data()
     QTest::newRow("unknown parameter") << (acquire + words("--set fly=1")) << 2 << QByteArray("speed");
     QTest::newRow("unknown device") << words("acquire --device Nowhere") << 1 << QByteArray("Nowhere");
     QTest::newRow("rate not offered") << (acquire + words("--frequency 333")) << 1 << QByteArray("333");
-    QTest::newRow("missing recording") << words("acquire --playback /nowhere/a.edf") << 1 << QByteArray("/nowhere/a.edf");
-    QTest::newRow("a web page as recording") << (words("acquire --playback") << path("page.edf")) << 1 << QByteArray("page.edf");
+    QTest::newRow("missing recording") << words("acquire --playback /nowhere/a.edf") << 1
+                                       << QByteArray("/nowhere/a.edf");
+    QTest::newRow("a web page as recording")
+        << (words("acquire --playback") << path("page.edf")) << 1 << QByteArray("page.edf");
     QTest::newRow("a web page for info") << (words("info") << path("page.edf")) << 1 << QByteArray("page.edf");
-    QTest::newRow("unwritable path") << (acquire + words("--record /nowhere/a.edf")) << 1 << QByteArray("/nowhere/a.edf");
-    QTest::newRow("missing montage") << (acquire + words("--montage /nowhere/m.xml")) << 1 << QByteArray("/nowhere/m.xml");
-    QTest::newRow("cut montage") << (acquire + words("--montage") << path("broken.xml")) << 1 << QByteArray("broken.xml");
-    QTest::newRow("montage without channels") << (acquire + words("--montage") << path("empty.xml")) << 1 << QByteArray("empty.xml");
-    QTest::newRow("montage that is no markup") << (acquire + words("--montage") << path("text.xml")) << 1 << QByteArray("text.xml");
+    QTest::newRow("unwritable path") << (acquire + words("--record /nowhere/a.edf")) << 1
+                                     << QByteArray("/nowhere/a.edf");
+    QTest::newRow("missing montage") << (acquire + words("--montage /nowhere/m.xml")) << 1
+                                     << QByteArray("/nowhere/m.xml");
+    QTest::newRow("cut montage") << (acquire + words("--montage") << path("broken.xml")) << 1
+                                 << QByteArray("broken.xml");
+    QTest::newRow("montage without channels")
+        << (acquire + words("--montage") << path("empty.xml")) << 1 << QByteArray("empty.xml");
+    QTest::newRow("montage that is no markup")
+        << (acquire + words("--montage") << path("text.xml")) << 1 << QByteArray("text.xml");
     QTest::newRow("device that refuses") << (acquire + words("--set refuse_start=1")) << 1 << QByteArray("code -1");
 }
 
@@ -205,8 +217,9 @@ void TestHost::closesTheRecordingWhenTerminated()
 
 void TestHost::closesTheRecordingWhenTheDeviceFails()
 {
-    const Outcome outcome = runHost(words("acquire --speed max --json --set error_after=3 --set error_code=-7 --label 1:before --record")
-                                    << path("failed.edf"));
+    const Outcome outcome =
+        runHost(words("acquire --speed max --json --set error_after=3 --set error_code=-7 --label 1:before --record")
+                << path("failed.edf"));
     QCOMPARE(outcome.status, 1);
     QVERIFY2(outcome.error.contains("code -7"), outcome.error.constData());
     const QJsonObject info = runHost({QStringLiteral("info"), QStringLiteral("--json"), path("failed.edf")}).json();

@@ -132,7 +132,8 @@ void TestPipeline::findsPublishedSignatures_data()
         << &DataReader::staticMetaObject
         << "finishThread() endWritingAndCloseFile() runningChanged(bool) deviceReturnError(int) currentTime(qint64) "
            "newData(vector<float>,int) newImpedance(vector<unsigned int>,int) annotationLabel(QString,QString)";
-    QTest::newRow("reader slots, in order") << &DataReader::staticMetaObject << "run() runningThread(bool) slotSetLabelToEdf(QString)";
+    QTest::newRow("reader slots, in order")
+        << &DataReader::staticMetaObject << "run() runningThread(bool) slotSetLabelToEdf(QString)";
     QTest::newRow("compound signals, in order")
         << &DataCompound::staticMetaObject
         << "removeAlgorhythm(QString) setTextToEdf(QString) endWritingAndCloseFile() recordDurationChanged(qint64) "
@@ -142,8 +143,9 @@ void TestPipeline::findsPublishedSignatures_data()
         << &DataCompound::staticMetaObject
         << "slotErrorCurrentDevice(int) slotSetLabelToEDF(QString) slotTakeCurrentState(unsigned char) "
            "takeCurrentData(vector<float>,int) takeCurrentImpedance(vector<unsigned int>,int)";
-    QTest::newRow("algorithm") << &CustomAlgorithm::staticMetaObject
-                               << "getData(QString,UnitParams,uint,vector<float>) takeData(QString,UnitParams,uint,vector<float>)";
+    QTest::newRow("algorithm")
+        << &CustomAlgorithm::staticMetaObject
+        << "getData(QString,UnitParams,uint,vector<float>) takeData(QString,UnitParams,uint,vector<float>)";
     QTest::newRow("searcher") << &DeviceSearcher::staticMetaObject
                               << "deviceInfo(QList<Amplifier*>&) finishThread() runningChanged(bool) threadSearch()";
 }
@@ -155,7 +157,8 @@ void TestPipeline::findsPublishedSignatures()
 
     int last = -1;
     // A blank within "unsigned int" and "unsigned char" separates no two signatures.
-    for (const QString &signature : signatures.replace(QLatin1String(") "), QLatin1String(")|")).split(QLatin1Char('|'))) {
+    for (const QString &signature :
+         signatures.replace(QLatin1String(") "), QLatin1String(")|")).split(QLatin1Char('|'))) {
         const QByteArray normalized = QMetaObject::normalizedSignature(signature.toLatin1().constData());
         const int index = meta->indexOfMethod(normalized.constData());
         QVERIFY2(index > last, normalized.constData());
@@ -172,7 +175,7 @@ void TestPipeline::mixesMontages_data()
 
     // Raw block: channel 1 = 1, 2; channel 2 = 10, 20; channel 3 = 100, 200. Left referent 2, right referent 3.
     const auto row = [](const char *name, int type, unsigned g1, unsigned g2, float scale, float first, float second) {
-        QTest::newRow(name) << type << QVector<unsigned> {g1, g2} << scale << QVector<float> {first, second};
+        QTest::newRow(name) << type << QVector<unsigned>{g1, g2} << scale << QVector<float>{first, second};
     };
     row("usual: active minus reference", 0, 3, 2, 1.0f, 90.0f, 180.0f);
     row("usual: active alone, scaled", 0, 3, 0, 0.5f, 50.0f, 100.0f);
@@ -183,7 +186,8 @@ void TestPipeline::mixesMontages_data()
     row("bipolar: right", 1, 1, 2, 2.0f, -198.0f, -396.0f);
     row("bipolar: mean of both", 1, 1, 3, 1.0f, -54.0f, -108.0f);
     row("bipolar: no active reads the first", 1, 0, 1, 1.0f, -9.0f, -18.0f);
-    // The average is over montage channels 0 and 1 (the second's group 2 is 0): device channels 1 and 2 when both count.
+    // The average is over montage channels 0 and 1 (the second's group 2 is 0): device channels 1 and 2 when both
+    // count.
     row("average: minus the mean", 2, 3, 0, 1.0f, 94.5f, 189.0f);
     row("average: no active reads the first", 2, 0, 0, 1.0f, -4.5f, -9.0f);
     row("average: unreferenced", 2, 3, 1, 1.0f, 100.0f, 200.0f);
@@ -198,8 +202,8 @@ void TestPipeline::mixesMontages()
     QFETCH(float, scale);
     QFETCH(QVector<float>, expected);
 
-    const std::vector<float> raw {1, 2, 10, 20, 100, 200};
-    const bp::RawBlock block {raw.data(), 3, 2};
+    const std::vector<float> raw{1, 2, 10, 20, 100, 200};
+    const bp::RawBlock block{raw.data(), 3, 2};
     const bp::MontageTable table = tableOf({{groups[0], groups[1], scale}});
     std::vector<float> out(2, -1.0f);
     if (type == Montage_Usual) {
@@ -209,7 +213,7 @@ void TestPipeline::mixesMontages()
     } else {
         std::vector<float> average(2);
         bp::averageReference(block, tableOf({{1, 0}, {2, 0}, {3, 1}}), average.data());
-        QCOMPARE(average, (std::vector<float> {5.5f, 11.0f}));
+        QCOMPARE(average, (std::vector<float>{5.5f, 11.0f}));
         bp::mixAverage(block, table, average.data(), out.data());
     }
     QCOMPARE(QVector<float>(out.begin(), out.end()), expected);
@@ -217,12 +221,12 @@ void TestPipeline::mixesMontages()
 
 void TestPipeline::leavesBipolarChannelsWithoutRuleAlone()
 {
-    const std::vector<float> raw {1, 2, 10, 20};
-    const bp::RawBlock block {raw.data(), 2, 2};
-    std::vector<float> out {7, 7, 7, 7, 7, 7};
+    const std::vector<float> raw{1, 2, 10, 20};
+    const bp::RawBlock block{raw.data(), 2, 2};
+    std::vector<float> out{7, 7, 7, 7, 7, 7};
     bp::mixBipolar(block, tableOf({{1, 4}, {2, 1}, {2, 2}}), 0, 1, out.data());
     // Group 2 above 3 and a missing left referent write nothing; without a left one the right reads channel 1.
-    QCOMPARE(out, (std::vector<float> {7, 7, 7, 7, 9, 18}));
+    QCOMPARE(out, (std::vector<float>{7, 7, 7, 7, 9, 18}));
 
     std::vector<float> average(2);
     bp::averageReference(block, tableOf({{1, 1}}), average.data());
@@ -242,15 +246,16 @@ void TestPipeline::drivesTheDeviceInOrder()
     QSignalSpy impedances(&reader, &DataReader::newImpedance);
     runHere(reader, device, montageOf({{2, 1}, {3, 0, 2.0f}}));
 
-    QCOMPARE(device.calls(), QStringList({QStringLiteral("startAcquisition"), QStringLiteral("readPeriodMs"),
-                                          QStringLiteral("setReadBufferSize"), QStringLiteral("readData")}));
+    QCOMPARE(device.calls(),
+             QStringList({QStringLiteral("startAcquisition"), QStringLiteral("readPeriodMs"),
+                          QStringLiteral("setReadBufferSize"), QStringLiteral("readData")}));
     QCOMPARE(device.bufferSize.load(), 125 * 3); // half a second at 250 Hz
-    QCOMPARE(received.blocks.size(), std::size_t {2}); // an empty block emits nothing
-    QCOMPARE(received.blocks[1].size(), std::size_t {20});
-    QCOMPARE(received.blocks[1][0], 1000.0f);             // channel 2 − channel 1
+    QCOMPARE(received.blocks.size(), std::size_t{2}); // an empty block emits nothing
+    QCOMPARE(received.blocks[1].size(), std::size_t{20});
+    QCOMPARE(received.blocks[1][0], 1000.0f); // channel 2 − channel 1
     QCOMPARE(received.blocks[1][10], 2.0f * (3000 + 25)); // channel 3, twice, at its 26th sample
     QCOMPARE(impedances.size(), 2);
-    QCOMPARE(received.codes, std::vector<int> {-7});
+    QCOMPARE(received.codes, std::vector<int>{-7});
 }
 
 void TestPipeline::reportsWhatEndsTheLoop_data()
@@ -283,7 +288,7 @@ void TestPipeline::reportsWhatEndsTheLoop()
     }
     reader.runningThread(true);
     reader.run();
-    QCOMPARE(received.codes, std::vector<int> {code});
+    QCOMPARE(received.codes, std::vector<int>{code});
     QCOMPARE(device.stops.load(), stops);
 }
 
@@ -297,14 +302,15 @@ void TestPipeline::growsForARemainder()
     DataReader reader;
     Received received(reader);
     std::vector<std::size_t> sizes;
-    connect(&reader, &DataReader::newData, [&sizes](const std::vector<float> &data, int) { sizes.push_back(data.size()); });
+    connect(&reader, &DataReader::newData,
+            [&sizes](const std::vector<float> &data, int) { sizes.push_back(data.size()); });
     runHere(reader, device, plainMontage(2));
 
     QVERIFY(device.tailRemainderWasMinusOne);
     QCOMPARE(device.tailCapacity.load(), 400); // 2·25 + 400 floats, less what is taken
-    QCOMPARE(received.blocks[0].size(), std::size_t {50}); // the block stays as long as the first call made it
+    QCOMPARE(received.blocks[0].size(), std::size_t{50}); // the block stays as long as the first call made it
     QCOMPARE(received.blocks[0][25], 2000.0f);
-    QCOMPARE(sizes, (std::vector<std::size_t> {450, 450})); // for good
+    QCOMPARE(sizes, (std::vector<std::size_t>{450, 450})); // for good
 }
 
 void TestPipeline::survivesMontagesThatDoNotFitTheDevice()
@@ -314,22 +320,23 @@ void TestPipeline::survivesMontagesThatDoNotFitTheDevice()
     script.blockSize = 125;
     FakeAmplifier device(script);
     std::vector<Inputs> many(40, {1, 0});
-    many[1] = {99, 0};  // the device has two channels
+    many[1] = {99, 0}; // the device has two channels
     many[2] = {1, 77};
     DataReader reader;
     Received received(reader);
     runHere(reader, device, montageOf(many));
-    QCOMPARE(received.blocks.size(), std::size_t {3});
-    QCOMPARE(received.blocks[0].size(), std::size_t {40 * 125});
+    QCOMPARE(received.blocks.size(), std::size_t{3});
+    QCOMPARE(received.blocks[0].size(), std::size_t{40 * 125});
     QCOMPARE(received.blocks[0][125], 0.0f);
     QCOMPARE(received.blocks[0][250], 1000.0f);
 
     auto bipolar = QSharedPointer<BipolarMontage>::create(*montageOf({{1, 0}, {2, 1}, {2, 3}})); // no referents at all
     auto average = QSharedPointer<AverageMontage>::create(*montageOf({{1, 0}, {2, 900}, {2, 0}}));
-    for (const QSharedPointer<Montage> &montage : {QSharedPointer<Montage>(bipolar), QSharedPointer<Montage>(average)}) {
+    for (const QSharedPointer<Montage> &montage :
+         {QSharedPointer<Montage>(bipolar), QSharedPointer<Montage>(average)}) {
         FakeAmplifier again(script);
         runHere(reader, again, montage);
-        QCOMPARE(received.blocks.back().size(), std::size_t {3 * 125});
+        QCOMPARE(received.blocks.back().size(), std::size_t{3 * 125});
     }
 }
 
@@ -353,7 +360,7 @@ void TestPipeline::recordsEveryBlock()
     QVERIFY(file.open());
     QCOMPARE(file.getChannelName(1), QStringLiteral("C2"));
     const std::vector<double> second = file.getChannelData(1, 0, 500);
-    QCOMPARE(second.size(), std::size_t {500});
+    QCOMPARE(second.size(), std::size_t{500});
     for (std::size_t k = 0; k < second.size(); ++k) {
         QVERIFY(std::fabs(second[k] - (2000.0 + static_cast<double>(k))) <= 1.0);
     }
@@ -391,7 +398,7 @@ void TestPipeline::recordsFromTheFirstBlock()
     EDFReader reader(file);
     QVERIFY(reader.open());
     const std::vector<double> samples = reader.getChannelData(0, 0, 1);
-    QCOMPARE(samples.size(), std::size_t {1});
+    QCOMPARE(samples.size(), std::size_t{1});
     QVERIFY(!recordFirst || std::fabs(samples[0] - 1000.0) <= 1.0);
 }
 

@@ -56,7 +56,8 @@ bool Evaluate::makeAnalyzeFormula(const QString &formula, QStringList &variables
     m_formula = std::make_unique<Formula>();
     try {
         m_formula->parser.SetExpr(toParser(formula));
-        const auto usedVariables = m_formula->parser.GetUsedVar(); // a copy: defining a variable empties the parser's own
+        const auto usedVariables =
+            m_formula->parser.GetUsedVar(); // a copy: defining a variable empties the parser's own
         for (const auto &used : usedVariables) {
             Variable &variable = m_formula->variables[fromParser(used.first)];
             m_formula->parser.DefineVar(used.first, &variable.value);

@@ -8,7 +8,7 @@ QSet<QString> LanguageContext::multilingualTranslate(const QString &context, con
 {
     const QByteArray contextBytes = context.toUtf8();
     const QByteArray captionBytes = caption.toUtf8();
-    QSet<QString> texts {caption, QCoreApplication::translate(contextBytes.constData(), captionBytes.constData())};
+    QSet<QString> texts{caption, QCoreApplication::translate(contextBytes.constData(), captionBytes.constData())};
 
     const QDir folder(QCoreApplication::applicationDirPath() + QStringLiteral("/translations"));
     const QStringList files = folder.entryList({QStringLiteral("*.qm")}, QDir::Files);

@@ -12,8 +12,8 @@ constexpr double kLongestSeconds = 1e12;
 QString TextHelper::TimeToText(double seconds, bool withMilliseconds)
 {
     const double milliseconds = std::isfinite(seconds) ? std::min(std::fabs(seconds), kLongestSeconds) * 1000.0 : 0.0;
-    const qint64 total = withMilliseconds ? std::llround(milliseconds)
-                                          : static_cast<qint64>(milliseconds / 1000.0) * 1000;
+    const qint64 total =
+        withMilliseconds ? std::llround(milliseconds) : static_cast<qint64>(milliseconds / 1000.0) * 1000;
     const QChar zero = QLatin1Char('0');
     QString text = QStringLiteral("%1:%2:%3")
                        .arg(total / 3600000, 2, 10, zero)

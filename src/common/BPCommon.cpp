@@ -10,12 +10,11 @@
 
 namespace {
 
-constexpr std::array<const char *, 9> kStateColors {"#CCC", "#C30", "#3C0", "#03C", "#CC0",
-                                                    "#F0F", "#0CF", "#F80", "#F68"};
-constexpr std::array<const char *, 8> kChannelTypeTexts {"EEG", "ECG", "EMG", "EOG", "Resp", "GSR", "PPG", "Temp"};
+constexpr std::array<const char *, 9> kStateColors{"#CCC", "#C30", "#3C0", "#03C", "#CC0",
+                                                   "#F0F", "#0CF", "#F80", "#F68"};
+constexpr std::array<const char *, 8> kChannelTypeTexts{"EEG", "ECG", "EMG", "EOG", "Resp", "GSR", "PPG", "Temp"};
 
-template <std::size_t N>
-QString textAt(const std::array<const char *, N> &texts, int index)
+template <std::size_t N> QString textAt(const std::array<const char *, N> &texts, int index)
 {
     return index >= 0 && index < static_cast<int>(N) ? QString::fromLatin1(texts[static_cast<std::size_t>(index)])
                                                      : QString();
@@ -29,9 +28,9 @@ const QRegularExpression &neverDestroyed(const char *pattern)
 
 } // namespace
 
-std::array<std::atomic<bool>, BPCommon::kLogEventCount> BPCommon::s_enabled {
+std::array<std::atomic<bool>, BPCommon::kLogEventCount> BPCommon::s_enabled{
     true, true, true, true, true, true, true, true, true, true, true, true, true, true, true};
-std::atomic<qint64> BPCommon::s_count {0};
+std::atomic<qint64> BPCommon::s_count{0};
 
 BPCommon *BPCommon::Instance()
 {

@@ -48,13 +48,12 @@ public:
     /// conversion which does not fit ("%d" with a double, "%c" with a path) is harmless: flags, width and precision
     /// count where they make sense for that type. Conversions without an argument stay as they stand. A silenced
     /// class costs one relaxed atomic load and formats nothing. Any thread.
-    template <class... Args>
-    static void log(LogEvent event, const char *format, const Args &...args)
+    template <class... Args> static void log(LogEvent event, const char *format, const Args &...args)
     {
         if (!isLogged(event)) {
             return;
         }
-        const std::array<LogArgument, sizeof...(Args)> arguments {LogArgument(args)...};
+        const std::array<LogArgument, sizeof...(Args)> arguments{LogArgument(args)...};
         writeFormatted(event, format, arguments.data(), static_cast<int>(arguments.size()));
     }
     /// Writes a line as it stands, under a source text of the caller's. Never silenced.

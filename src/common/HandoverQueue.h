@@ -10,8 +10,7 @@ namespace bp {
 ///
 /// Unbounded, nothing is dropped. Producers never wait; each value costs one allocation. takeAll() gives what was
 /// pushed before it in the order of the pushes; only one thread at a time may call it.
-template <class T>
-class HandoverQueue
+template <class T> class HandoverQueue
 {
 public:
     HandoverQueue() = default;
@@ -21,9 +20,9 @@ public:
 
     void push(T value)
     {
-        auto *node = new Node {std::move(value), m_newest.load(std::memory_order_relaxed)};
-        while (!m_newest.compare_exchange_weak(node->older, node, std::memory_order_seq_cst, std::memory_order_relaxed)) {
-        }
+        auto *node = new Node{std::move(value), m_newest.load(std::memory_order_relaxed)};
+        while (!m_newest.compare_exchange_weak(node->older, node, std::memory_order_seq_cst,
+                                               std::memory_order_relaxed)) { }
     }
 
     bool isEmpty() const { return m_newest.load(std::memory_order_seq_cst) == nullptr; }
@@ -56,7 +55,7 @@ private:
         Node *older;
     };
 
-    std::atomic<Node *> m_newest {nullptr};
+    std::atomic<Node *> m_newest{nullptr};
 };
 
 } // namespace bp

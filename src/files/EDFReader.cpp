@@ -168,9 +168,7 @@ void EDFReader::fillMontage()
             std::make_unique<AmplifierChannel>(static_cast<unsigned>(i), 1.0f, bp::channelTypeFromLabel(label));
         channel->setChannelName(label);
         channel->setGroup1(static_cast<unsigned>(i) + 1);
-        if (m_montage->push_back(channel.get())) {
-            channel.release();
-        }
+        m_montage->push_back(channel.release());
     }
     m_montage->setCurrentSampleFreq(m_sampleRate);
 }

@@ -1,6 +1,5 @@
 #include "files/EDFWriter.h"
 
-#include "devices/AmplifierChannel.h"
 #include "files/EdfLibrary.h"
 #include "files/EdfRecordGuard.h"
 #include "files/EdfText.h"
@@ -25,7 +24,7 @@ constexpr int kAnnotationSignals = 16;
 // Files with more signals, those for annotations included, are written by EDFlib but refused by its reader.
 constexpr int kMostSignals = EDFLIB_MAXSIGNALS;
 constexpr int kMostChannels = kMostSignals - 1;
-constexpr qint64 kMostRecordBytes = 10 * 1024 * 1024;
+constexpr qint64 kMostRecordBytes = 10485760;
 constexpr qint64 kAnnotationSignalBytes = 128; ///< a little more than EDFlib takes
 constexpr qint64 kSampleBytes = 2;
 constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it EDFlib's own units overflow

@@ -73,8 +73,8 @@ void DataCompound::connectComponents()
     connect(reader, &DataReader::finishThread, m_thread.get(), &QThread::quit);
     connect(reader, &DataReader::deviceReturnError, this, &DataCompound::slotErrorCurrentDevice);
     // By name: the names under which the vectors are registered are the contract.
-    connect(reader, SIGNAL(newData(vector<float>,int)), this, SLOT(takeCurrentData(vector<float>,int)));
-    connect(reader, SIGNAL(newImpedance(vector<uint>,int)), this, SLOT(takeCurrentImpedance(vector<uint>,int)));
+    connect(reader, SIGNAL(newData(vector<float>, int)), this, SLOT(takeCurrentData(vector<float>, int)));
+    connect(reader, SIGNAL(newImpedance(vector<uint>, int)), this, SLOT(takeCurrentImpedance(vector<uint>, int)));
     connect(reader, &DataReader::endWritingAndCloseFile, this, &DataCompound::endWritingAndCloseFile);
     connect(reader, &DataReader::annotationLabel, this, &DataCompound::currentLabel);
     connect(reader, &DataReader::recordError, this, &DataCompound::recordError);

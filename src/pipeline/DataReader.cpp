@@ -13,6 +13,7 @@
 #include "pipeline/TaskQueue.h"
 
 #include <QDateTime>
+#include <QPointer>
 #include <QThread>
 
 #include <algorithm>
@@ -63,7 +64,6 @@ DataReader::~DataReader()
     }
     BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
     m_edfWriter.reset();
-    delete m_algorithms;
 }
 
 void DataReader::setNewMontage(Amplifier *device, QSharedPointer<Montage> montage)
@@ -105,7 +105,7 @@ void DataReader::setPatientInfo(const PatientInfo &patient)
 
 void DataReader::setWriteStateTime(int seconds)
 {
-    m_writeStateMs.store(qint64 {seconds} * 1000);
+    m_writeStateMs.store(qint64{seconds} * 1000);
 }
 
 void DataReader::setWriteDataFlag(bool edf, bool rhythm)
@@ -146,7 +146,7 @@ void DataReader::setAlgorithmClass(CustomAlgorithm *algorithm)
 
 void DataReader::setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params)
 {
-    m_tasks->post([this, receiver, params] { m_algorithms->setAlgorithmParams(receiver, params); });
+    m_tasks->post([this, receiver = QPointer<QObject>(receiver), params] { m_algorithms->setAlgorithmParams(receiver, params); });
 }
 
 void DataReader::resetAlgorithm(const std::vector<UnitParams> &params)
@@ -203,7 +203,8 @@ void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montag
 void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
 {
     if (!m_edfWriter->isFileOpened()
-        || (static_cast<int>(m_table->size()) == channels && static_cast<int>(m_frequency) == static_cast<int>(frequency))) {
+        || (static_cast<int>(m_table->size()) == channels
+            && static_cast<int>(m_frequency) == static_cast<int>(frequency))) {
         return;
     }
     closeRecording();
@@ -232,12 +233,13 @@ void DataReader::fillMontageTable()
         const AmplifierChannel *channel = m_montage->getData()[i];
         const unsigned group2 = channel->getGroup2();
         m_table->group1[i] = knownChannel(channel->getGroup1(), channels);
-        m_table->group2[i] = type == Montage_Usual ? knownChannel(group2, channels)
+        m_table->group2[i] = type == Montage_Usual                           ? knownChannel(group2, channels)
             : type == Montage_Average && group2 > 2 && group2 - 2 > channels ? 1
                                                                              : group2;
         m_table->scale[i] = channel->getScale();
         if (m_table->group1[i] != channel->getGroup1() || m_table->group2[i] != group2) {
-            BPCommon::log(BPCommon::LogReader, "DataReader::resizeWorkBuffers channel %s reads an input that the device lacks",
+            BPCommon::log(BPCommon::LogReader,
+                          "DataReader::resizeWorkBuffers channel %s reads an input that the device lacks",
                           channel->getName());
         }
         for (const auto &filter : channel->getFilterRef().objects) {
@@ -402,7 +404,7 @@ void DataReader::acceptAvMontageAll(const bp::RawBlock &raw)
 
 void DataReader::filterChannels()
 {
-    std::copy_n(m_filtered.begin(), std::size_t {m_table->size()} * m_samples, m_unfiltered.begin());
+    std::copy_n(m_filtered.begin(), std::size_t{m_table->size()} * m_samples, m_unfiltered.begin());
     m_filters->process(m_filtered.data(), m_samples);
 }
 

@@ -78,7 +78,8 @@ public:
     void resetAlgorithm(const std::vector<UnitParams> &params);
     void updateAlgorithm(const std::vector<UnitParams> &params);
     void updateAlgorithm(const UnitParams &params);
-    /// Looks the algorithm up and always returns null: it belongs to the loop's thread and must not be reached from here.
+    /// Looks the algorithm up and always returns null: it belongs to the loop's thread and must not be reached from
+    /// here.
     CustomAlgorithm *getAlgorithmClass(const UnitParams &params);
 
 signals:
@@ -139,9 +140,9 @@ private:
     void annotate(const QString &label, qint64 elapsedMs);
 
     // Set from any thread.
-    std::atomic<bool> m_running {false};
-    std::atomic<bool> m_looping {false}; ///< the last thing that run() writes
-    std::atomic<bool> m_writeEdf {false};
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_looping{false}; ///< the last thing that run() writes
+    std::atomic<bool> m_writeEdf{false};
     std::atomic<qint64> m_writeStateMs;
 
     // The owner's thread.
@@ -153,7 +154,7 @@ private:
     bool m_recordingRhythm = false;
     bool m_timing = false;
     bool m_writeFailed = false;
-    qint64 m_startMs = 0;    ///< start of the recording's clock, ms since the epoch
+    qint64 m_startMs = 0; ///< start of the recording's clock, ms since the epoch
     qint64 m_edfStartMs = 0; ///< start of the EDF file, from which labels count
     qint64 m_elapsedMs = 0;
     std::optional<PatientInfo> m_patient;

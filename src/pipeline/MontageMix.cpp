@@ -7,8 +7,7 @@ namespace bp {
 namespace {
 
 /// out[k] = value(k) · scale; the four shapes of a montage channel differ in the value only.
-template <class Value>
-void fill(float *out, unsigned samples, float scale, Value value)
+template <class Value> void fill(float *out, unsigned samples, float scale, Value value)
 {
     for (unsigned k = 0; k < samples; ++k) {
         out[k] = value(k) * scale;
