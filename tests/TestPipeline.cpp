@@ -514,8 +514,8 @@ void TestPipeline::restartsTenTimes()
     for (int round = 0; round < 10; ++round) {
         blocks.clear();
         closed.clear();
-        QVERIFY(compound.startReadData());
         compound.startRecord(path(QStringLiteral("round_%1.edf").arg(round)), true, false, 0);
+        QVERIFY(compound.startReadData());
         for (int i = 0; i < 5; ++i) {
             compound.slotSetLabelToEDF(QStringLiteral("label %1").arg(i));
         }
