@@ -90,8 +90,8 @@ public slots:
     void slotErrorCurrentDevice(int code);
     void slotSetLabelToEDF(const QString &label);
     void slotTakeCurrentState(unsigned char state);
-    void takeCurrentData(vector<float> data, int count);
-    void takeCurrentImpedance(vector<unsigned int> impedance, int count);
+    void takeCurrentData(const vector<float> &data, int count);
+    void takeCurrentImpedance(const vector<unsigned int> &impedance, int count);
 
 private:
     void prepeareThread();

@@ -66,7 +66,7 @@ DataReader::~DataReader()
     m_edfWriter.reset();
 }
 
-void DataReader::setNewMontage(Amplifier *device, QSharedPointer<Montage> montage)
+void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> &montage)
 {
     if (device == nullptr || montage.isNull()) {
         BPCommon::log(BPCommon::LogReader, "DataReader::setNewMontage no device or no montage");
@@ -146,7 +146,8 @@ void DataReader::setAlgorithmClass(CustomAlgorithm *algorithm)
 
 void DataReader::setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params)
 {
-    m_tasks->post([this, receiver = QPointer<QObject>(receiver), params] { m_algorithms->setAlgorithmParams(receiver, params); });
+    m_tasks->post(
+        [this, receiver = QPointer<QObject>(receiver), params] { m_algorithms->setAlgorithmParams(receiver, params); });
 }
 
 void DataReader::resetAlgorithm(const std::vector<UnitParams> &params)

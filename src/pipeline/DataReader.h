@@ -47,7 +47,7 @@ public:
     /// The montage's filters are built anew for the device's rate. A recording goes on when channel count and rate stay
     /// as they are; otherwise it is closed and recordError() says so. Input numbers beyond the device's channels count
     /// as none.
-    void setNewMontage(Amplifier *device, QSharedPointer<Montage> montage);
+    void setNewMontage(Amplifier *device, const QSharedPointer<Montage> &montage);
 
     /// Whether the loop is wanted to run.
     bool isThreadRunning() const;
