@@ -8,7 +8,7 @@
 
 namespace {
 
-QList<float> ratesOf(AmplifierInfo info)
+QList<float> ratesOf(const AmplifierInfo &info)
 {
     QList<float> rates;
     info.getFrequencisList(rates);

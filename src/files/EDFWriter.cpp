@@ -36,11 +36,18 @@ constexpr double kPhysicalMinimum = -32767.0;
 constexpr int kDigitalMaximum = 32767;
 constexpr int kDigitalMinimum = -32768;
 
-/// The polarity in the file is the inverse of the input. EDFlib converts to integers before it clips, which is
-/// undefined for values that do not fit one.
+constexpr double kUnitsPerBit = (kPhysicalMaximum - kPhysicalMinimum) / (kDigitalMaximum - kDigitalMinimum);
+constexpr double kDigitalOffset = kPhysicalMaximum / kUnitsPerBit - kDigitalMaximum;
+
+/// What EDFlib is given for a sample. The polarity in the file is the inverse of the input.
+///
+/// EDFlib cuts a physical value to the digital one towards zero, before it clips, which is undefined for values that do
+/// not fit an integer. A value a quarter step beyond the nearest digital one is cut to just that: half the error.
 double storedValue(float sample)
 {
-    return std::isnan(sample) ? 0.0 : std::clamp(sample * -1.0, kPhysicalMinimum, kPhysicalMaximum);
+    const double value = std::isnan(sample) ? 0.0 : std::clamp(sample * -1.0, kPhysicalMinimum, kPhysicalMaximum);
+    const double digital = std::round(value / kUnitsPerBit - kDigitalOffset);
+    return (digital + std::copysign(0.25, digital) + kDigitalOffset) * kUnitsPerBit;
 }
 
 int annotationSignals(int channelCount)

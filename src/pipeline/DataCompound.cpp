@@ -224,6 +224,13 @@ void DataCompound::setLabelToEDFAt(const QString &label, double seconds)
     }
 }
 
+void DataCompound::setLSLStreamParametrs(const QString &streamName, bool synchro, const QString &syncStreamName)
+{
+    if (m_reader != nullptr) {
+        m_reader->addLSLStreamParams(streamName, synchro, syncStreamName);
+    }
+}
+
 void DataCompound::setAlgorithmClass(CustomAlgorithm *algorithm)
 {
     if (m_reader != nullptr) {
@@ -283,13 +290,13 @@ void DataCompound::slotTakeCurrentState(unsigned char state)
     }
 }
 
-void DataCompound::takeCurrentData(vector<float> data, int count)
+void DataCompound::takeCurrentData(const vector<float> &data, int count)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::takeCurrentData %i", count);
     emit newSampleData(data, count);
 }
 
-void DataCompound::takeCurrentImpedance(vector<unsigned int> impedance, int count)
+void DataCompound::takeCurrentImpedance(const vector<unsigned int> &impedance, int count)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::takeCurrentImpedance %i", count);
     emit newSampleImpedance(impedance, count);

@@ -61,6 +61,9 @@ public:
     /// @param seconds from the start of the recording
     void setLabelToEDFAt(const QString &label, double seconds);
 
+    /// Streams through a Lab Streaming Layer outlet while acquiring; see DataReader::addLSLStreamParams().
+    void setLSLStreamParametrs(const QString &streamName, bool synchro, const QString &syncStreamName);
+
     /// As the reader's operations of the same names.
     void setAlgorithmClass(CustomAlgorithm *algorithm);
     void setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params);
@@ -90,8 +93,8 @@ public slots:
     void slotErrorCurrentDevice(int code);
     void slotSetLabelToEDF(const QString &label);
     void slotTakeCurrentState(unsigned char state);
-    void takeCurrentData(vector<float> data, int count);
-    void takeCurrentImpedance(vector<unsigned int> impedance, int count);
+    void takeCurrentData(const vector<float> &data, int count);
+    void takeCurrentImpedance(const vector<unsigned int> &impedance, int count);
 
 private:
     void prepeareThread();

@@ -25,6 +25,11 @@ void *operator new(std::size_t size)
     }
     throw std::bad_alloc();
 }
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+    AllocationCounter::count.fetch_add(1, std::memory_order_relaxed);
+    return std::malloc(size == 0 ? 1 : size);
+}
 void *operator new[](std::size_t size)
 {
     return operator new(size);
