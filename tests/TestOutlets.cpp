@@ -122,7 +122,7 @@ private slots:
 
 void TestOutlets::initTestCase()
 {
-    QVERIFY(qputenv("LSLAPICFG", QFINDTESTDATA("support/lsl_api.cfg").toLocal8Bit())); // before the library's first use
+    QVERIFY(LslInlet::restrictToThisMachine(QFINDTESTDATA("support/lsl_api.cfg")));
 }
 
 void TestOutlets::describesTheStream()

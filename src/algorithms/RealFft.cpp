@@ -183,9 +183,10 @@ void RealFft::Parts::resize(std::size_t size)
     im.resize(size);
 }
 
-/// e^(−2πi·turns)
-void RealFft::Parts::setUnit(std::size_t at, double turns)
+/// e^(−2πi·part/whole)
+void RealFft::Parts::setUnit(std::size_t at, std::size_t part, std::size_t whole)
 {
+    const double turns = static_cast<double>(part) / static_cast<double>(whole);
     re[at] = static_cast<float>(std::cos(2.0 * kPi * turns));
     im[at] = static_cast<float>(-std::sin(2.0 * kPi * turns));
 }
@@ -210,14 +211,14 @@ void RealFft::makeTables()
     std::size_t at = 0;
     for (std::size_t length = rows; length >= 4; length /= 4) {
         for (std::size_t i = 0; i < 3 * (length / 4); ++i) {
-            m_factors.setUnit(at++, static_cast<double>((i / 3) * (i % 3 + 1)) / static_cast<double>(length));
+            m_factors.setUnit(at++, (i / 3) * (i % 3 + 1), length);
         }
     }
     for (std::size_t i = 0; i < 3 * rows; ++i) {
-        m_joinFactors.setUnit(i, static_cast<double>((i / rows + 1) * (i % rows)) / static_cast<double>(m_half));
+        m_joinFactors.setUnit(i, (i / rows + 1) * (i % rows), m_half);
     }
     for (std::size_t k = 0; k < m_half / 2; ++k) {
-        m_halfTurns.setUnit(k, static_cast<double>(k) / static_cast<double>(m_size));
+        m_halfTurns.setUnit(k, k, m_size);
     }
 }
 

@@ -31,7 +31,7 @@ private:
         std::vector<float> im;
 
         void resize(std::size_t size);
-        void setUnit(std::size_t at, double turns);
+        void setUnit(std::size_t at, std::size_t part, std::size_t whole);
     };
 
     void makeTables();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QDir>
+#include <QFileInfo>
 #include <QString>
 #include <QStringList>
 
@@ -49,6 +51,16 @@ public:
     }
     LslInlet(const LslInlet &) = delete;
     LslInlet &operator=(const LslInlet &) = delete;
+
+    /// Makes the library announce and look for streams on this machine only. Before its first use in the program, which
+    /// is when it reads its configuration: versions before 1.14 know no variable, only lsl_api.cfg in the working
+    /// folder.
+    static bool restrictToThisMachine(const QString &configuration)
+    {
+        const QFileInfo file(configuration);
+        return file.isFile() && file.fileName() == QLatin1String("lsl_api.cfg")
+            && qputenv("LSLAPICFG", file.absoluteFilePath().toLocal8Bit()) && QDir::setCurrent(file.absolutePath());
+    }
 
     static double now() { return lsl_local_clock(); }
     bool isFound() const { return m_inlet != nullptr; }

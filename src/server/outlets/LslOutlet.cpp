@@ -38,7 +38,7 @@ QByteArray plainText(QString text)
 
 QByteArray streamName(const QString &name)
 {
-    const QByteArray text = plainText(name);
+    QByteArray text = plainText(name);
     if (!text.trimmed().isEmpty()) {
         return text;
     }

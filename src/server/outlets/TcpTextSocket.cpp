@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr qint64 kMaxUnsentBytes = 64 * 1024;
+constexpr qint64 kMaxUnsentBytes = 65536;
 constexpr int kSignificantDigits = 7;
 constexpr char kFieldSeparator = '\t';
 constexpr char kLineEnd = '\n';
