@@ -1,3 +1,4 @@
+#include "algorithms/ParamFactory.h"
 #include "common/BPCommon.h"
 #include "devices/Amplifier.h"
 #include "devices/AmplifierChannel.h"
@@ -80,8 +81,21 @@ QSharedPointer<Montage> filteredMontage()
     return montage;
 }
 
-/// The reader's whole pass, on this thread. The loop sleeps 5 ms per block; the time of the benchmark is the CPU's.
-/// Arguments: record into EDF+, publish to a queued receiver.
+std::vector<UnitParams> spectrumAndRhythms()
+{
+    std::vector<UnitParams> params{ParamFactory::makeCustomProperty(QStringLiteral("SpectrumOnline"))};
+    for (const auto make :
+         {&ParamFactory::makeRhythmDelta, &ParamFactory::makeRhythmTheta, &ParamFactory::makeRhythmAlpha,
+          &ParamFactory::makeRhythmMu, &ParamFactory::makeRhythmBeta, &ParamFactory::makeRhythmGamma}) {
+        params.push_back(make(QString()));
+    }
+    return params;
+}
+
+enum Stage { Publish = 1, Edf = 2, Algorithms = 4, Spreadsheet = 8, Outlet = 16 };
+
+/// The reader's whole pass, on this thread, with more and more stages. The loop sleeps 5 ms per block; the time of the
+/// benchmark is the CPU's.
 void readerPass(benchmark::State &state)
 {
     for (int event = 0; event < BPCommon::kLogEventCount; ++event) {
@@ -96,7 +110,8 @@ void readerPass(benchmark::State &state)
     DataReader reader;
     QObject receiver;
     qint64 samples = 0;
-    if (state.range(1) != 0) {
+    const auto has = [&state](Stage stage) { return (state.range(0) & stage) != 0; };
+    if (has(Publish)) {
         QObject::connect(
             &reader, &DataReader::newData, &receiver,
             [&samples](const std::vector<float> &, int count) { samples += count; }, Qt::QueuedConnection);
@@ -104,9 +119,15 @@ void readerPass(benchmark::State &state)
     reader.setNewMontage(&device, filteredMontage());
     reader.setWriteStateTime(0);
     reader.setRecordPath(folder.filePath(QStringLiteral("bench.edf")));
+    if (has(Algorithms)) {
+        reader.setAlgorithmParams(nullptr, spectrumAndRhythms());
+    }
     for (auto _ : state) {
+        if (has(Outlet)) {
+            reader.addLSLStreamParams(QStringLiteral("bench"), false, QString());
+        }
         reader.runningThread(true);
-        reader.setWriteDataFlag(state.range(0) != 0, false);
+        reader.setWriteDataFlag(has(Edf), has(Spreadsheet));
         reader.run();
         reader.setWriteDataFlag(false, false);
         QCoreApplication::processEvents();
@@ -117,10 +138,13 @@ void readerPass(benchmark::State &state)
 }
 
 BENCHMARK(readerPass)
-    ->ArgNames({"edf", "publish"})
-    ->Args({0, 0})
-    ->Args({0, 1})
-    ->Args({1, 1})
+    ->ArgName("stages")
+    ->Arg(0)
+    ->Arg(Publish)
+    ->Arg(Publish | Edf)
+    ->Arg(Publish | Edf | Algorithms)
+    ->Arg(Publish | Edf | Algorithms | Spreadsheet)
+    ->Arg(Publish | Edf | Algorithms | Spreadsheet | Outlet)
     ->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -1,8 +1,10 @@
 #include "AcquireSession.h"
+#include "AlgorithmChoice.h"
 #include "Commands.h"
 #include "Console.h"
 #include "DeviceFinder.h"
 #include "Interrupt.h"
+#include "Refusal.h"
 #include "algorithms/UnitParams.h"
 #include "devices/Amplifier.h"
 #include "files/EDFReader.h"
@@ -14,29 +16,11 @@
 #include <QEventLoop>
 
 #include <cmath>
-#include <stdexcept>
 
 namespace {
 
 const QString kDefaultDevice = QStringLiteral("Simulator");
 const QString kPlaybackDevice = QStringLiteral("Playback");
-
-/// What is wrong with the command line (status 2) or with what it names (status 1), as one sentence.
-struct Refusal
-{
-    Console::ExitStatus status;
-    QString sentence;
-};
-
-[[noreturn]] void refuseUsage(const QString &sentence)
-{
-    throw Refusal{Console::WrongUsage, sentence};
-}
-
-[[noreturn]] void refuse(const QString &sentence)
-{
-    throw Refusal{Console::Failure, sentence};
-}
 
 void addOptions(QCommandLineParser &parser)
 {
@@ -54,7 +38,9 @@ void addOptions(QCommandLineParser &parser)
     add("seconds", "Length in seconds of signal.", "N");
     add("record", "Record into this EDF+ file.", "FILE.edf");
     add("label", "Write an annotation at T seconds of the recording (repeatable).", "T:TEXT");
-    add("json", "Print the summary as one JSON object.");
+    AlgorithmChoice::addOptions(parser);
+    add("lsl", "Stream through a Lab Streaming Layer outlet of this name.", "NAME");
+    add("json", "Print the summary, and each second the live values, as one JSON object on a line.");
 }
 
 double positiveNumber(const QCommandLineParser &parser, const QString &option)
@@ -93,6 +79,8 @@ AcquireOptions parseOptions(const QCommandLineParser &parser)
     AcquireOptions options;
     options.seconds = positiveNumber(parser, QStringLiteral("seconds"));
     options.recordPath = parser.value(QStringLiteral("record"));
+    options.lslName = parser.value(QStringLiteral("lsl"));
+    options.json = parser.isSet(QStringLiteral("json"));
     const QStringList labels = parser.values(QStringLiteral("label"));
     for (const QString &label : labels) {
         options.labels.push_back(parseLabel(label));
@@ -229,6 +217,14 @@ void printSummary(const QJsonObject &summary)
                        .arg(summary[QLatin1String("seconds")].toDouble(), 0, 'f', 2)
                        .arg(summary[QLatin1String("blocks")].toInt())
                        .arg(summary[QLatin1String("wall_seconds")].toDouble(), 0, 'f', 2));
+    const QJsonObject algorithms = summary[QLatin1String("algorithms")].toObject();
+    for (auto it = algorithms.begin(); it != algorithms.end(); ++it) {
+        const QJsonObject entry = it.value().toObject();
+        Console::print(QStringLiteral("  %1 %2 on average of %3 results")
+                           .arg(it.key(), -12)
+                           .arg(entry[QLatin1String("mean")].toDouble(), 8, 'f', 2)
+                           .arg(entry[QLatin1String("results")].toInt()));
+    }
     const QJsonObject record = summary[QLatin1String("record")].toObject();
     if (!record.isEmpty()) {
         Console::print(QStringLiteral("Recorded into %1: %2 bytes, %3 labels")
@@ -240,13 +236,15 @@ void printSummary(const QJsonObject &summary)
 
 Console::ExitStatus acquire(const QCommandLineParser &parser)
 {
-    const AcquireOptions options = parseOptions(parser);
+    AcquireOptions options = parseOptions(parser);
     DeviceFinder finder;
     Amplifier *device = openDevice(finder, parser);
     configure(device, parser, options);
     printLeftOut(device);
 
-    AcquireSession session(device, chooseMontage(device, parser.value(QStringLiteral("montage"))), options);
+    const QSharedPointer<Montage> montage = chooseMontage(device, parser.value(QStringLiteral("montage")));
+    options.algorithms = AlgorithmChoice::parse(parser, *montage);
+    AcquireSession session(device, montage, options);
     Interrupt interrupt;
     QEventLoop loop;
     QObject::connect(&interrupt, &Interrupt::interrupted, &session,
@@ -256,8 +254,8 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
     loop.exec();
 
     const QJsonObject summary = session.summary();
-    if (parser.isSet(QStringLiteral("json"))) {
-        Console::printJson(summary);
+    if (options.json) {
+        Console::printJsonLine(summary);
     } else {
         printSummary(summary);
     }

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int kCloseTimeoutMs = 10000;
+constexpr int kLiveMs = 1000;
 
 } // namespace
 
@@ -23,6 +24,7 @@ AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montag
     , m_device(device)
     , m_montage(std::move(montage))
     , m_options(std::move(options))
+    , m_live(m_montage->getChannelNames())
     , m_compound(std::make_unique<DataCompound>(device, m_montage))
     , m_frequency(static_cast<double>(device->getFreqValue()))
 {
@@ -45,8 +47,16 @@ AcquireSession::~AcquireSession() = default;
 void AcquireSession::start()
 {
     m_clock.start();
+    connect(&m_liveTimer, &QTimer::timeout, this, &AcquireSession::showLiveValues);
+    m_liveTimer.start(kLiveMs);
+    if (!m_options.algorithms.empty()) {
+        m_compound->setAlgorithmParams(&m_live, m_options.algorithms);
+    }
+    if (!m_options.lslName.isEmpty()) {
+        m_compound->setLSLStreamParametrs(m_options.lslName, false, QString());
+    }
     if (!m_options.recordPath.isEmpty()) {
-        m_compound->startRecord(m_options.recordPath, true, false, 0);
+        m_compound->startRecord(m_options.recordPath, true, !m_options.algorithms.empty(), 0);
         if (!m_compound->isRecording()) {
             finish(); // told by recordError()
             return;
@@ -82,7 +92,6 @@ void AcquireSession::takeData(int count)
     m_samples += count / static_cast<int>(m_montage->size());
     ++m_blocks;
     placeLabels();
-    Console::progress(QStringLiteral("%1 s").arg(seconds(), 0, 'f', 1));
     if (m_options.seconds > 0.0 && seconds() >= m_options.seconds) {
         stop(QStringLiteral("seconds"));
     }
@@ -132,6 +141,7 @@ void AcquireSession::finish()
         return;
     }
     m_finished = true;
+    m_liveTimer.stop();
     Console::progress(QString());
     m_compound->stopReadData();
     if (m_error.isEmpty() && m_nextLabel < m_options.labels.size()) {
@@ -139,6 +149,19 @@ void AcquireSession::finish()
                       .arg(m_options.labels[m_nextLabel].text);
     }
     emit finished();
+}
+
+void AcquireSession::showLiveValues()
+{
+    if (m_stopping) {
+        return;
+    }
+    if (m_options.json && !m_live.isEmpty()) {
+        QJsonObject line = m_live.latest();
+        line.insert(QStringLiteral("time"), seconds());
+        Console::printJsonLine(line);
+    }
+    Console::progress(QStringLiteral("%1 s  %2").arg(seconds(), 0, 'f', 1).arg(m_live.line()));
 }
 
 double AcquireSession::seconds() const
@@ -162,6 +185,9 @@ QJsonObject AcquireSession::summary() const
     object.insert(QStringLiteral("first_block_ms"), m_firstBlockMs);
     object.insert(QStringLiteral("wall_seconds"), static_cast<double>(m_clock.elapsed()) / 1000.0);
     object.insert(QStringLiteral("ended"), m_reason.isEmpty() ? QStringLiteral("error") : m_reason);
+    if (!m_live.isEmpty()) {
+        object.insert(QStringLiteral("algorithms"), m_live.summary());
+    }
     if (!m_options.recordPath.isEmpty()) {
         object.insert(QStringLiteral("record"),
                       QJsonObject{{QStringLiteral("path"), m_options.recordPath},

@@ -1,9 +1,13 @@
 #pragma once
 
+#include "LiveValues.h"
+#include "algorithms/UnitParams.h"
+
 #include <QElapsedTimer>
 #include <QJsonObject>
 #include <QObject>
 #include <QSharedPointer>
+#include <QTimer>
 
 #include <memory>
 #include <vector>
@@ -24,6 +28,9 @@ struct AcquireOptions
     double seconds = 0.0; ///< of signal; 0 until the device ends or the user does
     QString recordPath; ///< empty: nothing is recorded
     std::vector<TimedLabel> labels;
+    std::vector<UnitParams> algorithms;
+    QString lslName; ///< empty: nothing is streamed
+    bool json = false; ///< live values as JSON lines
 };
 
 /// One acquisition from start to summary: counts what arrives, places the labels, ends for whatever reason comes first.
@@ -53,14 +60,16 @@ private:
     void takeRecordError(const QString &reason);
     void takeLabelAnswer(const QString &time, const QString &label);
     void placeLabels();
+    void showLiveValues();
     void finish();
     double seconds() const;
-    double recordedSeconds() const;
 
     Amplifier *m_device;
     QSharedPointer<Montage> m_montage;
     AcquireOptions m_options;
+    LiveValues m_live; ///< before the compound, whose algorithms send to it
     std::unique_ptr<DataCompound> m_compound;
+    QTimer m_liveTimer;
     QElapsedTimer m_clock;
     double m_frequency;
     qint64 m_samples = 0;

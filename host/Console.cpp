@@ -65,6 +65,11 @@ void Console::printJson(const QJsonValue &value)
     std::fflush(stdout);
 }
 
+void Console::printJsonLine(const QJsonObject &object)
+{
+    print(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
+}
+
 void Console::error(const QString &sentence)
 {
     progress(QString());

@@ -3,6 +3,7 @@
 #include <QString>
 
 class QCommandLineParser;
+class QJsonObject;
 class QJsonValue;
 
 /// What the program says, and how it ends.
@@ -14,6 +15,8 @@ enum ExitStatus { Success = 0, Failure = 1, WrongUsage = 2 };
 void print(const QString &line);
 /// A JSON value on standard output, indented.
 void printJson(const QJsonValue &value);
+/// A JSON object on one line of standard output.
+void printJsonLine(const QJsonObject &object);
 /// One sentence on standard error, after "bioprocessing: ". Ends a progress line that stands there.
 void error(const QString &sentence);
 /// Replaces the progress line on standard error; silent unless standard error is a terminal. An empty text ends it.

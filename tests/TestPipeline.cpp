@@ -1,7 +1,9 @@
 #include "algorithms/CustomAlgorithm.h"
+#include "algorithms/ParamFactory.h"
 #include "devices/AmplifierChannel.h"
 #include "devices/DeviceSearcher.h"
 #include "files/EDFReader.h"
+#include "files/XLSReader.h"
 #include "montage/AverageMontage.h"
 #include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
@@ -82,6 +84,40 @@ struct Received
     std::vector<int> codes;
 };
 
+/// Takes results on the test's thread, as a host does.
+class ResultReceiver : public QObject
+{
+    Q_OBJECT
+public slots:
+    void takeAlgorithmData(const QString &, const UnitParams &params, unsigned int, const vector<float> &)
+    {
+        const QString band = params[QStringLiteral("min_freq")] + QLatin1Char('-') + params[QStringLiteral("max_freq")];
+        ++results[params.getParamDescriptor()];
+        bands.insert(band);
+    }
+
+public:
+    QMap<QString, int> results;
+    QSet<QString> bands;
+};
+
+UnitParams rhythm(const QString &name, const char *minimum, const char *maximum)
+{
+    UnitParams params = ParamFactory::makeRhythmAlpha(QString());
+    params.setParamDescriptor(name);
+    params.setParamValue(QStringLiteral("time"), QStringLiteral("1"));
+    params.setParamValue(QStringLiteral("step"), QStringLiteral("0.1"));
+    params.setParamValue(QStringLiteral("min_freq"), QString::fromLatin1(minimum));
+    params.setParamValue(QStringLiteral("max_freq"), QString::fromLatin1(maximum));
+    return params;
+}
+
+/// A sine of 10 Hz and 50 µV on every channel.
+float alphaWave(int, qint64 k)
+{
+    return 50.0f * static_cast<float>(std::sin(static_cast<double>(k % 25) * 0.08 * 3.14159265358979));
+}
+
 /// Runs the reader's loop here, until the script ends it.
 void runHere(DataReader &reader, FakeAmplifier &device, const QSharedPointer<Montage> &montage)
 {
@@ -116,6 +152,8 @@ private slots:
     void placesLabelsAndStates();
     void restartsTenTimes();
     void allocatesNothingPerBlock();
+    void writesRhythmsBesideTheRecording();
+    void keepsParameterSetsWholeUnderUpdates();
 
 private:
     QString path(const QString &name) const { return m_folder.filePath(name); }
@@ -573,6 +611,76 @@ void TestPipeline::allocatesNothingPerBlock()
     // The fake notes each read in a list of texts that it drops again.
     const long perBlockOfTheFake = 1;
     QVERIFY2(many - few <= 100 * perBlockOfTheFake, qPrintable(QString::number(many - few)));
+}
+
+void TestPipeline::writesRhythmsBesideTheRecording()
+{
+    FakeScript script;
+    script.value = alphaWave;
+    FakeAmplifier device(script);
+    DataCompound compound(&device, plainMontage(2));
+    ResultReceiver receiver;
+    QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    compound.setAlgorithmParams(
+        &receiver, {rhythm(QStringLiteral("alpha"), "8", "14"), rhythm(QStringLiteral("beta"), "14", "35")});
+    compound.startReadData();
+    compound.startRecord(path(QStringLiteral("rhythms.edf")), true, true, 2);
+    QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+    QVERIFY(receiver.results.value(QStringLiteral("alpha")) > 10);
+    compound.stopReadData();
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(path(QStringLiteral("rhythms_rt.xls"))), kTimeoutMs);
+
+    XLSReader reader(path(QStringLiteral("rhythms.edf")));
+    QVERIFY2(reader.isOpened(), qPrintable(reader.lastError()));
+    QHash<QString, RhythmData> data;
+    QVERIFY(reader.readData(data));
+    QCOMPARE(data.size(), 2);
+    QVERIFY(reader.getDataCount() >= 9 && reader.getDataCount() <= 11); // two seconds, a row every 200 ms
+    QVERIFY(data[QStringLiteral("alpha")].maximum > 50); // a pure tone in the band
+    QVERIFY(data[QStringLiteral("alpha")].average > data[QStringLiteral("beta")].average);
+}
+
+void TestPipeline::keepsParameterSetsWholeUnderUpdates()
+{
+    FakeScript script;
+    script.value = alphaWave;
+    FakeAmplifier device(script);
+    DataCompound compound(&device, plainMontage(2));
+    ResultReceiver receiver;
+    const UnitParams low = rhythm(QStringLiteral("alpha"), "8", "14");
+    const UnitParams high = rhythm(QStringLiteral("alpha"), "14", "35");
+    const UnitParams other = rhythm(QStringLiteral("beta"), "14", "35");
+    const UnitParams formula = ParamFactory::makeCustomProperty(QStringLiteral("Math"));
+    compound.setAlgorithmParams(&receiver, {low});
+    compound.startReadData();
+    for (int i = 0; i < 3000; ++i) {
+        switch (i % 5) {
+        case 0:
+            compound.updateAlgorithm(high);
+            break;
+        case 1:
+            compound.updateAlgorithm(std::vector<UnitParams>{low, other});
+            break;
+        case 2:
+            compound.resetAlgorithm({low, other});
+            break;
+        case 3:
+            compound.setAlgorithmParams(&receiver, {low, formula, other});
+            break;
+        default:
+            compound.setAlgorithmParams(&receiver, {high});
+            break;
+        }
+        if (i % 100 == 0) {
+            QCoreApplication::processEvents();
+        }
+    }
+    compound.setAlgorithmParams(&receiver, {low, other});
+    receiver.results.clear();
+    QTRY_VERIFY_WITH_TIMEOUT(receiver.results.value(QStringLiteral("beta")) > 2, kTimeoutMs);
+    QTRY_VERIFY_WITH_TIMEOUT(receiver.results.value(QStringLiteral("alpha")) > 2, kTimeoutMs);
+    const QSet<QString> whole{QStringLiteral("8-14"), QStringLiteral("14-35")};
+    QVERIFY(whole.contains(receiver.bands)); // never the one's minimum with the other's maximum
 }
 
 BP_TEST_MAIN(TestPipeline)

@@ -1,6 +1,12 @@
 #include "algorithms/AlgorithmManager.h"
 
+#include "algorithms/AsymmetryCoeff.h"
 #include "algorithms/CustomAlgorithm.h"
+#include "algorithms/DependSpectrumNorm.h"
+#include "algorithms/ElectroCardiogram.h"
+#include "algorithms/MathAlgorithm.h"
+#include "algorithms/SpectrumNorm.h"
+#include "algorithms/SpectrumOnline.h"
 #include "common/BPCommon.h"
 
 #include <QDateTime>
@@ -17,8 +23,21 @@ struct NamedCreator
     AlgorithmManager::Creator create;
 };
 
+template <class Algorithm>
+CustomAlgorithm *create(const UnitParams &params, const QSharedPointer<Montage> &montage, const AmplifierInfo &info)
+{
+    return new Algorithm(params, montage, info);
+}
+
 /// The library's own algorithms.
-constexpr std::array<NamedCreator, 0> kOwnAlgorithms{};
+constexpr std::array<NamedCreator, 6> kOwnAlgorithms{{
+    {"AsymmetryCoeff", create<AsymmetryCoeff>},
+    {"DependSpectrumNorm", create<DependSpectrumNorm>},
+    {"ElectroCardiogram", create<ElectroCardiogram>},
+    {"Math", create<MathAlgorithm>},
+    {"SpectrumNorm", create<SpectrumNorm>},
+    {"SpectrumOnline", create<SpectrumOnline>},
+}};
 
 /// A type that a host registered. Entries are only ever added in front, so that reading needs no lock, and live as long
 /// as the process.

@@ -335,8 +335,8 @@ QSharedPointer<Montage> EDFReader::getFileMontage() const
 QString EDFReader::infoShort() const
 {
     return QStringLiteral("%1 %2%3 %4, %5")
-        .arg(QString::number(m_channelCount), translated("ch, "),
-             QString::number(static_cast<double>(m_sampleRate), 'f', 2), translated("Hz"),
+        .arg(QString::number(m_channelCount), translated(QT_TRANSLATE_NOOP("Generic", "ch, ")),
+             QString::number(static_cast<double>(m_sampleRate), 'f', 2), translated(QT_TRANSLATE_NOOP("Generic", "Hz")),
              TextHelper::TimeToText(getExactDuration()));
 }
 
@@ -344,11 +344,13 @@ QString EDFReader::infoFull() const
 {
     const QString rate = QString::number(static_cast<double>(m_sampleRate), 'f', 2);
     return TextHelper::printLikeTable({
-        {translated("Duration"), TextHelper::TimeToText(getExactDuration())},
-        {translated("Channels"), QString::number(m_channelCount)},
-        {translated("Sampling rate"), rate + QLatin1Char(' ') + translated("Hz")},
-        {translated("Subject"), m_subject},
-        {translated("Start time"), m_startDateTime.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))},
+        {translated(QT_TRANSLATE_NOOP("Generic", "Duration")), TextHelper::TimeToText(getExactDuration())},
+        {translated(QT_TRANSLATE_NOOP("Generic", "Channels")), QString::number(m_channelCount)},
+        {translated(QT_TRANSLATE_NOOP("Generic", "Sampling rate")),
+         rate + QLatin1Char(' ') + translated(QT_TRANSLATE_NOOP("Generic", "Hz"))},
+        {translated(QT_TRANSLATE_NOOP("Generic", "Subject")), m_subject},
+        {translated(QT_TRANSLATE_NOOP("Generic", "Start time")),
+         m_startDateTime.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))},
     });
 }
 

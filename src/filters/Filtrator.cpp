@@ -3,47 +3,19 @@
 #include "common/BPCommon.h"
 #include "filters/ButterworthFilter.h"
 #include "filters/NotchFilter.h"
+#include "filters/SincResampler.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
 constexpr float kNarrowBandHz = 1.0f;
-
-/// The input at position t (in samples), seen through a sinc under a Hann window of 2 · halfWidth samples.
-float interpolate(const std::vector<float> &in, double t, int halfWidth)
-{
-    double acc = 0.0;
-    for (int j = -halfWidth; j < halfWidth; ++j) {
-        const double at = std::round(j + t);
-        if (at < 0.0 || at >= static_cast<double>(in.size())) {
-            continue;
-        }
-        const double distance = at - t;
-        const double window = 0.5 - 0.5 * std::cos(2.0 * kPi * (distance / (2.0 * halfWidth) + 0.5));
-        const double x = kPi * distance;
-        const double sinc = std::fabs(x) < 1e-14 ? 1.0 : std::sin(x) / x;
-        acc += window * sinc * static_cast<double>(in[static_cast<std::size_t>(at)]);
-    }
-    return static_cast<float>(acc);
-}
 
 std::vector<float> resampled(const std::vector<float> &in, int rate, int inputRate, int halfWidth)
 {
     const qint64 length = static_cast<qint64>(in.size()) * rate / inputRate;
-    std::vector<float> out;
-    if (length < 1) {
-        return out;
-    }
-    out.reserve(static_cast<std::size_t>(length));
-    const double step = static_cast<double>(in.size()) / static_cast<double>(length);
-    double t = 0.0;
-    for (qint64 i = 0; i < length; ++i) {
-        out.push_back(interpolate(in, t, halfWidth));
-        t += step;
-    }
+    std::vector<float> out(static_cast<std::size_t>(std::max<qint64>(0, length)));
+    bp::resampleToLength(in.data(), in.size(), out.data(), out.size(), halfWidth);
     return out;
 }
 

@@ -224,6 +224,13 @@ void DataCompound::setLabelToEDFAt(const QString &label, double seconds)
     }
 }
 
+void DataCompound::setLSLStreamParametrs(const QString &streamName, bool synchro, const QString &syncStreamName)
+{
+    if (m_reader != nullptr) {
+        m_reader->addLSLStreamParams(streamName, synchro, syncStreamName);
+    }
+}
+
 void DataCompound::setAlgorithmClass(CustomAlgorithm *algorithm)
 {
     if (m_reader != nullptr) {

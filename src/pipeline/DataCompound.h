@@ -61,6 +61,9 @@ public:
     /// @param seconds from the start of the recording
     void setLabelToEDFAt(const QString &label, double seconds);
 
+    /// Streams through a Lab Streaming Layer outlet while acquiring; see DataReader::addLSLStreamParams().
+    void setLSLStreamParametrs(const QString &streamName, bool synchro, const QString &syncStreamName);
+
     /// As the reader's operations of the same names.
     void setAlgorithmClass(CustomAlgorithm *algorithm);
     void setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params);

@@ -6,11 +6,14 @@
 #include "devices/Amplifier.h"
 #include "devices/AmplifierChannel.h"
 #include "files/EDFWriter.h"
+#include "files/XLSWriter.h"
 #include "filters/ChannelFilterBank.h"
 #include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
 #include "pipeline/MontageMix.h"
 #include "pipeline/TaskQueue.h"
+#include "server/outlets/LSLDataServer.h"
+#include "server/outlets/LSLSyncSream.h"
 
 #include <QDateTime>
 #include <QPointer>
@@ -23,6 +26,7 @@ namespace {
 constexpr qint64 kDefaultWriteStateMs = 10000;
 constexpr int kLeastSleepMs = 5;
 constexpr std::size_t kAverageSamples = 1048576;
+constexpr float kLargestCounter = 4294967040.0f; // the largest float that an unsigned int holds
 
 qint64 nowMs()
 {
@@ -47,6 +51,7 @@ DataReader::DataReader(QObject *parent)
     , m_writeStateMs(kDefaultWriteStateMs)
     , m_tasks(std::make_unique<bp::TaskQueue>())
     , m_edfWriter(std::make_unique<EDFWriter>())
+    , m_rhythmWriter(new XLSWriter(this))
     , m_algorithms(new AlgorithmManager(this))
     , m_table(std::make_unique<bp::MontageTable>())
     , m_filters(std::make_unique<bp::ChannelFilterBank>())
@@ -64,6 +69,7 @@ DataReader::~DataReader()
     }
     BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
     m_edfWriter.reset();
+    removeLslUnits();
 }
 
 void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> &montage)
@@ -113,6 +119,19 @@ void DataReader::setWriteDataFlag(bool edf, bool rhythm)
     BPCommon::log(BPCommon::LogReader, "DataReader::setWriteDataFlag %i", edf);
     m_writeEdf.store(edf);
     m_tasks->post([this, edf, rhythm, path = m_recordPath] { applyWriteFlags(edf, rhythm, path); });
+}
+
+void DataReader::setWriteRhythmData(bool on)
+{
+    m_tasks->post([this, on, path = m_recordPath] { applyRhythmWriting(on, path); });
+}
+
+void DataReader::addLSLStreamParams(const QString &streamName, bool synchro, const QString &syncStreamName)
+{
+    m_tasks->post([this, streamName, synchro, syncStreamName] {
+        m_lslParams = {streamName, synchro, syncStreamName};
+        makeLslUnits();
+    });
 }
 
 void DataReader::setCurrentState(unsigned char state)
@@ -199,6 +218,9 @@ void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montag
     m_algorithms->setMontage(m_info, m_montage);
     resizeWorkBuffers();
     chooseHandlers();
+    if (m_outlet != nullptr) {
+        makeLslUnits(); // an outlet announces one montage's channels
+    }
 }
 
 void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
@@ -300,13 +322,17 @@ void DataReader::run()
                 break;
             }
             (this->*m_blockHandler)();
-            sleepUntilNextPoll(m_algorithms->processData(m_samples, m_unfiltered, m_filtered));
+            pushDataToLSL();
+            const int algorithmMs = m_algorithms->processData(m_samples, m_unfiltered, m_filtered);
+            m_rhythmWriter->poll();
+            sleepUntilNextPoll(algorithmMs);
             keepRecordingTime();
         }
         if (samples < 0) {
             BPCommon::log(BPCommon::LogReader, "DataReader::run Error code = %i", samples);
             emit deviceReturnError(samples); // the device is left as it is: it has ended by itself
         } else {
+            removeLslUnits();
             m_device->stopAcquisition();
         }
     }
@@ -425,6 +451,34 @@ void DataReader::recordBlock()
     }
 }
 
+void DataReader::pushDataToLSL()
+{
+    if (m_outlet == nullptr || m_samples == 0) {
+        return;
+    }
+    if (m_syncStream != nullptr && m_table->size() > 1) {
+        pushSynchronised();
+    } else {
+        m_outlet->appendNewData(static_cast<int>(m_samples), m_filtered.data());
+    }
+}
+
+/// The last channel counts the device's samples, the one before it carries the triggers.
+void DataReader::pushSynchronised()
+{
+    const float *counter = m_filtered.data() + std::size_t{m_table->size() - 1} * m_samples;
+    const float *trigger = counter - m_samples;
+    for (unsigned k = 0; k < m_samples; ++k) {
+        const double time = m_device->getTimeStamp(
+            counter[k] > 0.0f && counter[k] < kLargestCounter ? static_cast<unsigned>(counter[k]) : 0);
+        m_outlet->push_sample(m_samples, k, m_filtered.data(), time);
+        if (m_device->isSynchroTrig(trigger[k])) {
+            std::fill(m_trigger.begin(), m_trigger.end(), trigger[k]);
+            m_syncStream->appendData(1, m_trigger.data(), time);
+        }
+    }
+}
+
 void DataReader::sleepUntilNextPoll(int algorithmMs)
 {
     const bool behind = static_cast<int>(m_samples) >= m_halfSecond || m_pollMs < algorithmMs;
@@ -456,7 +510,10 @@ void DataReader::applyWriteFlags(bool edf, bool rhythm, const QString &path)
         }
     }
     m_writeEdf.store(m_recordingEdf);
-    m_recordingRhythm = rhythm;
+    if (rhythm != m_recordingRhythm) {
+        m_recordingRhythm = rhythm;
+        applyRhythmWriting(rhythm, path);
+    }
     m_timing = m_recordingEdf || m_recordingRhythm;
     m_elapsedMs = 0;
     m_startMs = nowMs();
@@ -486,6 +543,56 @@ void DataReader::closeRecording()
         m_edfWriter->close();
     }
     emit endWritingAndCloseFile();
+}
+
+void DataReader::applyRhythmWriting(bool on, const QString &path)
+{
+    if (!on) {
+        if (!m_rhythmWriter->stopWrite()) {
+            emit recordError(m_rhythmWriter->lastError());
+        }
+        return;
+    }
+    if (m_rhythmWriter->isRunning()) {
+        return;
+    }
+    connectRhythms();
+    m_rhythmWriter->setPath(path);
+    m_rhythmWriter->startWrite();
+}
+
+void DataReader::connectRhythms()
+{
+    std::vector<UnitParams> params;
+    for (const char *name : {"SpectrumNorm", "Math"}) {
+        for (CustomAlgorithm *algorithm : m_algorithms->findAlgorithms(QString::fromLatin1(name))) {
+            disconnect(algorithm, &CustomAlgorithm::getData, m_rhythmWriter, &XLSWriter::addData);
+            connect(algorithm, &CustomAlgorithm::getData, m_rhythmWriter, &XLSWriter::addData);
+            algorithm->getAlgorithmParams(params.emplace_back());
+        }
+    }
+    m_rhythmWriter->setParamList(params);
+}
+
+void DataReader::makeLslUnits()
+{
+    removeLslUnits();
+    if (m_device == nullptr || m_lslParams.streamName.isEmpty()) {
+        return;
+    }
+    const bool deviceTime = m_lslParams.synchro && m_device->isSynchro();
+    m_outlet = std::make_unique<LSLDataServer>(m_info, m_montage, m_lslParams.streamName, deviceTime);
+    if (deviceTime) {
+        m_syncStream = std::make_unique<LSLSyncSream>(m_lslParams.syncStreamName, m_device->synchroChannels(),
+                                                      m_montage->getCurrentSampleFreq(), m_info);
+        m_trigger.resize(static_cast<std::size_t>(m_syncStream->channelNames().size()));
+    }
+}
+
+void DataReader::removeLslUnits()
+{
+    m_syncStream.reset();
+    m_outlet.reset();
 }
 
 void DataReader::annotate(const QString &label, qint64 elapsedMs)

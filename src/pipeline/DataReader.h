@@ -18,8 +18,11 @@ class AlgorithmManager;
 class Amplifier;
 class CustomAlgorithm;
 class EDFWriter;
+class LSLDataServer;
+class LSLSyncSream;
 class Montage;
 class UnitParams;
+class XLSWriter;
 
 namespace bp {
 class ChannelFilterBank;
@@ -65,6 +68,12 @@ public:
     /// Starts and stops recording: the EDF file at the record path, and the rhythms. Any call restarts the clock of a
     /// recording that goes on. A file that cannot be opened is told by recordError() and endWritingAndCloseFile().
     void setWriteDataFlag(bool edf, bool rhythm);
+    /// Starts and stops the rhythm spreadsheet beside the record path, for the rhythm indices and formulas that are
+    /// configured at that moment. setWriteDataFlag() does so together with the recording's clock.
+    void setWriteRhythmData(bool on);
+    /// Streams every block through an outlet of this name, until the loop ends; another call replaces the outlet. With
+    /// synchro, and a device that can, samples carry the device's time stamps and triggers go to a second stream.
+    void addLSLStreamParams(const QString &streamName, bool synchro, const QString &syncStreamName);
     /// Writes the number of a mental state as an annotation, while recording.
     void setCurrentState(unsigned char state);
     /// As slotSetLabelToEdf(), at a given time.
@@ -133,11 +142,25 @@ private:
     void filterChannels();
     void publishBlock();
     void recordBlock();
+    void pushDataToLSL();
+    void pushSynchronised();
 
     void applyWriteFlags(bool edf, bool rhythm, const QString &path);
     bool makeEDFFileReader(const QString &path);
     void closeRecording();
     void annotate(const QString &label, qint64 elapsedMs);
+    void applyRhythmWriting(bool on, const QString &path);
+    void connectRhythms();
+
+    /// What addLSLStreamParams() asked for; without a stream name nothing is streamed.
+    struct LslParams
+    {
+        QString streamName;
+        bool synchro = false;
+        QString syncStreamName;
+    };
+    void makeLslUnits();
+    void removeLslUnits();
 
     // Set from any thread.
     std::atomic<bool> m_running{false};
@@ -159,7 +182,11 @@ private:
     qint64 m_elapsedMs = 0;
     std::optional<PatientInfo> m_patient;
     std::unique_ptr<EDFWriter> m_edfWriter;
-    AlgorithmManager *m_algorithms; ///< owned; a QObject child, so that it follows the reader to its thread
+    XLSWriter *m_rhythmWriter; ///< owned; a QObject child, so that it follows the reader to its thread
+    AlgorithmManager *m_algorithms; ///< as above
+    LslParams m_lslParams;
+    std::unique_ptr<LSLDataServer> m_outlet; ///< null while nothing is streamed
+    std::unique_ptr<LSLSyncSream> m_syncStream; ///< null unless samples carry the device's time
 
     Amplifier *m_device = nullptr;
     AmplifierInfo m_info;
@@ -178,5 +205,6 @@ private:
     std::vector<float> m_unfiltered;
     std::vector<float> m_filtered;
     std::vector<float> m_average;
+    std::vector<float> m_trigger; ///< one value per channel of the synchronisation stream
     std::vector<unsigned int> m_impedance;
 };

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "common/BPExport.h"
+
+#include <cstddef>
+
+namespace bp {
+
+/// Brings a channel to another length with a Hann-windowed sinc of 2 · halfWidth input samples.
+///
+/// Output sample i lies at i · inLength / outLength of the input. Nothing is padded at the ends, and a shorter output
+/// gets no extra low-pass. in and out may not overlap.
+BIOPROCESSING_EXPORT void resampleToLength(const float *in, std::size_t inLength, float *out, std::size_t outLength,
+                                           int halfWidth);
+
+} // namespace bp
