@@ -11,9 +11,8 @@
 #include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
 #include "pipeline/MontageMix.h"
+#include "pipeline/StreamOutlets.h"
 #include "pipeline/TaskQueue.h"
-#include "server/outlets/LSLDataServer.h"
-#include "server/outlets/LSLSyncSream.h"
 
 #include <QDateTime>
 #include <QPointer>
@@ -26,7 +25,6 @@ namespace {
 constexpr qint64 kDefaultWriteStateMs = 10000;
 constexpr int kLeastSleepMs = 5;
 constexpr std::size_t kAverageSamples = 1048576;
-constexpr float kLargestCounter = 4294967040.0f; // the largest float that an unsigned int holds
 
 qint64 nowMs()
 {
@@ -53,6 +51,7 @@ DataReader::DataReader(QObject *parent)
     , m_edfWriter(std::make_unique<EDFWriter>())
     , m_rhythmWriter(new XLSWriter(this))
     , m_algorithms(new AlgorithmManager(this))
+    , m_outlets(std::make_unique<bp::StreamOutlets>())
     , m_table(std::make_unique<bp::MontageTable>())
     , m_filters(std::make_unique<bp::ChannelFilterBank>())
     , m_average(kAverageSamples)
@@ -69,7 +68,6 @@ DataReader::~DataReader()
     }
     BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
     m_edfWriter.reset();
-    removeLslUnits();
 }
 
 void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> &montage)
@@ -129,8 +127,7 @@ void DataReader::setWriteRhythmData(bool on)
 void DataReader::addLSLStreamParams(const QString &streamName, bool synchro, const QString &syncStreamName)
 {
     m_tasks->post([this, streamName, synchro, syncStreamName] {
-        m_lslParams = {streamName, synchro, syncStreamName};
-        makeLslUnits();
+        m_outlets->open({streamName, synchro, syncStreamName}, m_device, m_info, m_montage);
     });
 }
 
@@ -218,9 +215,7 @@ void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montag
     m_algorithms->setMontage(m_info, m_montage);
     resizeWorkBuffers();
     chooseHandlers();
-    if (m_outlet != nullptr) {
-        makeLslUnits(); // an outlet announces one montage's channels
-    }
+    m_outlets->changeMontage(m_info, m_montage);
 }
 
 void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
@@ -332,7 +327,7 @@ void DataReader::run()
             BPCommon::log(BPCommon::LogReader, "DataReader::run Error code = %i", samples);
             emit deviceReturnError(samples); // the device is left as it is: it has ended by itself
         } else {
-            removeLslUnits();
+            m_outlets->close();
             m_device->stopAcquisition();
         }
     }
@@ -453,30 +448,7 @@ void DataReader::recordBlock()
 
 void DataReader::pushDataToLSL()
 {
-    if (m_outlet == nullptr || m_samples == 0) {
-        return;
-    }
-    if (m_syncStream != nullptr && m_table->size() > 1) {
-        pushSynchronised();
-    } else {
-        m_outlet->appendNewData(static_cast<int>(m_samples), m_filtered.data());
-    }
-}
-
-/// The last channel counts the device's samples, the one before it carries the triggers.
-void DataReader::pushSynchronised()
-{
-    const float *counter = m_filtered.data() + std::size_t{m_table->size() - 1} * m_samples;
-    const float *trigger = counter - m_samples;
-    for (unsigned k = 0; k < m_samples; ++k) {
-        const double time = m_device->getTimeStamp(
-            counter[k] > 0.0f && counter[k] < kLargestCounter ? static_cast<unsigned>(counter[k]) : 0);
-        m_outlet->push_sample(m_samples, k, m_filtered.data(), time);
-        if (m_device->isSynchroTrig(trigger[k])) {
-            std::fill(m_trigger.begin(), m_trigger.end(), trigger[k]);
-            m_syncStream->appendData(1, m_trigger.data(), time);
-        }
-    }
+    m_outlets->push(m_filtered.data(), m_table->size(), m_samples);
 }
 
 void DataReader::sleepUntilNextPoll(int algorithmMs)
@@ -572,27 +544,6 @@ void DataReader::connectRhythms()
         }
     }
     m_rhythmWriter->setParamList(params);
-}
-
-void DataReader::makeLslUnits()
-{
-    removeLslUnits();
-    if (m_device == nullptr || m_lslParams.streamName.isEmpty()) {
-        return;
-    }
-    const bool deviceTime = m_lslParams.synchro && m_device->isSynchro();
-    m_outlet = std::make_unique<LSLDataServer>(m_info, m_montage, m_lslParams.streamName, deviceTime);
-    if (deviceTime) {
-        m_syncStream = std::make_unique<LSLSyncSream>(m_lslParams.syncStreamName, m_device->synchroChannels(),
-                                                      m_montage->getCurrentSampleFreq(), m_info);
-        m_trigger.resize(static_cast<std::size_t>(m_syncStream->channelNames().size()));
-    }
-}
-
-void DataReader::removeLslUnits()
-{
-    m_syncStream.reset();
-    m_outlet.reset();
 }
 
 void DataReader::annotate(const QString &label, qint64 elapsedMs)

@@ -18,14 +18,13 @@ class AlgorithmManager;
 class Amplifier;
 class CustomAlgorithm;
 class EDFWriter;
-class LSLDataServer;
-class LSLSyncSream;
 class Montage;
 class UnitParams;
 class XLSWriter;
 
 namespace bp {
 class ChannelFilterBank;
+class StreamOutlets;
 class TaskQueue;
 struct MontageTable;
 struct RawBlock;
@@ -143,7 +142,6 @@ private:
     void publishBlock();
     void recordBlock();
     void pushDataToLSL();
-    void pushSynchronised();
 
     void applyWriteFlags(bool edf, bool rhythm, const QString &path);
     bool makeEDFFileReader(const QString &path);
@@ -151,16 +149,6 @@ private:
     void annotate(const QString &label, qint64 elapsedMs);
     void applyRhythmWriting(bool on, const QString &path);
     void connectRhythms();
-
-    /// What addLSLStreamParams() asked for; without a stream name nothing is streamed.
-    struct LslParams
-    {
-        QString streamName;
-        bool synchro = false;
-        QString syncStreamName;
-    };
-    void makeLslUnits();
-    void removeLslUnits();
 
     // Set from any thread.
     std::atomic<bool> m_running{false};
@@ -184,9 +172,7 @@ private:
     std::unique_ptr<EDFWriter> m_edfWriter;
     XLSWriter *m_rhythmWriter; ///< owned; a QObject child, so that it follows the reader to its thread
     AlgorithmManager *m_algorithms; ///< as above
-    LslParams m_lslParams;
-    std::unique_ptr<LSLDataServer> m_outlet; ///< null while nothing is streamed
-    std::unique_ptr<LSLSyncSream> m_syncStream; ///< null unless samples carry the device's time
+    std::unique_ptr<bp::StreamOutlets> m_outlets;
 
     Amplifier *m_device = nullptr;
     AmplifierInfo m_info;
@@ -205,6 +191,5 @@ private:
     std::vector<float> m_unfiltered;
     std::vector<float> m_filtered;
     std::vector<float> m_average;
-    std::vector<float> m_trigger; ///< one value per channel of the synchronisation stream
     std::vector<unsigned int> m_impedance;
 };
