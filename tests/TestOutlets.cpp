@@ -1,8 +1,10 @@
 #include "devices/AmplifierChannel.h"
 #include "montage/Montage.h"
+#include "pipeline/DataCompound.h"
 #include "server/outlets/LSLDataServer.h"
 #include "server/outlets/LSLSyncSream.h"
 #include "server/outlets/TcpTextSocket.h"
+#include "support/FakeAmplifier.h"
 #include "support/LslInlet.h"
 #include "support/TestMain.h"
 #include "support/TraceCapture.h"
@@ -90,6 +92,20 @@ QVector<float> firstChannel(LslInlet &inlet, int count)
 
 } // namespace
 
+/// A device whose last channel counts its samples and the one before carries triggers.
+class SynchroDevice : public FakeAmplifier
+{
+public:
+    static constexpr double kStart = 5000.0;
+    static constexpr double kPeriod = 0.004;
+
+    using FakeAmplifier::FakeAmplifier;
+    bool isSynchro() override { return true; }
+    bool isSynchroTrig(float value) override { return value == 7.0f; }
+    QStringList synchroChannels() override { return {QStringLiteral("TRIG")}; }
+    double getTimeStamp(unsigned int sample) override { return kStart + sample * kPeriod; }
+};
+
 class TestOutlets : public QObject
 {
     Q_OBJECT
@@ -113,6 +129,7 @@ private slots:
     void consumerThatReadsLateMissesNothing();
     void consumersComeAndGo();
     void consumerRecoversAfterARestart();
+    void readerStreamsWithTheDevicesTime();
     void textLines_data();
     void textLines();
     void textFlagsSwitchTheSockets();
@@ -460,6 +477,46 @@ bool waitForTicks(const TcpTextSocket &sockets, int count)
 }
 
 } // namespace
+
+void TestOutlets::readerStreamsWithTheDevicesTime()
+{
+    FakeScript script;
+    script.channels = 3;
+    script.periodMs = 20;
+    // Channel 1 any signal, channel 2 a trigger at every 50th sample, channel 3 the device's sample counter.
+    script.value = [](int c, qint64 k) {
+        return c == 1 ? float(k % 97) : c == 2 ? (k % 50 == 0 ? 7.0f : 0.0f) : float(k + 1);
+    };
+    SynchroDevice device(script);
+    auto montage = QSharedPointer<Montage>::create();
+    for (unsigned c = 1; c <= 3; ++c) {
+        auto *channel = new AmplifierChannel(c, 1.0f, BPCommon::EEG);
+        channel->setGroup1(c);
+        channel->setChannelName(QStringLiteral("C%1").arg(c));
+        montage->push_back(channel);
+    }
+    DataCompound compound(&device, montage);
+    compound.setLSLStreamParametrs(QStringLiteral("reader data"), true, QStringLiteral("reader triggers"));
+    compound.startReadData();
+
+    LslInlet data(QStringLiteral("reader data"));
+    LslInlet triggers(QStringLiteral("reader triggers"));
+    QVERIFY(data.open([] {}) && triggers.open([] {}));
+    QCOMPARE(data.describe().labels, montage->getChannelNames());
+    QCOMPARE(triggers.describe().labels, QStringList{QStringLiteral("TRIG")});
+    const auto samples = data.pull(200);
+    QCOMPARE(samples.size(), std::size_t{200});
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        QCOMPARE(samples[i].values[2], samples[0].values[2] + static_cast<float>(i)); // every sample once, in order
+        QCOMPARE(samples[i].stamp, device.getTimeStamp(static_cast<unsigned>(samples[i].values[2])));
+    }
+    for (const LslInlet::Sample &trigger : triggers.pull(3)) {
+        QCOMPARE(trigger.values, std::vector<float>{7.0f});
+        const double count = (trigger.stamp - SynchroDevice::kStart) / SynchroDevice::kPeriod;
+        QCOMPARE(std::lround(count) % 50, 1L);
+    }
+    compound.stopReadData();
+}
 
 void TestOutlets::textLines_data()
 {
