@@ -372,19 +372,24 @@ void TestFilters::chainSharesItsHistory()
                                   maker<NotchFilter>(F::BandPass, 250.0f, 10.0f, 1.0f),
                                   maker<NotchFilter>(F::BandStop, 250.0f, 50.0f, 1.0f)};
     const Filtrator::Block in{noise(100), noise(37, 2)};
-    Filtrator::Block expected = in;
+    std::vector<std::unique_ptr<AbstractFilter>> filters;
     for (const FilterMaker &make : makers) {
-        const auto filter = make();
-        for (Samples &channel : expected) {
-            filter->Process(channel);
-        }
+        filters.push_back(make());
     }
     Filtrator chain(250);
     chain.setFilters(2, 30, 0, 0, 0);
     chain.setFilters(4, 40, 1, 50, 10);
     Filtrator::Block out(5);
-    chain.doFiltrate(in, out);
-    QVERIFY(out == expected);
+    for (int turn = 0; turn < 2; ++turn) { // what the last channel leaves is what the next block's first one finds
+        Filtrator::Block expected = in;
+        for (const auto &filter : filters) {
+            for (Samples &channel : expected) {
+                filter->Process(channel);
+            }
+        }
+        chain.doFiltrate(in, out);
+        QVERIFY(out == expected);
+    }
     chain.setFilters(4, 0, 0, 0, -1);
     chain.doFiltrate(in, out);
     QVERIFY(out == in);

@@ -24,23 +24,6 @@ public:
     {
         return new FakeAlgorithm(params, montage, info);
     }
-    /// "value" is free for tests.
-    static UnitParams makeParams(const QString &name, const QString &descriptor, const QString &depend = QString(),
-                                 const QString &value = QStringLiteral("0"))
-    {
-        UnitParams params;
-        params.setParamName(name);
-        params.setParamDescriptor(descriptor);
-        params.setDependName(depend);
-        for (const char *key : {"value", "raw", "relay"}) {
-            custom_param param;
-            param.key = QLatin1String(key);
-            param.defaultValue = QStringLiteral("0");
-            params.push_back(param);
-        }
-        params.setParamValue(QStringLiteral("value"), value);
-        return params;
-    }
 
     bool isNeedRawData() const override { return isSet("raw"); }
     void resetAlgorithm() override { ++resets; }
@@ -56,6 +39,8 @@ public:
             emit getData(QStringLiteral("!"), m_params, count, data);
         }
     }
+    /// Descriptors and types of the senders' results since the last call.
+    QString takeReceived() { return std::exchange(received, {}).join(QLatin1Char(' ')); }
 
     using CustomAlgorithm::amplifierInfo;
     using CustomAlgorithm::montage;
@@ -63,7 +48,7 @@ public:
     QStringList values; ///< "value" as read at the construction and after each change
     int resets = 0;
     std::vector<float> acquired; ///< first samples of the blocks
-    QStringList received; ///< descriptor and type of each sender's result
+    QStringList received;
     QThread *lastThread = nullptr;
     static inline std::atomic<int> s_alive{0};
 
