@@ -137,10 +137,11 @@ std::size_t ValueHistory::sizeOf(std::int32_t sum)
     }
     const int power = powerOfTwo(sum);
     if (power < kRoundedFrom) {
-        return static_cast<std::size_t>(power + 1);
+        return static_cast<std::size_t>(power) + 1;
     }
     const int excess = power - kRoundedFrom;
-    return static_cast<std::size_t>(kRoundedFrom + 1 + 2 * excess + ((sum >> excess) & 1));
+    const int size = kRoundedFrom + 1 + 2 * excess + ((sum >> excess) & 1);
+    return static_cast<std::size_t>(size);
 }
 
 /// The smallest sum of that size.
