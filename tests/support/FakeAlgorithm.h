@@ -5,6 +5,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <utility>
 
 /// Records what it is given. On acquisition data it publishes the block's first sample, on a sender's data nothing,
 /// unless its parameter "relay" is set. Its parameter "raw" asks for unfiltered blocks.
