@@ -71,6 +71,7 @@ private slots:
     void listsTheSimulators();
     void recordsWithManyLabels();
     void playsItsOwnRecordingBack();
+    void computesRhythmsAndHeartRate();
     void refusesInOneSentence_data();
     void refusesInOneSentence();
     void closesTheRecordingWhenTerminated();
@@ -153,6 +154,25 @@ void TestHost::playsItsOwnRecordingBack()
     }
 }
 
+void TestHost::computesRhythmsAndHeartRate()
+{
+    const Outcome outcome = runHost(words("acquire --speed 10 --seconds 20 --set heart_rate=72 --rhythms alpha,beta "
+                                          "--heart-rate ECG --json --record")
+                                    << path("rhythms.edf"));
+    QCOMPARE(outcome.error, QByteArray());
+    QCOMPARE(outcome.status, 0);
+    const QList<QByteArray> lines = outcome.output.trimmed().split('\n');
+    QVERIFY(QJsonDocument::fromJson(lines.first()).object().contains(QLatin1String("alpha"))); // live, each second
+    const QJsonObject algorithms =
+        QJsonDocument::fromJson(lines.last()).object()[QLatin1String("algorithms")].toObject();
+    const QJsonObject alpha = algorithms[QLatin1String("alpha")].toObject();
+    QVERIFY(alpha[QLatin1String("results")].toInt() > 20);
+    QCOMPARE(alpha[QLatin1String("channels")].toObject().size(), 15);
+    QVERIFY(std::fabs(algorithms[QLatin1String("heart_rate")].toObject()[QLatin1String("mean")].toDouble() - 72.0)
+            < 4.0);
+    QVERIFY(QFileInfo(path("rhythms_rt.xls")).size() > 1000);
+}
+
 void TestHost::refusesInOneSentence_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -184,6 +204,10 @@ void TestHost::refusesInOneSentence_data()
         << (acquire + words("--montage") << path("empty.xml")) << 1 << QByteArray("empty.xml");
     QTest::newRow("montage that is no markup")
         << (acquire + words("--montage") << path("text.xml")) << 1 << QByteArray("text.xml");
+    QTest::newRow("unknown rhythm") << (acquire + words("--rhythms alpha,mist")) << 2 << QByteArray("mist");
+    QTest::newRow("unknown ECG channel") << (acquire + words("--heart-rate Elbow")) << 1 << QByteArray("Elbow");
+    QTest::newRow("no parameter set") << (acquire + words("--algorithms") << path("page.edf")) << 1
+                                      << QByteArray("page.edf");
     QTest::newRow("device that refuses") << (acquire + words("--set refuse_start=1")) << 1 << QByteArray("code -1");
 }
 
