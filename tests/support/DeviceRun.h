@@ -9,9 +9,8 @@
 #include <vector>
 
 /// Drives a device as the reader does and collects everything it delivers, the tails of remainders included.
-class DeviceRun
+struct DeviceRun
 {
-public:
     std::vector<std::vector<float>> channels; ///< by device channel, in the order of delivery
     std::vector<int> counts; ///< what each first call returned
     std::vector<int> remainders; ///< the remainder each first call announced, 0 for none
@@ -36,7 +35,16 @@ public:
         run.code = device.startAcquisition() ? 0 : -1;
         // A device that never delivers ends here, not in a hang.
         for (std::size_t read = 0; run.code >= 0 && run.samples() < samples && read < 100000; ++read) {
-            run.readOnce(device, capacities[read % capacities.size()]);
+            const int capacity = capacities[read % capacities.size()];
+            int remainder = 0;
+            const int taken = run.call(device, capacity, remainder) * static_cast<int>(run.channels.size());
+            run.counts.push_back(taken / static_cast<int>(run.channels.size()));
+            run.remainders.push_back(remainder);
+            if (run.code >= 0 && remainder > 0) {
+                const int room = std::max(capacity - taken, remainder);
+                remainder = -1;
+                run.call(device, room, remainder);
+            }
         }
         return run;
     }
@@ -44,39 +52,22 @@ public:
 private:
     static constexpr float kUntouched = -1.0e30f;
 
-    void readOnce(Amplifier &device, int capacity)
-    {
-        int remainder = 0;
-        const int n = call(device, capacity, remainder);
-        counts.push_back(n);
-        remainders.push_back(remainder);
-        if (n >= 0 && remainder > 0) {
-            const int taken = n * static_cast<int>(channels.size());
-            const int room = std::max(capacity, taken + remainder) - taken;
-            remainder = -1;
-            call(device, room, remainder);
-        }
-    }
-
     int call(Amplifier &device, int capacity, int &remainder)
     {
         std::vector<float> block(static_cast<std::size_t>(capacity) + 1, kUntouched);
         const int n = device.readData(capacity, block.data(), remainder);
-        const auto count = static_cast<std::size_t>(std::max(n, 0));
-        const std::size_t written = count * channels.size();
         code = std::min(n, 0);
-        if (written > static_cast<std::size_t>(capacity)) {
-            breach = QStringLiteral("more samples than fit");
+        const std::ptrdiff_t count = std::max(n, 0);
+        const auto end = block.begin() + count * static_cast<std::ptrdiff_t>(channels.size());
+        if (end >= block.end() || std::count(block.begin(), end, kUntouched) != 0
+            || std::count(end, block.end(), kUntouched) != block.end() - end) {
+            breach = QStringLiteral("%1 samples returned, others written or more than fit").arg(n);
             return n;
         }
-        const auto end = block.begin() + static_cast<std::ptrdiff_t>(written);
-        if (std::count(block.begin(), end, kUntouched) != 0
-            || std::count(end, block.end(), kUntouched) != block.end() - end) {
-            breach = QStringLiteral("%1 samples returned, others written").arg(n);
-        }
-        for (std::size_t c = 0; c < channels.size(); ++c) {
-            const auto first = block.begin() + static_cast<std::ptrdiff_t>(c * count);
-            channels[c].insert(channels[c].end(), first, first + static_cast<std::ptrdiff_t>(count));
+        auto first = block.begin();
+        for (std::vector<float> &channel : channels) {
+            channel.insert(channel.end(), first, first + count);
+            first += count;
         }
         return n;
     }

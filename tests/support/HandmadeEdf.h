@@ -7,17 +7,18 @@
 #include <functional>
 #include <vector>
 
-/// Small EDF(+) files of several signals, rates and units, built field by field as the format's description has them.
+/// Small EDF(+) and BDF files of several signals, rates and units, built field by field as the format's description has
+/// them.
 ///
-/// Digital −32768…32767 is physical −3276.8…3276.7: a tenth of the unit per step.
+/// EDF's digital −32768…32767 is physical −3276.8…3276.7: a tenth of the unit per step. BDF has that range in 24 bits.
 struct HandmadeEdf
 {
     struct Signal
     {
         QByteArray label;
-        QByteArray dimension;
-        int samplesPerRecord;
-        std::function<int(int)> digital; ///< by sample index
+        QByteArray dimension = "uV";
+        int samplesPerRecord = 100;
+        std::function<int(int)> digital = [](int i) { return i; }; ///< by sample index
     };
     struct Annotation
     {
@@ -25,19 +26,24 @@ struct HandmadeEdf
         QByteArray text;
     };
 
-    QByteArray recordDuration = "1";
+    std::vector<Signal> signalList{};
     int records = 1;
-    std::vector<Signal> signalList;
-    std::vector<Annotation> annotations; ///< in the first record; any makes the file an EDF+ one
+    QByteArray recordDuration = "1"; ///< seconds
+    std::vector<Annotation> annotations{}; ///< in the first record; any makes the file an EDF+ one
+    bool bdf = false;
 
     QByteArray make() const
     {
         const bool plus = !annotations.empty();
         const int count = static_cast<int>(signalList.size()) + (plus ? 1 : 0);
-        QByteArray bytes = field("0", 8) + field(plus ? "X X X X" : "nobody", 80)
+        QByteArray bytes = (bdf ? QByteArray("\377BIOSEMI") : field("0", 8)) + field(plus ? "X X X X" : "nobody", 80)
             + field(plus ? "Startdate 02-JAN-2020 X X X" : "nothing", 80) + "02.01.2003.04.05"
-            + field(256 * (count + 1), 8) + field(plus ? "EDF+C" : "", 44) + field(records, 8)
-            + field(recordDuration, 8) + field(count, 4);
+            + field(256 * (count + 1), 8)
+            + field(bdf        ? "24BIT"
+                        : plus ? "EDF+C"
+                               : "",
+                    44)
+            + field(records, 8) + field(recordDuration, 8) + field(count, 4);
         const auto column = [&](int width, const QByteArray &ofAnnotations, auto &&text) {
             for (const Signal &signal : signalList) {
                 bytes += field(text(signal), width);
@@ -50,45 +56,42 @@ struct HandmadeEdf
         column(8, "", [](const Signal &signal) { return signal.dimension; });
         column(8, "-1", same("-3276.8"));
         column(8, "1", same("3276.7"));
-        column(8, "-32768", same("-32768"));
-        column(8, "32767", same("32767"));
+        column(8, "-32768", same(bdf ? "-8388608" : "-32768"));
+        column(8, "32767", same(bdf ? "8388607" : "32767"));
         column(80, "", same(""));
         column(8, QByteArray::number(kAnnotationBytes / 2),
                [](const Signal &signal) { return QByteArray::number(signal.samplesPerRecord); });
         column(32, "", same(""));
         for (int record = 0; record < records; ++record) {
-            appendSamples(bytes, record);
+            for (const Signal &signal : signalList) {
+                for (int i = 0; i < signal.samplesPerRecord; ++i) {
+                    const int value = signal.digital(record * signal.samplesPerRecord + i);
+                    for (int bits = 0; bits < (bdf ? 24 : 16); bits += 8) {
+                        bytes += static_cast<char>((static_cast<unsigned>(value) >> bits) & 0xFF);
+                    }
+                }
+            }
             bytes += plus ? annotationLists(record) : QByteArray();
         }
         return bytes;
     }
 
     /// Returns the path.
-    QString writeTo(const QString &path) const
+    static QString write(const QByteArray &bytes, const QString &path)
     {
         QFile file(path);
-        if (file.open(QIODevice::WriteOnly)) {
-            file.write(make());
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
+            qFatal("no %s", qPrintable(path));
         }
         return path;
     }
+    QString writeTo(const QString &path) const { return write(make(), path); }
 
 private:
     static constexpr int kAnnotationBytes = 120;
 
     static QByteArray field(const QByteArray &text, int width) { return text.leftJustified(width, ' ', true); }
     static QByteArray field(int number, int width) { return field(QByteArray::number(number), width); }
-
-    void appendSamples(QByteArray &bytes, int record) const
-    {
-        for (const Signal &signal : signalList) {
-            for (int i = 0; i < signal.samplesPerRecord; ++i) {
-                const auto value = static_cast<unsigned>(signal.digital(record * signal.samplesPerRecord + i));
-                bytes += static_cast<char>(value & 0xFF);
-                bytes += static_cast<char>((value >> 8) & 0xFF);
-            }
-        }
-    }
 
     QByteArray annotationLists(int record) const
     {
