@@ -4,13 +4,12 @@
 #include "Console.h"
 #include "DeviceFinder.h"
 #include "Interrupt.h"
+#include "MontageChoice.h"
 #include "Refusal.h"
 #include "algorithms/UnitParams.h"
 #include "devices/Amplifier.h"
 #include "files/EDFReader.h"
-#include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
-#include "montage/MontageXmlReader.h"
 
 #include <QCommandLineParser>
 #include <QEventLoop>
@@ -175,27 +174,6 @@ void configure(Amplifier *device, const QCommandLineParser &parser, const Acquir
     device->setUnitParams(params);
 }
 
-QSharedPointer<Montage> chooseMontage(Amplifier *device, const QString &path)
-{
-    QSharedPointer<Montage> montage = device->getMontage();
-    if (!path.isEmpty()) {
-        MontageXmlReader reader;
-        montage = reader.readMontage(path);
-        if (!reader.errorText().isEmpty()) {
-            refuse(reader.errorText());
-        }
-    }
-    if (montage.isNull() || montage->empty()) {
-        refuse(path.isEmpty() ? QStringLiteral("The device brings no montage: give one with --montage.")
-                              : QStringLiteral("%1 holds no channels.").arg(path));
-    }
-    const auto bipolar = montage.dynamicCast<BipolarMontage>();
-    if (!bipolar.isNull() && !bipolar->isReferentsCorrect()) {
-        refuse(QStringLiteral("%1 is bipolar, but its left or right referent is no channel of it.").arg(path));
-    }
-    return montage;
-}
-
 void printLeftOut(Amplifier *device)
 {
     UnitParams params;
@@ -242,7 +220,7 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
     configure(device, parser, options);
     printLeftOut(device);
 
-    const QSharedPointer<Montage> montage = chooseMontage(device, parser.value(QStringLiteral("montage")));
+    const QSharedPointer<Montage> montage = MontageChoice::choose(device, parser.value(QStringLiteral("montage")));
     options.algorithms = AlgorithmChoice::parse(parser, *montage);
     AcquireSession session(device, montage, options);
     Interrupt interrupt;

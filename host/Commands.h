@@ -8,3 +8,5 @@
 int runDevices(const QStringList &arguments);
 int runAcquire(const QStringList &arguments);
 int runInfo(const QStringList &arguments);
+int runRequest(const QStringList &arguments);
+int runServe(const QStringList &arguments);

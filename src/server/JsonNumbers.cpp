@@ -11,8 +11,9 @@ namespace bp {
 namespace {
 
 constexpr float kMaxSpectrum = 10000.0f;
-/// Above, Qt's writer may choose the exponent form.
-constexpr double kMaxPlainHundredths = 1e12;
+/// From here on floats are whole numbers. Qt's writer shows them without an exponent as long as they fit an integer.
+constexpr double kMinWhole = 1e10;
+constexpr double kMaxInteger = 9223372036854775808.0;
 
 void appendInteger(QByteArray &json, qint64 value)
 {
@@ -35,8 +36,13 @@ void appendTruncated(QByteArray &json, float sample)
         return;
     }
     const double hundredths = std::trunc(static_cast<double>(sample) * 100.0);
-    if (std::abs(hundredths) >= kMaxPlainHundredths) {
-        json.append(QByteArray::number(hundredths / 100.0, 'g', QLocale::FloatingPointShortest));
+    const double shown = static_cast<double>(sample);
+    if (std::abs(shown) >= kMaxInteger) {
+        json.append(QByteArray::number(shown, 'g', QLocale::FloatingPointShortest));
+        return;
+    }
+    if (std::abs(shown) >= kMinWhole) {
+        appendInteger(json, static_cast<qint64>(shown));
         return;
     }
     const auto value = static_cast<qint64>(hundredths);

@@ -4,6 +4,20 @@
 #include "montage/BipolarMontage.h"
 #include "server/MontageFolder.h"
 
+#include <algorithm>
+
+namespace {
+
+/// Whether this describes channels, each of which has a name.
+bool isChannelList(const QJsonArray &list)
+{
+    return !list.isEmpty() && std::all_of(list.begin(), list.end(), [](const QJsonValue &channel) {
+        return !channel[QLatin1String("name")].toString().isEmpty();
+    });
+}
+
+} // namespace
+
 RequestMontageEdit::RequestMontageEdit(server_state &state)
     : ProcessRequest(state,
                      {{QStringLiteral("getmontagelist"), static_cast<Operation>(&RequestMontageEdit::getList)},
@@ -56,6 +70,9 @@ void RequestMontageEdit::setMontage()
 
 bool RequestMontageEdit::takeDescription()
 {
+    if (!isChannelList(body().value(QLatin1String("chan_list")).toArray())) {
+        return false;
+    }
     const auto usual = QSharedPointer<Montage>::create(body());
     if (body().contains(QLatin1String("Montage_Bipolar"))) {
         m_exchange.montage = QSharedPointer<BipolarMontage>::create(body());
@@ -65,7 +82,7 @@ bool RequestMontageEdit::takeDescription()
         m_exchange.montage = usual;
     }
     m_exchange.montageName = text("name");
-    return !m_exchange.montage->empty();
+    return true;
 }
 
 bool RequestMontageEdit::takeFile()

@@ -1,0 +1,264 @@
+#include "service/CompoundSide.h"
+
+#include "Console.h"
+#include "MontageChoice.h"
+#include "Refusal.h"
+#include "algorithms/Spectrum.h"
+#include "devices/Amplifier.h"
+#include "devices/DeviceManager.h"
+#include "montage/Montage.h"
+#include "pipeline/DataCompound.h"
+#include "server/DataServer.h"
+#include "server/ProcessRequest.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::size_t kLeadingValues = 4; ///< of a rhythm's result, before the channels
+constexpr qint64 kOtherChannelsMs = 500; ///< blocks of the montage before may still be on their way
+
+const QString kSpectrum = QStringLiteral("SpectrumOnline");
+
+void refuseTo(Colleague *sender, const QString &refusal)
+{
+    if (RequestExchange *exchange = ProcessRequest::exchangeOf(sender)) {
+        exchange->refusal = refusal;
+    }
+}
+
+} // namespace
+
+CompoundSide::CompoundSide(server_state &state, DataServer &server, const QString &recordFolder, QObject *parent)
+    : QObject(parent)
+    , m_state(state)
+    , m_server(server)
+    , m_compound(std::make_unique<DataCompound>(nullptr, QSharedPointer<Montage>()))
+    , m_records(state, *m_compound, recordFolder)
+{
+    connect(m_compound.get(), &DataCompound::newSampleData, this, &CompoundSide::takeData);
+    connect(m_compound.get(), &DataCompound::currentDeviceReturnError, this, &CompoundSide::takeDeviceCode);
+}
+
+CompoundSide::~CompoundSide()
+{
+    stop();
+}
+
+void CompoundSide::notify(Colleague *sender, QString message)
+{
+    if (message == QLatin1String("stopDevice")) {
+        stop();
+    } else if (message == QLatin1String("startWritingFlag")) {
+        refuseTo(sender, m_records.start(m_state.currentDevice.name()));
+    } else if (message == QLatin1String("stopWritingFlag")) {
+        m_records.stop();
+    } else if (message == QLatin1String("removeRecordFile")) {
+        refuseTo(sender, m_records.removeAll());
+    }
+}
+
+void CompoundSide::setAlgorithms(const std::vector<UnitParams> &algorithms)
+{
+    m_algorithms = algorithms;
+    m_server.updateRhythmList(m_algorithms);
+    if (m_device != nullptr) {
+        m_compound->setAlgorithmParams(this, m_algorithms);
+        m_server.setSpectrumNormalLength(static_cast<unsigned>(spectrumPoints()));
+    }
+}
+
+void CompoundSide::updateAlgorithm(const UnitParams &params)
+{
+    const auto same = std::find_if(m_algorithms.begin(), m_algorithms.end(), [&params](const UnitParams &known) {
+        return known.getName() == params.getName() && known.getParamDescriptor() == params.getParamDescriptor();
+    });
+    if (same != m_algorithms.end()) {
+        *same = params;
+    } else {
+        m_algorithms.push_back(params);
+        m_server.updateRhythmList(m_algorithms);
+    }
+    if (m_device != nullptr) {
+        m_compound->updateAlgorithm(params);
+        m_server.setSpectrumNormalLength(static_cast<unsigned>(spectrumPoints()));
+    }
+}
+
+void CompoundSide::start(const AmplifierInfo &info, QSharedPointer<Montage> montage)
+{
+    if (m_device != nullptr) {
+        Console::error(QStringLiteral("A device is acquiring already."));
+        return;
+    }
+    Amplifier *device = DeviceManager::Instance()->openDevice(info);
+    if (device == nullptr) {
+        Console::error(QStringLiteral("The device \"%1\" is not there.").arg(info.name()));
+        return;
+    }
+    try {
+        if (montage.isNull()) {
+            montage = MontageChoice::choose(device, QString());
+        } else {
+            MontageChoice::check(montage, QStringLiteral("The montage"));
+        }
+        acquire(device, montage);
+    } catch (const Refusal &refusal) {
+        DeviceManager::Instance()->releaseDevice(device);
+        Console::error(refusal.sentence);
+    }
+}
+
+void CompoundSide::acquire(Amplifier *device, const QSharedPointer<Montage> &montage)
+{
+    // The acquisition before ends for good, and what it still had on the way is not taken for this one's.
+    m_compound->setNewAmplifier(nullptr, {});
+    QCoreApplication::sendPostedEvents(m_compound.get(), QEvent::MetaCall);
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    m_records.reset();
+
+    m_compound->setNewAmplifier(device, montage);
+    m_compound->setAlgorithmParams(this, m_algorithms);
+    m_device = device;
+    m_montage = montage;
+    m_sinceOtherChannels.invalidate();
+    applySettings();
+    m_state.readMode = true;
+    m_compound->startReadData();
+    emit acquiringChanged(true);
+}
+
+void CompoundSide::applySettings()
+{
+    AmplifierInfo info = m_device->getAmplifierInfo();
+    info.setCurrentFreqValue(m_device->getFreqValue());
+    m_server.setServerSettings(m_montage, info, spectrumPoints());
+}
+
+/// Of the spectra that the online spectrum will publish.
+int CompoundSide::spectrumPoints() const
+{
+    const auto spectrum = std::find_if(m_algorithms.begin(), m_algorithms.end(),
+                                       [](const UnitParams &params) { return params.getName() == kSpectrum; });
+    if (spectrum == m_algorithms.end()) {
+        return 0;
+    }
+    const float seconds = qBound(0.0f, spectrum->getParamValue(QStringLiteral("time")).toFloat(), 10.0f);
+    return static_cast<int>(Spectrum::binCount(static_cast<std::size_t>(seconds * m_device->getFreqValue())));
+}
+
+void CompoundSide::changeMontage(const QSharedPointer<Montage> &montage)
+{
+    if (m_device == nullptr || montage.isNull()) {
+        return;
+    }
+    try {
+        MontageChoice::check(montage, QStringLiteral("The montage"));
+    } catch (const Refusal &refusal) {
+        Console::error(refusal.sentence);
+        m_state.currentMontage = m_montage;
+        return;
+    }
+    if (!m_records.busyStateFolder().isEmpty()) {
+        m_records.stop(); // training needs the same channels throughout
+    }
+    if (montage->size() != m_montage->size()) {
+        m_sinceOtherChannels.start();
+    }
+    m_compound->setNewAmplifier(m_device, montage);
+    m_montage = montage;
+    applySettings();
+}
+
+void CompoundSide::stop()
+{
+    if (m_device != nullptr) {
+        m_records.stop();
+        end();
+    }
+}
+
+void CompoundSide::end()
+{
+    m_compound->stopReadData();
+    DeviceManager::Instance()->releaseDevice(m_device);
+    m_device = nullptr;
+    m_state.readMode = false;
+    emit acquiringChanged(false);
+}
+
+void CompoundSide::setState(int state)
+{
+    m_compound->slotTakeCurrentState(static_cast<unsigned char>(state));
+}
+
+void CompoundSide::takeData(const std::vector<float> &data, int count)
+{
+    const bool isLate = m_sinceOtherChannels.isValid() && m_sinceOtherChannels.elapsed() < kOtherChannelsMs;
+    if (m_device != nullptr && !isLate) {
+        m_server.appendNewData(count, data.data());
+    }
+}
+
+void CompoundSide::takeDeviceCode(int code)
+{
+    if (m_device == nullptr) {
+        return;
+    }
+    const QString name = m_device->getAmplifierInfo().name();
+    const QString words = m_device->getErrorText(code);
+    Console::error(code == Amplifier::kEndOfData
+                       ? QStringLiteral("The signal of %1 has ended.").arg(name)
+                       : QStringLiteral("The device %1 stopped with code %2%3.")
+                             .arg(name)
+                             .arg(code)
+                             .arg(words.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(words)));
+    stop();
+}
+
+/// Removed algorithms may still send what they had calculated, and one that was changed just before it was removed goes
+/// on until the list is set again.
+bool CompoundSide::isConfigured(const UnitParams &params) const
+{
+    return std::any_of(m_algorithms.begin(), m_algorithms.end(), [&params](const UnitParams &known) {
+        return known.getName() == params.getName() && known.getParamDescriptor() == params.getParamDescriptor();
+    });
+}
+
+void CompoundSide::takeAlgorithmData(const QString &type, const UnitParams &params, unsigned int channels,
+                                     const vector<float> &data)
+{
+    if (m_device == nullptr || data.empty() || !isConfigured(params)) {
+        return;
+    }
+    if (params.getName() != kSpectrum) {
+        takeRhythm(params, channels, data);
+    } else if (type == QLatin1String("raw") && params.getParamDescriptor().isEmpty()) {
+        takeSpectrum(channels, data);
+    }
+}
+
+void CompoundSide::takeSpectrum(unsigned int channels, const std::vector<float> &data)
+{
+    if (channels == m_montage->size()) {
+        const auto points = static_cast<unsigned>(data.size() / channels); // the artefact mark behind the rows is left
+        m_server.appendNewSpectrum(points * channels, data.data());
+    }
+}
+
+/// Rhythm indices: one value per channel. Heart rate, asymmetry, formula: the value alone.
+void CompoundSide::takeRhythm(const UnitParams &params, unsigned int channels, const std::vector<float> &data)
+{
+    const QString &type = params.getName();
+    const QString &name = params.getParamDescriptor().isEmpty() ? type : params.getParamDescriptor();
+    if (type != QLatin1String("DependSpectrumNorm") && type != QLatin1String("SpectrumNorm")) {
+        m_server.appendNewRhythm(name, 1, data.data());
+        return;
+    }
+    if (data.front() < 0.0f || data.size() < kLeadingValues + channels) {
+        return; // an artefact: the values before stand
+    }
+    m_server.appendNewRhythm(name, channels, data.data() + kLeadingValues);
+}

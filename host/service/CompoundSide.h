@@ -1,0 +1,79 @@
+#pragma once
+
+#include "algorithms/UnitParams.h"
+#include "common/MetaTypes.h"
+#include "devices/AmplifierInfo.h"
+#include "server/Colleague.h"
+#include "service/RecordKeeper.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QSharedPointer>
+
+#include <memory>
+#include <vector>
+
+class Amplifier;
+class DataCompound;
+class DataServer;
+class Montage;
+struct server_state;
+
+/// The acquisition side of the service: starts and stops the device, feeds the server with what it delivers, and
+/// records. What cannot be done is told in one sentence on standard error, or refused to the asking client.
+///
+/// Messages: "stopDevice", "startWritingFlag", "stopWritingFlag", "removeRecordFile".
+class CompoundSide : public QObject, public Colleague
+{
+    Q_OBJECT
+public:
+    /// @param state, server  borrowed
+    CompoundSide(server_state &state, DataServer &server, const QString &recordFolder, QObject *parent = nullptr);
+    /// Ends acquisition.
+    ~CompoundSide() override;
+
+    void notify(Colleague *sender, QString message) override;
+
+    /// The algorithms that run, now and with the next start.
+    void setAlgorithms(const std::vector<UnitParams> &algorithms);
+    /// Changes or adds one; the others go on undisturbed.
+    void updateAlgorithm(const UnitParams &params);
+
+    /// Does nothing while a device is acquiring.
+    /// @param montage  null for the device's own
+    void start(const AmplifierInfo &info, QSharedPointer<Montage> montage);
+    void changeMontage(const QSharedPointer<Montage> &montage);
+    /// Closes a recording first.
+    void stop();
+    /// Writes a mental state into the recording.
+    void setState(int state);
+
+    RecordKeeper &records() { return m_records; }
+
+signals:
+    void acquiringChanged(bool acquiring);
+
+public slots:
+    void takeAlgorithmData(const QString &in_type_data, const UnitParams &in_params, unsigned int in_channels,
+                           const vector<float> &in_data);
+
+private:
+    void acquire(Amplifier *device, const QSharedPointer<Montage> &montage);
+    void applySettings();
+    int spectrumPoints() const;
+    bool isConfigured(const UnitParams &params) const;
+    void takeData(const std::vector<float> &data, int count);
+    void takeSpectrum(unsigned int channels, const std::vector<float> &data);
+    void takeRhythm(const UnitParams &params, unsigned int channels, const std::vector<float> &data);
+    void takeDeviceCode(int code);
+    void end();
+
+    server_state &m_state;
+    DataServer &m_server;
+    std::vector<UnitParams> m_algorithms;
+    Amplifier *m_device = nullptr; ///< while acquiring
+    QSharedPointer<Montage> m_montage;
+    QElapsedTimer m_sinceOtherChannels; ///< valid after a montage with other channels was taken up
+    std::unique_ptr<DataCompound> m_compound;
+    RecordKeeper m_records;
+};
