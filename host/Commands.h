@@ -8,3 +8,5 @@
 int runDevices(const QStringList &arguments);
 int runAcquire(const QStringList &arguments);
 int runInfo(const QStringList &arguments);
+int runTrain(const QStringList &arguments);
+int runClassify(const QStringList &arguments);

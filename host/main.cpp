@@ -16,10 +16,12 @@ struct Command
     int (*run)(const QStringList &arguments);
 };
 
-constexpr std::array<Command, 3> kCommands{{
+constexpr std::array<Command, 5> kCommands{{
     {"devices", "what the device plug-ins find", runDevices},
     {"acquire", "acquire from a device, and record", runAcquire},
     {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
+    {"train", "learn from labelled recordings, and validate", runTrain},
+    {"classify", "classify a recording or a device with a trained model", runClassify},
 }};
 
 QString usage()

@@ -6,6 +6,7 @@
 
 #include <QJsonObject>
 #include <QObject>
+#include <QPointer>
 
 class DataSource;
 
@@ -36,7 +37,9 @@ public:
     /// An unmixing matrix, one row per component.
     void setICA(const vector<vector<float>> &ica);
     bool isTrainedICA() const { return m_isTrainedICA; }
-    /// Gathers everything that the source sends and computes the matrix at its end: ICACalculated() follows.
+    /// Starts the source, gathers everything that it sends and computes the matrix at its end: ICACalculated() follows.
+    /// Then the source is let go. Called again before that end, it forgets what it has and begins anew.
+    /// @param source  borrowed; null is traced
     void TrainICA(DataSource *source);
 
 signals:
@@ -46,6 +49,8 @@ signals:
 public slots:
     void CollectICABuffer(vector<vector<float>> &in_input);
     void CalcICA();
+    /// For connections by name: a signal that carries a block by value finds only this form.
+    void CollectICABuffer(const vector<vector<float>> &in_input);
 
 protected:
     BPCommon::LogEvent m_logLevel = BPCommon::LogProcessor;
@@ -54,5 +59,9 @@ protected:
     vector<vector<float>> m_ica; ///< components × channels
 
 private:
+    void releaseIcaSource();
+
+    QPointer<DataSource> m_icaSource; ///< while it sends
+    unsigned m_icaRun = 0;
     vector<vector<float>> m_icaBuffer;
 };

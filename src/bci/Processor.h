@@ -47,9 +47,12 @@ public:
     const ProcessResult &getResults() const { return m_results; }
 
 signals:
+    /// The current results after a window; a copy.
     void newResults(ProcessResult result);
 
 protected:
+    /// Emits newResults() with the current results: the last step of every passThrough() that changes them.
+    void publishResults();
     /// The labels of the examples, ascending, each once.
     void getUniqueLabels(std::vector<int> &labels) const;
 

@@ -48,7 +48,10 @@ signals:
     void endOfData();
 
 protected:
+    /// Emits the stack in both forms.
+    void sendStack(const std::vector<std::vector<double>> &stack, int label);
     /// Replaces the inputs of a stack by its channels; without channels the stack stays as it is.
+    /// A channel of an input that the stack lacks is all zeros; a reference that it lacks counts as none.
     void doMontage(std::vector<std::vector<double>> &stack) const;
 
     double m_bufSize = 0.0;

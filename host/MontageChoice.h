@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QSharedPointer>
+#include <QString>
+
+class Amplifier;
+class Montage;
+
+/// The montage that a device is acquired with.
+namespace MontageChoice {
+
+/// From the file, or the device's own when the path is empty. Throws a Refusal when that gives no usable montage.
+QSharedPointer<Montage> choose(Amplifier *device, const QString &path);
+/// Throws a Refusal for a montage that cannot be acquired with.
+/// @param origin  where it comes from, for the refusal
+void check(const QSharedPointer<Montage> &montage, const QString &origin);
+
+} // namespace MontageChoice
