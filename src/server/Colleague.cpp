@@ -1,0 +1,7 @@
+#include "server/Colleague.h"
+
+Colleague::~Colleague() = default;
+
+void Colleague::notify(Colleague *, QString)
+{
+}

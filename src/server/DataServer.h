@@ -1,0 +1,141 @@
+#pragma once
+
+#include "algorithms/UnitParams.h"
+#include "common/BPExport.h"
+#include "devices/AmplifierInfo.h"
+#include "server/Colleague.h"
+#include "server/LastValues.h"
+#include "server/SampleBuffer.h"
+#include "server/server_state.h"
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QSharedPointer>
+#include <QString>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+class Montage;
+class ProcessRequest;
+class QTcpServer;
+class QTcpSocket;
+class ServerMediator;
+class TcpTextSocket;
+struct RequestExchange;
+
+/// The local command service: one HTTP request per connection, answered by the handler whose command word occurs in the
+/// request line.
+///
+/// One client at a time: a newer connection drops one that has not been answered. Lives on the host's thread, with its
+/// event loop, which calls everything here; one object at a time hears of discovered devices.
+class BIOPROCESSING_EXPORT DataServer : public QObject, public Colleague
+{
+    Q_OBJECT
+public:
+    static constexpr quint16 kPort = 336;
+
+    /// Listens on all interfaces, port 336.
+    /// @param state  the host's; must outlive the server
+    explicit DataServer(server_state &state, QObject *parent = nullptr);
+    /// @param port  0 for any free one
+    DataServer(server_state &state, const QHostAddress &address, quint16 port, QObject *parent = nullptr);
+    ~DataServer() override;
+
+    bool isListening() const;
+    /// 0 while not listening.
+    quint16 serverPort() const;
+    /// Why it does not listen, in the system's words; empty while it does.
+    QString listenError() const;
+
+    /// @param mediator  borrowed
+    void setMediator(ServerMediator *mediator);
+    /// Applies what acquisition begins with: forgets all data, and waits for a client anew.
+    void setServerSettings(QSharedPointer<Montage> montage, const AmplifierInfo &device, int spectrumNormalLength);
+    /// Device and montage have changed: data of the earlier ones is forgotten.
+    void openDevice(const AmplifierInfo &device, QSharedPointer<Montage> montage);
+    /// The algorithms that "getalgorithms" shows. The model calls it when it is sent "getAlgorithms".
+    void setParamList(const std::vector<UnitParams> &params);
+    /// The rhythms that are calculated from now on, by their descriptors; values of others are forgotten.
+    void updateRhythmList(const std::vector<UnitParams> &params);
+    /// What "updateParam" or "addNewAlgorithm" brought.
+    UnitParams getCurrParams() const { return m_currentParams; }
+    /// What "addNewAlgorithmByName" or "removeAlgorithm" named.
+    QString getAlgorhtyhmName() const { return m_algorithmName; }
+    QString getMontageName() const { return m_montageName; }
+    void setSpectrumNormalLength(unsigned length);
+    /// Sends the alpha and beta values to the text sockets too.
+    void setTcpTextFlag(bool enabled);
+    void resetAllBuffers();
+
+    /// @param count   valid leading samples of a planar block over the channels of the current montage. Ignored while
+    ///                no client has been active.
+    void appendNewData(int count, const float *samples);
+    /// @param values  the first of them goes to the text socket
+    void appendNewRhythm(const QString &name, unsigned count, const float *values);
+    /// @param count  channels × points
+    void appendNewSpectrum(unsigned count, const float *values);
+    void setLastState(unsigned state);
+    unsigned getlastState() const;
+
+    void notify(Colleague *sender, QString message) override;
+
+    /// The bytes that a request is answered with, as if it had come over a connection.
+    QByteArray answer(const QString &requestText);
+
+signals:
+    void removeProfile(QString in_name);
+    void addNewProfile(QString in_name, QString in_type);
+    void writeStateFile(int in_state);
+    void removeStateFile(int in_state);
+    void setCurrentProfile(QString in_name);
+    void startDeviceWithMontage(AmplifierInfo info, QSharedPointer<Montage> in_Montage);
+    void startDevice(AmplifierInfo info, bool autoMontage);
+    void setDiscoverDevice(QList<AmplifierInfo> &in_list);
+    /// A client chose the montage, by the name of its file or by a description.
+    void currentMontageChanged(QSharedPointer<Montage> montage);
+
+public slots:
+    void readyReadData();
+    void takeNewConnection();
+    void clientDisconnected();
+    void setNewDevices(QList<AmplifierInfo> &in_list);
+
+private:
+    void construct(const QHostAddress &address, quint16 port);
+    void prepeareTcpServer(const QHostAddress &address, quint16 port);
+    void setAllProcess();
+    QString tryReadData();
+    static QString requestLine(const QString &text);
+    QByteArray dispatch(const QString &text, QTcpSocket *client);
+    void removeTCPSocket();
+    void releaseAnsweredClient();
+
+    void passToModel(Colleague *sender, RequestExchange &exchange, const QString &message);
+    static void deviceParametrs(RequestExchange &exchange);
+    void setDeviceParametrs(RequestExchange &exchange);
+    void startDeviceWithMontage(RequestExchange &exchange);
+    static void takeDevices(QList<AmplifierInfo> &devices);
+
+    static QPointer<DataServer> s_listener; ///< hears of discovered devices
+
+    server_state &m_state;
+    QTcpServer *m_server = nullptr; ///< child
+    QPointer<QTcpSocket> m_client; ///< the one that has not been answered
+    QList<QTcpSocket *> m_closing; ///< those that still take their answer, oldest first; children of the listener
+    std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
+    ServerMediator *m_mediator = nullptr;
+    SampleBuffer m_samples;
+    LastValues m_last;
+    std::vector<UnitParams> m_algorithms;
+    QString m_algorithmName;
+    UnitParams m_currentParams;
+    QList<AmplifierInfo> m_devices;
+    QString m_montageName;
+    std::atomic<bool> m_textEnabled{false};
+    TcpTextSocket *m_textSocket = nullptr; ///< child
+};

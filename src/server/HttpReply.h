@@ -1,0 +1,17 @@
+#pragma once
+
+#include "common/BPExport.h"
+
+#include <QByteArray>
+#include <QString>
+
+namespace bp {
+
+/// A success of the command service. Lengths are announced in UTF-16 units, which differ from the bytes sent for texts
+/// beyond ASCII (kept, as is every byte here: clients in the field compare them).
+BIOPROCESSING_EXPORT QByteArray successReply(const QString &body);
+
+/// An error. A message that does not begin with "{" is wrapped as {"error":"message"}, without escaping.
+BIOPROCESSING_EXPORT QByteArray errorReply(const QString &messageOrJson);
+
+} // namespace bp

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "common/BPExport.h"
+
+#include <QSharedPointer>
+#include <QString>
+#include <QStringList>
+
+class Montage;
+
+namespace bp {
+
+/// The montage files that a client may name: those in one folder, and nothing outside it.
+class BIOPROCESSING_EXPORT MontageFolder
+{
+public:
+    explicit MontageFolder(const QString &path);
+
+    /// Names of the files, sorted.
+    QStringList files() const;
+    /// The name with ".xml" behind it when it lacks that.
+    static QString fileName(const QString &name);
+    /// False for what is no plain file name: empty, with a path separator, a drive or "..".
+    static bool isPlainName(const QString &name);
+    bool contains(const QString &name) const;
+    /// Null when the name is not plain, or the file cannot be read.
+    QSharedPointer<Montage> read(const QString &name) const;
+
+private:
+    QString m_path;
+};
+
+} // namespace bp

@@ -1,0 +1,122 @@
+#include "server/ProcessRequest.h"
+
+#include "server/CommandTable.h"
+#include "server/HalvinRespPacket.h"
+#include "server/HttpReply.h"
+#include "server/ServerMediator.h"
+
+#include <QJsonDocument>
+#include <QTcpSocket>
+#include <QTimer>
+
+namespace {
+
+constexpr int kCloseTimeoutMs = 30000;
+
+} // namespace
+
+ProcessRequest::ProcessRequest(server_state &state, std::vector<Command> commands)
+    : m_state(state)
+    , m_created(QDateTime::currentDateTime())
+    , m_commands(std::move(commands))
+    , m_matched(&m_commands.front())
+{
+}
+
+ProcessRequest::~ProcessRequest() = default;
+
+void ProcessRequest::notify(Colleague *, QString)
+{
+}
+
+bool ProcessRequest::matchRequest(const QString &requestLine)
+{
+    for (const Command &command : m_commands) {
+        if (requestLine.contains(command.word)) {
+            m_matched = &command;
+            return true;
+        }
+    }
+    return false;
+}
+
+void ProcessRequest::handleRequest()
+{
+    m_exchange = RequestExchange();
+    for (const bp::Precondition &precondition : bp::commandRule(command()).preconditions) {
+        if (!bp::holds(precondition.condition, m_state)) {
+            error(QLatin1String(precondition.refusal));
+            return;
+        }
+    }
+    m_body = QJsonDocument::fromJson(HalvinRespPacket::getContent(m_text).toUtf8()).object();
+    (this->*m_matched->operation)();
+}
+
+RequestExchange *ProcessRequest::exchangeOf(Colleague *sender)
+{
+    auto *request = dynamic_cast<ProcessRequest *>(sender);
+    return request != nullptr ? &request->m_exchange : nullptr;
+}
+
+void ProcessRequest::sendOk(QTcpSocket *client, const QString &body)
+{
+    reply(client, bp::successReply(body));
+}
+
+void ProcessRequest::sendError(QTcpSocket *client, const QString &messageOrJson)
+{
+    reply(client, bp::errorReply(messageOrJson));
+}
+
+void ProcessRequest::ok(const QJsonObject &body)
+{
+    ok(QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact)));
+}
+
+bool ProcessRequest::askServer(const char *message)
+{
+    if (m_mediator != nullptr) {
+        m_mediator->setMessageToServer(this, QString::fromLatin1(message));
+    }
+    if (!m_exchange.refusal.isEmpty()) {
+        error(m_exchange.refusal);
+        return false;
+    }
+    return true;
+}
+
+bool ProcessRequest::askModel(const char *message)
+{
+    if (m_mediator != nullptr) {
+        m_mediator->setMessageToHalvinModel(this, QString::fromLatin1(message));
+    }
+    if (!m_exchange.refusal.isEmpty()) {
+        error(m_exchange.refusal);
+        return false;
+    }
+    return true;
+}
+
+QString ProcessRequest::text(const char *key) const
+{
+    return m_body.value(QLatin1String(key)).toString();
+}
+
+double ProcessRequest::now()
+{
+    return static_cast<double>(QDateTime::currentMSecsSinceEpoch());
+}
+
+void ProcessRequest::reply(QTcpSocket *client, const QByteArray &bytes)
+{
+    m_reply = bytes;
+    if (client == nullptr) {
+        return;
+    }
+    client->write(bytes);
+    client->disconnectFromHost();
+    if (client->state() != QAbstractSocket::UnconnectedState) {
+        QTimer::singleShot(kCloseTimeoutMs, client, &QTcpSocket::abort);
+    }
+}

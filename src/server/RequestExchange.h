@@ -1,0 +1,29 @@
+#pragma once
+
+#include "algorithms/UnitParams.h"
+#include "devices/AmplifierInfo.h"
+
+#include <QSharedPointer>
+#include <QString>
+#include <QStringList>
+
+#include <vector>
+
+class Montage;
+
+/// What a request brings along for those who act on it, and what they hand back. Emptied before each request.
+struct RequestExchange
+{
+    QString name; ///< of a device, a profile or an algorithm
+    QString type; ///< of a new profile: "rt" or "bci"
+    QString descriptor; ///< of an algorithm's instance
+    int state = 0;
+    AmplifierInfo device;
+    QString montageName; ///< file in the montage folder, or the name of a montage that came as a description
+    QSharedPointer<Montage> montage;
+    UnitParams params; ///< of a device or an algorithm; filled in by the answer where a request asks for them
+
+    QStringList profiles; ///< answer to "getProfileList"
+    std::vector<UnitParams> algorithms; ///< answer to "getAlgorithms"
+    QString refusal; ///< why it could not be done; sent to the client as the error
+};

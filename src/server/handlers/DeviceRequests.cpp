@@ -1,0 +1,103 @@
+#include "server/handlers/DeviceRequests.h"
+
+#include <algorithm>
+
+namespace {
+
+/// Takes the device of that name, which is not empty, into the exchange.
+bool takeDevice(const QString &name, const QList<AmplifierInfo> &devices, RequestExchange &exchange)
+{
+    const auto found =
+        std::find_if(devices.cbegin(), devices.cend(), [&name](const AmplifierInfo &device) { return device == name; });
+    if (name.isEmpty() || found == devices.cend()) {
+        return false;
+    }
+    exchange.name = name;
+    exchange.device = *found;
+    return true;
+}
+
+} // namespace
+
+RequestGetDiscoverDevice::RequestGetDiscoverDevice(server_state &state, const QList<AmplifierInfo> &devices)
+    : ProcessRequest(
+        state,
+        {{QStringLiteral("discoverdevices"), static_cast<Operation>(&RequestGetDiscoverDevice::discover)},
+         {QStringLiteral("getdeviceparametrs"), static_cast<Operation>(&RequestGetDiscoverDevice::getParameters)},
+         {QStringLiteral("setdeviceparametrs"), static_cast<Operation>(&RequestGetDiscoverDevice::setParameters)}})
+    , m_devices(devices)
+{
+}
+
+void RequestGetDiscoverDevice::discover()
+{
+    QJsonArray list;
+    for (const AmplifierInfo &device : m_devices) {
+        list.append(QJsonObject{{QStringLiteral("name"), device.name()},
+                                {QStringLiteral("serial"), device.serial()},
+                                {QStringLiteral("channel"), device.channels()}});
+    }
+    ok(QJsonObject{{QStringLiteral("result"), true}, {QStringLiteral("devices"), list}, {QStringLiteral("t"), now()}});
+}
+
+void RequestGetDiscoverDevice::getParameters()
+{
+    if (!takeDevice(text("name"), m_devices, m_exchange)) {
+        error(QStringLiteral("Wrong device name"));
+    } else if (askServer("deviceParametrs")) {
+        if (m_exchange.params.isEmpty()) {
+            error(QStringLiteral("Can not find device"));
+        } else {
+            ok(m_exchange.params.toJson());
+        }
+    }
+}
+
+void RequestGetDiscoverDevice::setParameters()
+{
+    if (!takeDevice(text("name"), m_devices, m_exchange)) {
+        error(QStringLiteral("Wrong device name"));
+        return;
+    }
+    if (!askServer("deviceParametrs")) {
+        return;
+    }
+    // The set's own name is the device's here, which is not the device's to take over.
+    QJsonObject values;
+    values.insert(QStringLiteral("data"), body().value(QLatin1String("data")));
+    if (m_exchange.params.isEmpty() || !m_exchange.params.fromJson(values)) {
+        error(QStringLiteral("Wrong param data"));
+    } else if (askServer("setDeviceParametrs")) {
+        ok();
+    }
+}
+
+RequestStartDevice::RequestStartDevice(server_state &state, const QList<AmplifierInfo> &devices)
+    : ProcessRequest(state, {{QStringLiteral("startdevice"), static_cast<Operation>(&RequestStartDevice::startDevice)}})
+    , m_devices(devices)
+{
+}
+
+void RequestStartDevice::startDevice()
+{
+    if (!takeDevice(text("device"), m_devices, m_exchange)) {
+        error(QStringLiteral("Wrong device name"));
+        return;
+    }
+    m_exchange.montageName = text("montage");
+    if (askServer(m_exchange.montageName.isEmpty() ? "startDevice" : "startDeviceWithMontage")) {
+        ok(QStringLiteral("Device") + m_exchange.name + QStringLiteral(" is starting"));
+    }
+}
+
+RequestStopDevice::RequestStopDevice(server_state &state)
+    : ProcessRequest(state, {{QStringLiteral("stopdevice"), static_cast<Operation>(&RequestStopDevice::stopDevice)}})
+{
+}
+
+void RequestStopDevice::stopDevice()
+{
+    if (askModel("stopDevice")) {
+        ok(QStringLiteral("Device stop"));
+    }
+}
