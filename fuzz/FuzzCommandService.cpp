@@ -143,7 +143,7 @@ private:
     /// Every answer has one of the two heads, and announces the length of what follows.
     static void check(const QByteArray &answer)
     {
-        const QString text = QString::fromUtf8(answer);
+        const QString text = QString::fromUtf8(answer.constData(), answer.size()); // NUL and all
         const int blankLine = text.indexOf(QLatin1String("\r\n\r\n"));
         const bool isAnswer = text.startsWith(QLatin1String("HTTP/1.1 200 OK\r\n"))
             || text.startsWith(QLatin1String("HTTP/1.1 400 Bad Request\r\n"));

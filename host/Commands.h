@@ -10,3 +10,5 @@ int runAcquire(const QStringList &arguments);
 int runInfo(const QStringList &arguments);
 int runRequest(const QStringList &arguments);
 int runServe(const QStringList &arguments);
+int runTrain(const QStringList &arguments);
+int runClassify(const QStringList &arguments);

@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QSet>
 
 #include <cstdio>
 #include <filesystem>
@@ -14,6 +15,7 @@
 namespace {
 
 bool s_progressShown = false;
+bool s_complaintsShown = false;
 
 /// Whether standard error is a terminal, as far as the standard library can tell: where devices are no files (Windows)
 /// the answer is no.
@@ -37,6 +39,13 @@ void writeError(const QString &text)
 void takeMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
     if (type == QtDebugMsg) {
+        static QSet<QString> told; // every window may have the same complaint
+        const bool isComplaint =
+            message.startsWith(QLatin1String("ERROR: ")) || message.startsWith(QLatin1String("WARNING: "));
+        if (s_complaintsShown && isComplaint && !told.contains(message)) {
+            told.insert(message);
+            Console::error(message);
+        }
         return; // for developers; what a user has to know comes as a result
     }
     static const QRegularExpression stamp(QStringLiteral("^[0-9:.]+ (\\w+): "));
@@ -91,6 +100,11 @@ void Console::installMessageHandler(bool trace)
         BPCommon::setLogMode(static_cast<BPCommon::LogEvent>(event), trace || event == BPCommon::LogPlugin);
     }
     qInstallMessageHandler(takeMessage);
+}
+
+void Console::showComplaints(bool shown)
+{
+    s_complaintsShown = shown;
 }
 
 bool Console::parse(QCommandLineParser &parser, const QStringList &arguments, ExitStatus &exitStatus)

@@ -26,6 +26,9 @@ void progress(const QString &text);
 /// the plug-ins that did not load.
 void installMessageHandler(bool trace);
 
+/// Whether complaints of a training ("ERROR: …", "WARNING: …") are shown; they are not at first.
+void showComplaints(bool shown);
+
 /// Parses a command's own arguments and answers --help.
 /// @param exitStatus what to end with when the result is false
 bool parse(QCommandLineParser &parser, const QStringList &arguments, ExitStatus &exitStatus);

@@ -16,12 +16,14 @@ struct Command
     int (*run)(const QStringList &arguments);
 };
 
-constexpr std::array<Command, 5> kCommands{{
+constexpr std::array<Command, 7> kCommands{{
     {"devices", "what the device plug-ins find", runDevices},
     {"acquire", "acquire from a device, and record", runAcquire},
     {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
     {"serve", "answer the requests of other programs, with a device behind", runServe},
     {"request", "drive a running command service", runRequest},
+    {"train", "learn from labelled recordings, and validate", runTrain},
+    {"classify", "classify a recording or a device with a trained model", runClassify},
 }};
 
 QString usage()

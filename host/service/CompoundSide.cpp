@@ -135,6 +135,7 @@ void CompoundSide::applySettings()
     AmplifierInfo info = m_device->getAmplifierInfo();
     info.setCurrentFreqValue(m_device->getFreqValue());
     m_server.setServerSettings(m_montage, info, spectrumPoints());
+    emit streamChanged(m_montage->getChannelNames(), static_cast<double>(m_device->getFreqValue()));
 }
 
 /// Of the spectra that the online spectrum will publish.
@@ -199,6 +200,7 @@ void CompoundSide::takeData(const std::vector<float> &data, int count)
     const bool isLate = m_sinceOtherChannels.isValid() && m_sinceOtherChannels.elapsed() < kOtherChannelsMs;
     if (m_device != nullptr && !isLate) {
         m_server.appendNewData(count, data.data());
+        emit samplesTaken(data, count);
     }
 }
 

@@ -52,6 +52,11 @@ public:
 
 signals:
     void acquiringChanged(bool acquiring);
+    /// What samplesTaken() brings from now on.
+    /// @param rate  Hz
+    void streamChanged(const QStringList &channels, double rate);
+    /// A planar block with so many valid leading samples.
+    void samplesTaken(const vector<float> &data, int count);
 
 public slots:
     void takeAlgorithmData(const QString &in_type_data, const UnitParams &in_params, unsigned int in_channels,

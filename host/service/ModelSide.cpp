@@ -51,6 +51,9 @@ ModelSide::ModelSide(server_state &state, DataServer &server, CompoundSide &comp
     connect(&m_server, &DataServer::removeStateFile, this, &ModelSide::removeState);
     connect(&m_compound.records(), &RecordKeeper::stateRecorded, this, &ModelSide::listStates);
     connect(&m_training, &TrainingSide::finished, this, [](const QString &error) { tell(error); });
+    connect(&m_training, &TrainingSide::stateFound, this, &ModelSide::setState);
+    connect(&m_compound, &CompoundSide::streamChanged, &m_training, &TrainingSide::setStream);
+    connect(&m_compound, &CompoundSide::samplesTaken, &m_training, &TrainingSide::takeSamples);
     takeProfile();
 }
 
@@ -111,9 +114,9 @@ void ModelSide::selectProfile(const QString &name)
 void ModelSide::takeProfile()
 {
     const Profile &profile = m_profiles.current();
-    m_training.stop();
     m_state.currentProfile = profile.name;
     m_state.bciMode = profile.isBci;
+    m_training.open(profile.isBci ? stateFolder() : QString());
     m_compound.setAlgorithms(profile.algorithms);
     listStates();
 }

@@ -20,11 +20,6 @@ QString sheetPath(const QString &recordPath)
     return recordPath.left(recordPath.size() - 4) + QLatin1String("_rt.xls");
 }
 
-QString statePath(const QString &folder, int state)
-{
-    return QStringLiteral("%1/state_%2.edf").arg(folder).arg(state);
-}
-
 /// Replaces what is at the target, in one step.
 bool renameOver(const QString &from, const QString &to)
 {
@@ -44,6 +39,11 @@ RecordKeeper::RecordKeeper(server_state &state, DataCompound &compound, const QS
 {
     connect(&m_compound, &DataCompound::recordError, this, &RecordKeeper::takeError);
     connect(&m_compound, &DataCompound::endWritingAndCloseFile, this, &RecordKeeper::takeEnd);
+}
+
+QString RecordKeeper::statePath(const QString &folder, int state)
+{
+    return QStringLiteral("%1/state_%2.edf").arg(folder).arg(state);
 }
 
 QString RecordKeeper::start(const QString &deviceName)

@@ -39,6 +39,7 @@ public:
     /// Deletes all recordings but the one that is being written. State files are no recordings.
     QString removeAll();
     QString removeState(int state, const QString &folder);
+    static QString statePath(const QString &folder, int state);
     /// Ascending.
     static QList<int> recordedStates(const QString &folder);
 

@@ -369,7 +369,8 @@ QString DataServer::tryReadData()
 {
     QString text;
     for (int attempt = 0; attempt < kReadAttempts && text.isEmpty(); ++attempt) {
-        text = QString::fromUtf8(m_client->readAll());
+        const QByteArray bytes = m_client->readAll();
+        text = QString::fromUtf8(bytes.constData(), bytes.size()); // a NUL does not end it
         if (text.isEmpty() && !m_client->waitForReadyRead(kReadWaitMs)
             && m_client->state() != QAbstractSocket::ConnectedState) {
             break; // nothing will come any more

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "common/MetaTypes.h"
+
+#include <Eigen/Core>
+
+// What the matrix classes share; not part of the library's interface.
+namespace bp {
+
+using Rows = vector<vector<float>>;
+using DenseMatrix = Eigen::MatrixXd;
+using DenseVector = Eigen::VectorXd;
+
+/// Whether all rows have one length, above 0, and there is a row.
+bool isWellFormed(const Rows &rows);
+
+/// Of a well-formed matrix.
+DenseMatrix toDense(const Rows &rows);
+Rows toRows(const DenseMatrix &matrix);
+
+/// Scatter of the rows around their mean.
+struct Moments
+{
+    DenseMatrix scatter;
+    DenseVector mean;
+    double count = 0.0;
+};
+/// @param rows  of one length, at least one; tiles of them are widened and multiplied at a time
+Moments momentsOf(const vector<const vector<float> *> &rows);
+/// Of all rows.
+Moments momentsOf(const Rows &rows);
+/// Of the rows of one label; count 0 when there are none.
+Moments momentsOf(const Rows &rows, const vector<int> &labels, int label);
+
+/// Ascending, each once.
+vector<int> distinct(vector<int> labels);
+
+/// Eigenvectors in the columns, values descending.
+struct EigenSystem
+{
+    DenseMatrix vectors;
+    DenseVector values;
+};
+/// Of a symmetric matrix, whose lower triangle is read. Empty when it isn't finite.
+EigenSystem decompose(const DenseMatrix &symmetric);
+
+} // namespace bp

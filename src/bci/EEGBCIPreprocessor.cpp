@@ -1,0 +1,50 @@
+#include "bci/EEGBCIPreprocessor.h"
+
+#include "bci/BandFeatures.h"
+#include "bci/ModelJson.h"
+#include "bci/SignalFeatures.h"
+
+namespace {
+
+constexpr unsigned int kHiguchiMax = 10;
+constexpr float kSpectrumFrom = 0.0f; // Hz
+
+} // namespace
+
+EEGBCIPreprocessor::EEGBCIPreprocessor(const vector<QPair<float, float>> &bands, QObject *parent)
+    : Preprocessor(parent)
+    , m_bands(bp::plainBands(bands))
+    , m_features(std::make_unique<bp::BandFeatures>())
+{
+}
+
+EEGBCIPreprocessor::~EEGBCIPreprocessor() = default;
+
+void EEGBCIPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out)
+{
+    if (in->empty()) {
+        out->clear();
+        return;
+    }
+    out->resize(1);
+    std::vector<float> &features = out->front();
+    features.resize(m_bands.size() + 1);
+    SignalFeatures::HiguchiFD(in->front(), kHiguchiMax, &features.back());
+    m_features->setRow(in->front(), m_fs, kSpectrumFrom);
+    m_features->means(m_bands, features.data());
+}
+
+QJsonObject EEGBCIPreprocessor::model() const
+{
+    return bp::bandModel(QStringLiteral("EEGBCIPreprocessor"), m_fs, m_bands);
+}
+
+bool EEGBCIPreprocessor::setModel(const QJsonObject &model, QString &reason)
+{
+    int fs = 0;
+    if (!bp::readBandModel(model, QStringLiteral("EEGBCIPreprocessor"), fs, m_bands, reason)) {
+        return false;
+    }
+    setFs(fs);
+    return true;
+}
