@@ -98,3 +98,29 @@ bp::EigenSystem bp::decompose(const DenseMatrix &symmetric)
     }
     return {solver.eigenvectors().rowwise().reverse(), solver.eigenvalues().reverse()};
 }
+
+bp::EigenSystem bp::principalAxes(const Rows &rows)
+{
+    const double freedom = std::max(static_cast<double>(rows.size()) - 1.0, 1.0);
+    const std::size_t columns = rows[0].size();
+    if (rows.size() > columns) {
+        return decompose(momentsOf(rows).scatter / freedom);
+    }
+    // X Xᵀ and Xᵀ X have the same values above 0, and their vectors follow from each other (M. Turk and A. Pentland,
+    // Eigenfaces for recognition, J. Cogn. Neurosci. 3, 1991).
+    DenseMatrix centred = toDense(rows);
+    centred.rowwise() -= centred.colwise().mean().eval();
+    EigenSystem axes = decompose(centred * centred.transpose() / freedom);
+    if (axes.values.size() == 0) {
+        return axes;
+    }
+    axes.vectors = centred.transpose() * axes.vectors;
+    for (Eigen::Index i = 0; i < axes.vectors.cols(); ++i) {
+        const double length = axes.vectors.col(i).norm();
+        axes.vectors.col(i) /= length > 0.0 ? length : 1.0;
+    }
+    DenseVector values = DenseVector::Zero(static_cast<Eigen::Index>(columns));
+    values.head(axes.values.size()) = axes.values.cwiseMax(0.0);
+    axes.values = values;
+    return axes;
+}

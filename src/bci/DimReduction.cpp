@@ -56,10 +56,9 @@ bool searchComponents(const Rows &data, int first, int dims, bp::EigenSystem &sp
     qDebug("Train PCA init");
     const bool regular = bp::isWellFormed(data);
     const Eigen::Index columns = regular ? static_cast<Eigen::Index>(data[0].size()) : 0;
-    const Moments moments = regular ? bp::momentsOf(data) : Moments();
     qDebug("Train PCA Covariance");
-    // In double up to here, as what is to be compared with the threshold may be the rounding of floats otherwise.
-    spectrum = regular ? bp::decompose(moments.scatter / std::max(moments.count - 1.0, 1.0)) : bp::EigenSystem();
+    // In double, as what is compared with the threshold below may be the rounding of floats otherwise.
+    spectrum = regular ? bp::principalAxes(data) : bp::EigenSystem();
     const DenseVector &e = spectrum.values;
     if (e.size() == 0 || first < 0 || first >= columns) {
         qDebug("ERROR! Bad eigenvectors in PCA!");
