@@ -23,3 +23,8 @@ if(BIOPROCESSING_SANITIZE)
   target_compile_options(bp_options INTERFACE -fsanitize=${BIOPROCESSING_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(bp_options INTERFACE -fsanitize=${BIOPROCESSING_SANITIZE})
 endif()
+if(BIOPROCESSING_FUZZERS)
+  # Everything reports which branches an input took; the fuzz programs alone link libFuzzer's main.
+  target_compile_options(bp_options INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(bp_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()

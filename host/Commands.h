@@ -8,3 +8,6 @@
 int runDevices(const QStringList &arguments);
 int runAcquire(const QStringList &arguments);
 int runInfo(const QStringList &arguments);
+int runRepair(const QStringList &arguments);
+int runConvert(const QStringList &arguments);
+int runExport(const QStringList &arguments);

@@ -16,10 +16,13 @@ struct Command
     int (*run)(const QStringList &arguments);
 };
 
-constexpr std::array<Command, 3> kCommands{{
+constexpr std::array<Command, 6> kCommands{{
     {"devices", "what the device plug-ins find", runDevices},
     {"acquire", "acquire from a device, and record", runAcquire},
     {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
+    {"repair", "a sound copy of a recording that was not closed", runRepair},
+    {"convert", "crop, channels or text: an EDF or BDF file made of others", runConvert},
+    {"export", "a recording as a spreadsheet", runExport},
 }};
 
 QString usage()
