@@ -12,3 +12,6 @@ int runRequest(const QStringList &arguments);
 int runServe(const QStringList &arguments);
 int runTrain(const QStringList &arguments);
 int runClassify(const QStringList &arguments);
+int runRepair(const QStringList &arguments);
+int runConvert(const QStringList &arguments);
+int runExport(const QStringList &arguments);

@@ -42,9 +42,20 @@ QJsonArray annotationsToJson(const EDFReader &reader)
     return annotations;
 }
 
+QJsonArray gapsToJson(const EDFReader &reader)
+{
+    QJsonArray gaps;
+    for (const EDFGap &gap : reader.gaps()) {
+        gaps << QJsonObject{{QStringLiteral("position"), gap.position},
+                            {QStringLiteral("start"), gap.start},
+                            {QStringLiteral("duration"), gap.duration}};
+    }
+    return gaps;
+}
+
 QJsonObject toJson(EDFReader &reader, const QString &path)
 {
-    return {
+    QJsonObject object{
         {QStringLiteral("file"), path},
         {QStringLiteral("type"), reader.fileTypeText()},
         {QStringLiteral("start"), reader.getStartDateTime().toString(Qt::ISODate)},
@@ -54,6 +65,13 @@ QJsonObject toJson(EDFReader &reader, const QString &path)
         {QStringLiteral("channels"), channelsToJson(reader)},
         {QStringLiteral("annotations"), annotationsToJson(reader)},
     };
+    if (!reader.gaps().isEmpty()) {
+        object.insert(QStringLiteral("gaps"), gapsToJson(reader));
+    }
+    if (!reader.notice().isEmpty()) {
+        object.insert(QStringLiteral("notice"), reader.notice());
+    }
+    return object;
 }
 
 void printText(const QJsonObject &info)
@@ -79,6 +97,14 @@ void printText(const QJsonObject &info)
                            .arg(channel[QLatin1String("type")].toString(), -5)
                            .arg(channel[QLatin1String("frequency")].toDouble(), 8)
                            .arg(channel[QLatin1String("unit")].toString()));
+    }
+    const QJsonArray gaps = info[QLatin1String("gaps")].toArray();
+    for (const QJsonValue &value : gaps) {
+        const QJsonObject gap = value.toObject();
+        Console::print(QStringLiteral("  gap of %1 s at %2 s, after %3 s of signal")
+                           .arg(gap[QLatin1String("duration")].toDouble())
+                           .arg(gap[QLatin1String("start")].toDouble())
+                           .arg(gap[QLatin1String("position")].toDouble()));
     }
     for (const QJsonValue &value : annotations) {
         const QJsonObject annotation = value.toObject();
@@ -117,6 +143,9 @@ int runInfo(const QStringList &arguments)
         Console::printJson(info);
     } else {
         printText(info);
+        if (!reader.notice().isEmpty()) {
+            Console::error(reader.notice());
+        }
     }
     return Console::Success;
 }

@@ -16,14 +16,17 @@ struct Command
     int (*run)(const QStringList &arguments);
 };
 
-constexpr std::array<Command, 7> kCommands{{
+constexpr std::array<Command, 10> kCommands{{
     {"devices", "what the device plug-ins find", runDevices},
     {"acquire", "acquire from a device, and record", runAcquire},
     {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
-    {"serve", "answer the requests of other programs, with a device behind", runServe},
-    {"request", "drive a running command service", runRequest},
+    {"repair", "a sound copy of a recording that was not closed", runRepair},
+    {"convert", "crop, channels or text: an EDF or BDF file made of others", runConvert},
+    {"export", "a recording as a spreadsheet", runExport},
     {"train", "learn from labelled recordings, and validate", runTrain},
     {"classify", "classify a recording or a device with a trained model", runClassify},
+    {"serve", "answer the requests of other programs, with a device behind", runServe},
+    {"request", "drive a running command service", runRequest},
 }};
 
 QString usage()

@@ -53,6 +53,12 @@ UnitParams oneParameter(const QString &name, const QString &descriptor)
     params.push_back(rate);
     return params;
 }
+
+QByteArray written(char *(*write)(char *, float), float value)
+{
+    std::array<char, bp::kMaxNumberLength> text{};
+    return QByteArray(text.data(), static_cast<int>(write(text.data(), value) - text.data()));
+}
 #define ONE_PARAMETER                                                                                                  \
     R"([{"curr_val":"250","description":"rate","editable":true,"max_val":"1000","min_val":"100","title":"Rate","vals_list":""}])"
 
@@ -666,16 +672,14 @@ void TestServer::truncatedNumbers()
         samples.push_back(std::pow(10.0f, exponent(random)) * (i % 2 == 0 ? 1.0f : -1.0f));
     }
     for (const float sample : samples) {
-        QByteArray text("[");
-        bp::appendTruncated(text, sample);
+        const QByteArray text = '[' + written(bp::writeTruncated, sample);
         // The value times 100 in double, its integer part, and the quotient.
         const double shown = static_cast<double>(static_cast<qint64>(static_cast<double>(sample) * 100.0)) / 100.0;
         QCOMPARE(text + ']', QJsonDocument(QJsonArray{shown}).toJson(QJsonDocument::Compact));
     }
     QByteArray text;
     for (const float sample : {std::nanf(""), HUGE_VALF, 1e30f}) {
-        bp::appendTruncated(text, sample);
-        text += ' ';
+        text += written(bp::writeTruncated, sample) + ' ';
     }
     QVERIFY2(text.startsWith("null null 1.0000000150474662e+30 "), text.constData());
 }
@@ -691,14 +695,13 @@ void TestServer::threeDecimals()
     }
     for (const float value : values) {
         if (value <= 10000.0f) {
-            QByteArray text;
-            bp::appendThreeDecimals(text, value);
-            QCOMPARE(QString::fromLatin1(text), QString::number(static_cast<double>(value), 'f', 3));
+            QCOMPARE(QString::fromLatin1(written(bp::writeThreeDecimals, value)),
+                     QString::number(static_cast<double>(value), 'f', 3));
         }
     }
     QByteArray clamped;
     for (const float value : {-1.0f, -0.0f, 10000.001f, std::nanf(""), HUGE_VALF}) {
-        bp::appendThreeDecimals(clamped, value);
+        clamped += written(bp::writeThreeDecimals, value);
     }
     QCOMPARE(clamped, QByteArray("0.0000.0000.0000.0000.000"));
 }

@@ -215,5 +215,49 @@
         <source>№ </source>
         <translation>№ </translation>
     </message>
+    <message>
+        <source>Annotations</source>
+        <translation>Аннотации</translation>
+    </message>
+    <message>
+        <source>File</source>
+        <translation>Файл</translation>
+    </message>
+    <message>
+        <source>Recording</source>
+        <translation>Запись</translation>
+    </message>
+    <message>
+        <source>Duration, sec</source>
+        <translation>Длительность, с</translation>
+    </message>
+    <message>
+        <source>Onset, sec</source>
+        <translation>Начало, с</translation>
+    </message>
+    <message>
+        <source>Text</source>
+        <translation>Текст</translation>
+    </message>
+    <message>
+        <source>Time, sec</source>
+        <translation>Время, с</translation>
+    </message>
+    <message>
+        <source>EDF conversion</source>
+        <translation>Преобразование EDF</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Отмена</translation>
+    </message>
+    <message>
+        <source>Done</source>
+        <translation>Готово</translation>
+    </message>
+    <message>
+        <source>Time left: %1</source>
+        <translation>Осталось: %1</translation>
+    </message>
 </context>
 </TS>

@@ -92,7 +92,11 @@ void Recording::close()
 
 QList<AnnotationStrct> Recording::annotations() const
 {
-    return m_reader ? m_reader->annotations() : QList<AnnotationStrct>();
+    QList<AnnotationStrct> list = m_reader ? m_reader->annotations() : QList<AnnotationStrct>();
+    for (AnnotationStrct &annotation : list) {
+        annotation.onset = m_reader->signalTime(annotation.onset);
+    }
+    return list;
 }
 
 bool Recording::read(qint64 from, qint64 count, float *planar, qint64 stride)

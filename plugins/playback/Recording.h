@@ -45,6 +45,7 @@ public:
     float rate() const { return m_rate; }
     /// Samples that every signal has.
     qint64 sampleCount() const { return m_sampleCount; }
+    /// At their place in the signal: the pauses of a discontinuous recording are not played.
     QList<AnnotationStrct> annotations() const;
 
     /// Reads ahead by about a second, so small blocks don't each cost a seek per signal. No allocation.

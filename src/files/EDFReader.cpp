@@ -3,8 +3,9 @@
 #include "base/TextHelper.h"
 #include "devices/AmplifierChannel.h"
 #include "devices/ChannelLabels.h"
-#include "files/EdfHeaderRepair.h"
 #include "files/EdfLibrary.h"
+#include "files/EdfRecords.h"
+#include "files/EdfSalvage.h"
 #include "files/EdfText.h"
 #include "montage/Montage.h"
 
@@ -30,9 +31,23 @@ double inSeconds(long long edfTime)
 
 QDateTime startOf(const edf_hdr_struct &header)
 {
-    const auto milliseconds = static_cast<int>(header.starttime_subsecond / (EDFLIB_TIME_DIMENSION / 1000));
-    return {QDate(header.startdate_year, header.startdate_month, header.startdate_day),
-            QTime(header.starttime_hour, header.starttime_minute, header.starttime_second, milliseconds)};
+    const QDateTime wholeSeconds(QDate(header.startdate_year, header.startdate_month, header.startdate_day),
+                                 QTime(header.starttime_hour, header.starttime_minute, header.starttime_second));
+    return wholeSeconds.addMSecs(header.starttime_subsecond / (EDFLIB_TIME_DIMENSION / 1000));
+}
+
+/// EDFlib's own arithmetic.
+bp::EdfSamples::Scale scaleOf(const edf_param_struct &signal)
+{
+    const double step = (signal.phys_max - signal.phys_min) / (signal.dig_max - signal.dig_min);
+    return {step, signal.phys_max / step - signal.dig_max};
+}
+
+/// EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
+bool isOversized(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && bp::EdfLayout::read(file).recordBytes > bp::EdfLayout::kMostRecordBytes;
 }
 
 QString translated(const char *text)
@@ -45,6 +60,7 @@ QString translated(const char *text)
 EDFReader::EDFReader()
     : m_montage(QSharedPointer<Montage>::create())
     , m_header(std::make_unique<edf_hdr_struct>())
+    , m_records(std::make_unique<bp::EdfRecords>())
 {
     m_header->filetype = kNoFileType;
     BPCommon::log(m_logLevel, "EDFReader::EDFReader");
@@ -55,6 +71,7 @@ EDFReader::EDFReader(const QString &path, QObject *parent)
     , m_path(path)
     , m_montage(QSharedPointer<Montage>::create())
     , m_header(std::make_unique<edf_hdr_struct>())
+    , m_records(std::make_unique<bp::EdfRecords>())
 {
     m_header->filetype = kNoFileType;
     BPCommon::log(m_logLevel, "EDFReader::EDFReader %c", path);
@@ -83,6 +100,9 @@ bool EDFReader::open()
     if (m_isOpened) {
         m_lastError.clear();
         takeCurrentAnnotations();
+        if (!m_notice.isEmpty()) {
+            BPCommon::log(m_logLevel, "EDFReader::open %s", m_notice);
+        }
     }
     return m_isOpened;
 }
@@ -102,8 +122,9 @@ bool EDFReader::internalOpen()
     const int code = openInLibrary();
     if (code != 0) {
         qDebug("%s", bp::EdfLibrary::debugMessage(code));
+        const QString reason = m_openError.isEmpty() ? bp::EdfLibrary::errorText(code) : m_openError;
         forgetFile();
-        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, bp::EdfLibrary::errorText(code));
+        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, reason);
         return false;
     }
     m_startDateTime = startOf(*m_header);
@@ -121,22 +142,73 @@ bool EDFReader::internalOpen()
 /// Returns 0 or EDFlib's code.
 int EDFReader::openInLibrary()
 {
-    const int code = bp::EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
-    if (code != EDFLIB_FILE_CONTAINS_FORMAT_ERRORS) {
-        return code;
+    if (isOversized(m_path)) {
+        m_openError = QStringLiteral("it has format errors: its data records are too large");
+        return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
-    m_mendedCopy = bp::EdfHeaderRepair::mendedCopy(m_path);
+    int code = bp::EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS) {
+        code = openStandIn(code);
+    }
+    if (code == 0 && !m_records->open(m_path, m_header->edfsignals)) {
+        bp::EdfLibrary::close(m_header->handle);
+        code = EDFLIB_FILE_READ_ERROR;
+    }
+    return code;
+}
+
+/// For a file that EDFlib refused with that code.
+int EDFReader::openStandIn(int code)
+{
+    const bp::EdfSalvage salvage(m_path);
+    m_openError = salvage.reason();
+    m_mendedCopy = m_openError.isEmpty() ? salvage.standIn() : nullptr;
     if (!m_mendedCopy) {
         return code;
     }
     BPCommon::log(m_logLevel, "EDFReader::internalOpen reads a copy with a mended header: %s",
                   m_mendedCopy->fileName());
-    return bp::EdfLibrary::openForReading(m_mendedCopy->fileName(), *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    code = bp::EdfLibrary::openForReading(m_mendedCopy->fileName(), *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    if (code != 0) {
+        return code;
+    }
+    m_header->datarecords_in_file = salvage.records();
+    m_header->file_duration = m_header->datarecord_duration * salvage.records();
+    m_header->starttime_subsecond = salvage.firstOnset();
+    for (int i = 0; i < m_header->edfsignals; ++i) {
+        m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * salvage.records();
+    }
+    m_annotations = salvage.annotations();
+    m_header->annotations_in_file = m_annotations.size();
+    m_gaps = salvage.gaps();
+    m_notice = salvage.notice();
+    return 0;
+}
+
+/// A program that is killed while it closes a recording leaves one that seems complete, but may lack annotations.
+void EDFReader::addJournal()
+{
+    QFile file(m_path);
+    const QByteArray header = file.open(QIODevice::ReadOnly) ? file.read(bp::EdfLayout::kFixedBytes) : QByteArray();
+    const QList<edf_annotation_struct> missing = bp::EdfSalvage::missingAnnotations(
+        bp::EdfJournal::read(m_path, bp::EdfJournal::identity(header)), m_annotations);
+    if (!missing.isEmpty()) {
+        m_annotations += missing;
+        m_notice =
+            QStringLiteral("%1 lacks %2 of its labels, which are beside it: \"bioprocessing repair\" makes a copy "
+                           "with all of them.")
+                .arg(m_path)
+                .arg(missing.size());
+    }
 }
 
 void EDFReader::forgetFile()
 {
     m_mendedCopy.reset();
+    m_records->close();
+    m_gaps.clear();
+    m_notice.clear();
+    m_openError.clear();
     *m_header = {};
     m_header->filetype = kNoFileType;
     m_montage->clearChannel();
@@ -181,6 +253,7 @@ void EDFReader::close()
         bp::EdfLibrary::close(m_handle);
         m_handle = -1;
         m_mendedCopy.reset();
+        m_records->close();
     }
 }
 
@@ -210,13 +283,24 @@ int EDFReader::getBuffData(unsigned offset, unsigned count, double *out)
 {
     BPCommon::log(m_logLevel, "EDFReader::getBuffData %i", count);
     int code = m_isOpened ? 0 : getChannelBuffData(0, offset, count, out);
-    for (int c = 0; m_isOpened && code == 0 && c < m_channelCount; ++c) {
-        code = getChannelBuffData(static_cast<unsigned>(c), offset, count, out + static_cast<std::size_t>(c) * count);
+    for (unsigned done = 0; m_isOpened && code == 0 && done < count;) {
+        const qint64 from = qint64{offset} + done;
+        const auto piece = static_cast<unsigned>(m_records->samplesAhead(from, count - done));
+        for (int c = 0; code == 0 && c < m_channelCount; ++c) {
+            code = readFilled(static_cast<unsigned>(c), from, piece, out + static_cast<std::size_t>(c) * count + done);
+        }
+        done += piece;
     }
     return code;
 }
 
 int EDFReader::getChannelBuffData(unsigned channel, unsigned offset, unsigned count, double *out)
+{
+    return readFilled(channel, offset, count, out);
+}
+
+/// As getChannelBuffData().
+int EDFReader::readFilled(unsigned channel, long long offset, unsigned count, double *out)
 {
     unsigned read = 0;
     const int code = readChannel(channel, offset, count, out, read);
@@ -226,33 +310,27 @@ int EDFReader::getChannelBuffData(unsigned channel, unsigned offset, unsigned co
     return code;
 }
 
-int EDFReader::readChannel(unsigned channel, unsigned offset, unsigned count, double *out, unsigned &read)
+int EDFReader::readChannel(unsigned channel, long long offset, unsigned count, double *out, unsigned &read)
 {
     read = 0;
     if (!m_isOpened || channel >= static_cast<unsigned>(m_channelCount)) {
         BPCommon::log(m_logLevel, "EDFReader::getChannelBuffData error %i", channel);
         return -2;
     }
-    if (edfseek(m_handle, static_cast<int>(channel), offset, EDFSEEK_SET) < 0) {
-        BPCommon::log(m_logLevel, "EDFReader::getChannelBuffData edfseek return error");
-        return -1;
-    }
     const unsigned wanted = std::min(count, samplesFrom(channel, offset));
-    const int samples = edfread_physical_samples(m_handle, static_cast<int>(channel), static_cast<int>(wanted), out);
-    if (samples < 0) {
+    if (!m_records->read(static_cast<int>(channel), offset, wanted, scaleOf(m_header->signalparam[channel]), out)) {
         BPCommon::log(m_logLevel, "EDFReader::getChannelBuffData Error reading file %i  samples %i", channel, count);
         return -1;
     }
-    read = static_cast<unsigned>(samples);
-    std::transform(out, out + read, out, [](double value) { return value * -1.0; });
+    read = wanted;
     return 0;
 }
 
-/// How many samples of an existing channel follow, at most as many as EDFlib counts in one call.
-unsigned EDFReader::samplesFrom(unsigned channel, unsigned offset) const
+/// How many samples of an existing channel follow.
+unsigned EDFReader::samplesFrom(unsigned channel, long long offset) const
 {
     const long long left = m_header->signalparam[channel].smp_in_file - offset;
-    return static_cast<unsigned>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+    return static_cast<unsigned>(std::clamp<long long>(left, 0, std::numeric_limits<unsigned>::max()));
 }
 
 std::vector<double> EDFReader::getChannelData(unsigned channel, unsigned offset, unsigned count)
@@ -356,6 +434,9 @@ QString EDFReader::infoFull() const
 
 bool EDFReader::takeCurrentAnnotations()
 {
+    if (m_mendedCopy) {
+        return m_isOpened; // EDFlib does not have them
+    }
     m_annotations.clear();
     const long long count = m_isOpened ? m_header->annotations_in_file : 0;
     bool taken = m_isOpened;
@@ -368,6 +449,9 @@ bool EDFReader::takeCurrentAnnotations()
             continue;
         }
         m_annotations << annotation;
+    }
+    if (m_isOpened) {
+        addJournal();
     }
     return taken;
 }
@@ -388,6 +472,15 @@ QList<AnnotationStrct> EDFReader::annotations() const
     std::stable_sort(list.begin(), list.end(),
                      [](const AnnotationStrct &a, const AnnotationStrct &b) { return a.onset < b.onset; });
     return list;
+}
+
+double EDFReader::signalTime(double fileTime) const
+{
+    double time = fileTime;
+    for (const EDFGap &gap : m_gaps) {
+        time -= std::clamp(fileTime - gap.start, 0.0, gap.duration);
+    }
+    return time;
 }
 
 double EDFReader::getExactDuration() const

@@ -3,6 +3,7 @@
 #include "common/BPCommon.h"
 #include "common/BPExport.h"
 #include "devices/AnnotationStrct.h"
+#include "files/EDFGap.h"
 #include "files/EDFInfo.h"
 #include "files/PatientInfo.h"
 
@@ -17,6 +18,9 @@
 
 class Montage;
 class QTemporaryFile;
+namespace bp {
+class EdfRecords;
+}
 struct edf_annotation_struct;
 struct edf_hdr_struct;
 struct edf_param_struct;
@@ -27,6 +31,9 @@ struct edf_param_struct;
 /// at the input. Values are in the signal's own unit. Offsets and counts are samples of the channel in question. Header
 /// facts, montage and annotations stay until the next open(). One thread at a time; several readers may work on several
 /// threads.
+///
+/// A discontinuous recording (EDF+D, BDF+D) has its samples one after the other, as if nothing were between them:
+/// gaps() tells where time is missing. Annotations keep the time of the file, which goes on in a gap.
 class BIOPROCESSING_EXPORT EDFReader : public QObject
 {
     Q_OBJECT
@@ -38,7 +45,9 @@ public:
     /// Takes effect with the next open().
     void setPath(const QString &path);
     /// Reads header and annotations. A file that is open is closed first. On failure lastError() says why. Common
-    /// faults of headers that say nothing about the data are mended in a temporary copy.
+    /// faults of headers that say nothing about the data are mended in a temporary copy of the header. A recording
+    /// that was not closed is read as far as its records are whole, with the annotations of its journal; notice() says
+    /// so.
     bool open();
     void close();
     bool isFileOpened() const { return m_isOpened; }
@@ -80,6 +89,11 @@ public:
     void getAnnotationList(QList<edf_annotation_struct> &annotations) const;
     /// In the order of their onsets; the duration is −1 when there is none.
     QList<AnnotationStrct> annotations() const;
+    /// Where a discontinuous recording pauses, in order; empty for a continuous one.
+    const QList<EDFGap> &gaps() const { return m_gaps; }
+    /// Where a time of the file, that of an annotation for example, lies in the signal that is read; the beginning of a
+    /// gap for a time in it. Both in seconds, the same in a continuous recording.
+    double signalTime(double fileTime) const;
 
     int getChannelCount() const { return m_channelCount; }
     /// Of signal 0, in Hz; 0 when there is none.
@@ -100,16 +114,22 @@ public:
 
     /// One sentence on why the last open() failed, and what helps; empty after one that worked.
     QString lastError() const { return m_lastError; }
+    /// One sentence on what a user should know of the file that is open: that it was not closed, and how to repair it,
+    /// for example. Empty when there is nothing.
+    QString notice() const { return m_notice; }
 
 private:
     bool internalOpen();
     int openInLibrary();
+    int openStandIn(int code);
+    void addJournal();
     void forgetFile();
     void takeHeaderTexts();
     void fillMontage();
     const edf_param_struct &signalAt(int channel) const;
-    unsigned samplesFrom(unsigned channel, unsigned offset) const;
-    int readChannel(unsigned channel, unsigned offset, unsigned count, double *out, unsigned &read);
+    unsigned samplesFrom(unsigned channel, long long offset) const;
+    int readFilled(unsigned channel, long long offset, unsigned count, double *out);
+    int readChannel(unsigned channel, long long offset, unsigned count, double *out, unsigned &read);
 
     BPCommon::LogEvent m_logLevel = BPCommon::LogEdfReader;
     QString m_path;
@@ -127,5 +147,9 @@ private:
     bool m_isOpened = false;
     qint64 m_durationSeconds = 0;
     QList<edf_annotation_struct> m_annotations;
-    std::unique_ptr<QTemporaryFile> m_mendedCopy; ///< the file that EDFlib has open instead
+    QList<EDFGap> m_gaps;
+    QString m_notice;
+    QString m_openError; ///< why the file cannot be opened, where EDFlib does not know it
+    std::unique_ptr<QTemporaryFile> m_mendedCopy; ///< the file that EDFlib has open instead, of one empty record
+    std::unique_ptr<bp::EdfRecords> m_records; ///< the file itself
 };

@@ -1,7 +1,9 @@
 #include "files/EDFWriter.h"
 
+#include "files/EdfJournal.h"
 #include "files/EdfLibrary.h"
 #include "files/EdfRecordGuard.h"
+#include "files/EdfSamples.h"
 #include "files/EdfText.h"
 #include "montage/Montage.h"
 
@@ -29,27 +31,6 @@ constexpr qint64 kAnnotationSignalBytes = 128; ///< a little more than EDFlib ta
 constexpr qint64 kSampleBytes = 2;
 constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it EDFlib's own units overflow
 
-// The physical minimum is one step off the digital one, so that the scale is not quite symmetric: kept, files in the
-// field have these four values.
-constexpr double kPhysicalMaximum = 32767.0;
-constexpr double kPhysicalMinimum = -32767.0;
-constexpr int kDigitalMaximum = 32767;
-constexpr int kDigitalMinimum = -32768;
-
-constexpr double kUnitsPerBit = (kPhysicalMaximum - kPhysicalMinimum) / (kDigitalMaximum - kDigitalMinimum);
-constexpr double kDigitalOffset = kPhysicalMaximum / kUnitsPerBit - kDigitalMaximum;
-
-/// What EDFlib is given for a sample. The polarity in the file is the inverse of the input.
-///
-/// EDFlib cuts a physical value to the digital one towards zero, before it clips, which is undefined for values that do
-/// not fit an integer. A value a quarter step beyond the nearest digital one is cut to just that: half the error.
-double storedValue(float sample)
-{
-    const double value = std::isnan(sample) ? 0.0 : std::clamp(sample * -1.0, kPhysicalMinimum, kPhysicalMaximum);
-    const double digital = std::round(value / kUnitsPerBit - kDigitalOffset);
-    return (digital + std::copysign(0.25, digital) + kDigitalOffset) * kUnitsPerBit;
-}
-
 int annotationSignals(int channelCount)
 {
     return std::min(kAnnotationSignals, kMostSignals - channelCount);
@@ -59,6 +40,7 @@ int annotationSignals(int channelCount)
 
 EDFWriter::EDFWriter()
     : m_guard(std::make_unique<bp::EdfRecordGuard>())
+    , m_journal(std::make_unique<bp::EdfJournal>())
 {
     BPCommon::log(m_logLevel, "EDFWriter::EDFWriter ");
 }
@@ -198,10 +180,10 @@ void EDFWriter::initCurrentFile(int channelCount)
         edf_set_label(m_handle, i, bp::EdfText::label(m_labels.value(i)).constData());
         edf_set_prefilter(m_handle, i, "");
         edf_set_physical_dimension(m_handle, i, "uV");
-        edf_set_physical_maximum(m_handle, i, kPhysicalMaximum);
-        edf_set_digital_maximum(m_handle, i, kDigitalMaximum);
-        edf_set_digital_minimum(m_handle, i, kDigitalMinimum);
-        edf_set_physical_minimum(m_handle, i, kPhysicalMinimum);
+        edf_set_physical_maximum(m_handle, i, bp::EdfSamples::kPhysicalMaximum);
+        edf_set_digital_maximum(m_handle, i, bp::EdfSamples::kDigitalMaximum);
+        edf_set_digital_minimum(m_handle, i, bp::EdfSamples::kDigitalMinimum);
+        edf_set_physical_minimum(m_handle, i, bp::EdfSamples::kPhysicalMinimum);
         edf_set_samplefrequency(m_handle, i, static_cast<int>(m_samplesPerRecord));
     }
 }
@@ -213,6 +195,7 @@ void EDFWriter::requestHeaderFields()
     const QDateTime now = QDateTime::currentDateTime();
     edf_set_startdatetime(m_handle, now.date().year(), now.date().month(), now.date().day(), now.time().hour(),
                           now.time().minute(), now.time().second());
+    m_journal->begin(m_path, now.toString(QStringLiteral("dd.MM.yyhh.mm.ss")).toLatin1());
 }
 
 bool EDFWriter::close()
@@ -236,6 +219,11 @@ bool EDFWriter::close()
         m_lastError += QStringLiteral(" It holds the first %1 s.").arg(m_guard->soundRecords());
     }
     reportDroppedAnnotations();
+    if (code == 0 && complete) {
+        m_journal->finish();
+    } else {
+        m_journal->keep();
+    }
     return code == 0 && complete;
 }
 
@@ -277,7 +265,7 @@ bool EDFWriter::writeRemainderToFile()
     }
     BPCommon::log(m_logLevel, "EDFWriter::writeRemainderToFile");
     for (auto block = m_buffer.begin(); block != m_buffer.end(); block += m_samplesPerRecord) {
-        std::fill(block + m_position, block + m_samplesPerRecord, 0.0);
+        std::fill(block + m_position, block + m_samplesPerRecord, qint16{0});
     }
     return writeRecord("EDFWriter::writeRemainderToFile %i");
 }
@@ -289,22 +277,16 @@ void EDFWriter::fillOutPutBuffer(unsigned count, const float *samples, unsigned 
     }
     take = std::min({take, count - from, m_samplesPerRecord - m_position});
     for (std::size_t c = 0; c < static_cast<std::size_t>(m_channelCount); ++c) {
-        const float *source = samples + c * count + from;
-        std::transform(source, source + take,
-                       m_buffer.begin() + static_cast<std::ptrdiff_t>(c * m_samplesPerRecord + m_position),
-                       storedValue);
+        bp::EdfSamples::store(samples + c * count + from, take, m_buffer.data() + c * m_samplesPerRecord + m_position);
     }
 }
 
 bool EDFWriter::writeRecord(const char *errorFormat)
 {
-    bool written = true;
-    for (std::size_t c = 0; c < static_cast<std::size_t>(m_channelCount); ++c) {
-        const int code = edfwrite_physical_samples(m_handle, m_buffer.data() + c * m_samplesPerRecord);
-        if (code != 0) {
-            BPCommon::log(m_logLevel, errorFormat, code);
-            written = false;
-        }
+    const int code = edf_blockwrite_digital_short_samples(m_handle, m_buffer.data());
+    const bool written = code == 0;
+    if (!written) {
+        BPCommon::log(m_logLevel, errorFormat, code);
     }
     if (!written && !m_guard->hasFailed()) {
         m_lastError = writeFailure();
@@ -375,6 +357,9 @@ bool EDFWriter::writeAnnotation(long long onset, long long duration, const QStri
         return false;
     }
     m_guard->noteAnnotation(onset, duration, bytes);
+    if (!m_journal->note({onset, duration, bytes})) {
+        BPCommon::log(m_logLevel, "EDFWriter::addAnnotation is not in the journal %s", bp::EdfJournal::pathFor(m_path));
+    }
     return true;
 }
 

@@ -15,14 +15,21 @@
 
 class Montage;
 namespace bp {
+class EdfJournal;
 class EdfRecordGuard;
-}
+} // namespace bp
 
 /// Records one acquisition run into an EDF+ file with data records of one second.
 ///
 /// Samples are µV, stored inverted and with a resolution of 1 µV; values beyond ±32767 µV are clipped, NaN is stored as
 /// 0. One thread at a time; several writers may work on several threads. Errors are traced with EDFlib's code, the
 /// operation returns false, and lastError() has a sentence for the user.
+///
+/// Every complete record is with the operating system when the call that completed it returns, and every annotation
+/// stands in a journal beside the recording ("a.edf.labels") until the file is closed: a program that is killed loses
+/// the samples of the incomplete record, less than a second, and nothing else. EDFReader reads such a file, and
+/// EDFRescue makes a sound one of it. When the power fails, what the system has not written back by then is lost as
+/// well.
 class BIOPROCESSING_EXPORT EDFWriter : public QObject
 {
     Q_OBJECT
@@ -120,6 +127,7 @@ private:
     int m_recordsWritten = 0; ///< since clearShift(), failed ones included
     qint64 m_startTime = 0;
     qint64 m_elapsed = 0;
-    std::vector<double> m_buffer;
+    std::vector<qint16> m_buffer; ///< the current record, channel-major, digital values
     std::unique_ptr<bp::EdfRecordGuard> m_guard;
+    std::unique_ptr<bp::EdfJournal> m_journal;
 };

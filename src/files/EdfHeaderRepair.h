@@ -1,22 +1,25 @@
 #pragma once
 
-#include <QTemporaryFile>
-
-#include <memory>
+#include <QByteArray>
+#include <QString>
 
 namespace bp {
 
-/// Reading of files that EDFlib refuses although their data are sound.
+struct EdfLayout;
+
+/// Headers that EDFlib refuses although they leave no doubt about the data.
 ///
-/// Three faults are common. Annotation signals that name a transducer or a prefilter, which the format wants blank
-/// (much used collections of motor imagery have them); files that call themselves EDF+ but have no annotation signal;
-/// and recordings that were not closed, by a power cut for example, and so do not tell how many records they have.
+/// Common are: annotation signals that name a transducer or a prefilter, which the format wants blank (much used
+/// collections of motor imagery have them), or other ranges than the format's; files that call themselves EDF+ but have
+/// no annotation signal, or whose patient and recording do not consist of the fields that EDF+ wants; letters beyond
+/// ASCII, such as that of "µV"; decimal commas, and numbers that do not begin at the left; dates with "/" or "-".
 class EdfHeaderRepair
 {
 public:
-    /// A copy of the file with such faults mended, which disappears with the object; null when there is nothing of
-    /// the kind to mend, or no room for a copy. The file itself is never written.
-    static std::unique_ptr<QTemporaryFile> mendedCopy(const QString &path);
+    /// The header with such faults mended.
+    static QByteArray mended(const EdfLayout &layout);
+    /// The first fault that the header has nevertheless, as part of a sentence; empty when there is none.
+    static QString fault(const EdfLayout &layout);
 };
 
 } // namespace bp

@@ -2,14 +2,11 @@
 
 #include <QFile>
 
+#include <algorithm>
+
 namespace {
 
-constexpr int kFixedHeaderBytes = 256;
-constexpr int kHeaderBytesAt = 184;
-constexpr int kSignalCountAt = 252;
-constexpr int kSignalCountWidth = 4;
-constexpr int kLabelWidth = 16;
-constexpr int kSampleCountBefore = 216;
+constexpr int kMostSignals = 9999; // four digits
 
 qint64 numberAt(const QByteArray &header, int position, int width)
 {
@@ -22,32 +19,48 @@ namespace bp {
 
 int EdfLayout::fieldAt(int signal, int before, int width) const
 {
-    return kFixedHeaderBytes + signalCount * before + signal * width;
+    return kFixedBytes + signalCount * before + signal * width;
+}
+
+qint64 EdfLayout::wholeRecords(qint64 fileBytes) const
+{
+    const qint64 bytes = std::max<qint64>(0, fileBytes - header.size());
+    return recordBytes > 0 ? std::min(bytes / recordBytes, kMostRecords) : 0;
 }
 
 EdfLayout EdfLayout::read(QFile &file)
 {
     EdfLayout layout;
-    const QByteArray fixed = file.read(kFixedHeaderBytes);
+    const QByteArray fixed = file.read(kFixedBytes);
     const qint64 headerBytes = numberAt(fixed, kHeaderBytesAt, kNumberWidth);
-    layout.signalCount = static_cast<int>(numberAt(fixed, kSignalCountAt, kSignalCountWidth));
+    const qint64 signalCount = numberAt(fixed, kSignalCountAt, kSignalCountWidth);
     layout.records = numberAt(fixed, kRecordCountAt, kNumberWidth);
-    if (layout.signalCount < 1 || headerBytes != kFixedHeaderBytes * (qint64{layout.signalCount} + 1)
+    if (signalCount < 1 || signalCount > kMostSignals || headerBytes != kFixedBytes * (signalCount + 1)
         || file.size() < headerBytes) {
         return layout;
     }
-    layout.header = fixed + file.read(headerBytes - kFixedHeaderBytes);
-    const bool isBdf = layout.header.startsWith('\xff');
+    layout.signalCount = static_cast<int>(signalCount);
+    layout.header = fixed + file.read(headerBytes - kFixedBytes);
+    layout.isBdf = layout.header.startsWith('\xff');
+    layout.sampleBytes = layout.isBdf ? 3 : 2;
+    const QByteArray type = layout.header.mid(kReservedAt, 5);
+    layout.isDiscontinuous = type == (layout.isBdf ? "BDF+D" : "EDF+D");
+    layout.isPlus = layout.isDiscontinuous || type == (layout.isBdf ? "BDF+C" : "EDF+C");
     for (int i = 0; i < layout.signalCount; ++i) {
-        const QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth).trimmed();
+        const QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth).replace('\0', ' ');
         const qint64 samples =
             numberAt(layout.header, layout.fieldAt(i, kSampleCountBefore, kNumberWidth), kNumberWidth);
-        const qint64 bytes = samples * (isBdf ? 3 : 2);
-        if (label == (isBdf ? "BDF Annotations" : "EDF Annotations")) {
+        if (samples < 1) {
+            layout.recordBytes = 0;
+            break;
+        }
+        const qint64 bytes = samples * layout.sampleBytes;
+        if (layout.isPlus && label == (layout.isBdf ? "BDF Annotations " : "EDF Annotations ")) {
             layout.annotationSignals << i;
             layout.annotationBlocks << layout.recordBytes;
             layout.annotationBytes = bytes;
         }
+        layout.blocks << Block{layout.recordBytes, samples};
         layout.recordBytes += bytes;
     }
     return layout;

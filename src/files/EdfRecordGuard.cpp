@@ -1,22 +1,12 @@
 #include "files/EdfRecordGuard.h"
 
 #include "files/EdfLayout.h"
+#include "files/EdfSlots.h"
 
 #include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
-
-namespace {
-
-/// Of a time in 0.1 ms.
-QByteArray seconds(long long tenthMilliseconds)
-{
-    return QByteArray::number(tenthMilliseconds / 10000) + '.'
-        + QByteArray::number(tenthMilliseconds % 10000).rightJustified(4, '0');
-}
-
-} // namespace
 
 namespace bp {
 
@@ -42,8 +32,7 @@ void EdfRecordGuard::noteRecord(bool written)
 
 void EdfRecordGuard::noteAnnotation(long long onset, long long duration, const QByteArray &text)
 {
-    const QByteArray lasting = duration >= 0 ? '\x15' + seconds(duration) : QByteArray();
-    m_annotations << '+' + seconds(onset) + lasting + '\x14' + text + '\x14';
+    m_annotations << EdfSlots::list(onset, duration, text);
 }
 
 bool EdfRecordGuard::mend()
@@ -73,32 +62,8 @@ qint64 EdfRecordGuard::cutToSoundRecords()
     }
     const QByteArray count = QByteArray::number(records).leftJustified(EdfLayout::kNumberWidth);
     const bool mended = file.resize(size) && file.seek(EdfLayout::kRecordCountAt) && file.write(count) == count.size()
-        && writeAnnotations(file, layout, records) && file.flush();
+        && EdfSlots::write(file, layout, records, m_annotations) >= 0 && file.flush();
     return mended ? records : 0;
-}
-
-/// In the order in which EDFlib fills its slots. Nothing grows: this works on a full disk.
-bool EdfRecordGuard::writeAnnotations(QFile &file, const EdfLayout &layout, qint64 records) const
-{
-    const qint64 slotCount = layout.annotationBlocks.size();
-    const qint64 fitting = std::min<qint64>(m_annotations.size(), records * slotCount);
-    for (qint64 i = 0; i < fitting; ++i) {
-        const auto slot = static_cast<int>(i % slotCount);
-        const qint64 position =
-            layout.header.size() + i / slotCount * layout.recordBytes + layout.annotationBlocks[slot];
-        if (!file.seek(position)) {
-            return false;
-        }
-        // The first slot of a record begins with the record's own time.
-        const QByteArray content = file.read(layout.annotationBytes);
-        const QByteArray kept = slot == 0 ? content.left(content.indexOf('\0') + 1) : QByteArray();
-        const QByteArray filled = (kept + m_annotations[static_cast<int>(i)])
-                                      .leftJustified(static_cast<int>(layout.annotationBytes), '\0', true);
-        if (!file.seek(position) || file.write(filled) != filled.size()) {
-            return false;
-        }
-    }
-    return true;
 }
 
 } // namespace bp

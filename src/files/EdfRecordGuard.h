@@ -6,11 +6,7 @@
 
 #include <limits>
 
-class QFile;
-
 namespace bp {
-
-struct EdfLayout;
 
 /// Sees to it that a recording can be read wherever a record was complete, also when writing failed in between.
 ///
@@ -42,7 +38,6 @@ private:
     static constexpr qint64 kUnlimited = std::numeric_limits<qint64>::max();
 
     qint64 cutToSoundRecords();
-    bool writeAnnotations(QFile &file, const EdfLayout &layout, qint64 records) const;
 
     QString m_path;
     qint64 m_soundRecords = 0;

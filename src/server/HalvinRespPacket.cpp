@@ -1,6 +1,6 @@
 #include "server/HalvinRespPacket.h"
 
-#include <QJsonDocument>
+#include "server/JsonBody.h"
 
 HalvinRespPacket::HalvinRespPacket(const QString &text)
     : m_response(text)
@@ -55,5 +55,5 @@ void HalvinRespPacket::reset()
 
 QJsonObject HalvinRespPacket::contentToJson() const
 {
-    return QJsonDocument::fromJson(m_content.toUtf8()).object();
+    return bp::jsonObject(m_content);
 }

@@ -2,10 +2,24 @@
 
 namespace bp {
 
+namespace {
+
+QByteArray successReply(int length, const QByteArray &body)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(length)
+        + "\r\nContent-Type: text/html\r\nAccess-Control-Allow-Origin: *\r\nConnection: close\r\n\r\n" + body;
+}
+
+} // namespace
+
 QByteArray successReply(const QString &body)
 {
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size())
-        + "\r\nContent-Type: text/html\r\nAccess-Control-Allow-Origin: *\r\nConnection: close\r\n\r\n" + body.toUtf8();
+    return successReply(body.size(), body.toUtf8());
+}
+
+QByteArray successReplyAscii(const QByteArray &body)
+{
+    return successReply(body.size(), body);
 }
 
 QByteArray errorReply(const QString &messageOrJson)

@@ -10,6 +10,8 @@ namespace bp {
 /// A success of the command service. Lengths are announced in UTF-16 units, which differ from the bytes sent for texts
 /// beyond ASCII (kept, as is every byte here: clients in the field compare them).
 BIOPROCESSING_EXPORT QByteArray successReply(const QString &body);
+/// The same for a body of ASCII only, whose length is the same in every unit.
+QByteArray successReplyAscii(const QByteArray &body);
 
 /// An error. A message that does not begin with "{" is wrapped as {"error":"message"}, without escaping.
 BIOPROCESSING_EXPORT QByteArray errorReply(const QString &messageOrJson);

@@ -1,8 +1,9 @@
 #include "server/JsonNumbers.h"
 
+#include <QByteArray>
 #include <QLocale>
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -15,61 +16,64 @@ constexpr float kMaxSpectrum = 10000.0f;
 constexpr double kMinWhole = 1e10;
 constexpr double kMaxInteger = 9223372036854775808.0;
 
-void appendInteger(QByteArray &json, qint64 value)
+template <class Integer> char *writeInteger(char *out, Integer value)
 {
-    std::array<char, 24> text;
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
-    json.append(text.data(), static_cast<int>(end - text.data()));
+    return std::to_chars(out, out + kMaxNumberLength, value).ptr;
 }
 
-void appendDigit(QByteArray &json, qint64 digit)
+char digit(qint64 value)
 {
-    json.append(static_cast<char>('0' + digit));
+    return static_cast<char>('0' + value);
+}
+
+char *writeText(char *out, const char *text, int length)
+{
+    return std::copy_n(text, std::min(length, kMaxNumberLength), out);
 }
 
 } // namespace
 
-void appendTruncated(QByteArray &json, float sample)
+char *writeTruncated(char *out, float sample)
 {
     if (!std::isfinite(sample)) {
-        json.append("null", 4);
-        return;
+        return writeText(out, "null", 4);
     }
-    const double hundredths = std::trunc(static_cast<double>(sample) * 100.0);
     const double shown = static_cast<double>(sample);
     if (std::abs(shown) >= kMaxInteger) {
-        json.append(QByteArray::number(shown, 'g', QLocale::FloatingPointShortest));
-        return;
+        const QByteArray text = QByteArray::number(shown, 'g', QLocale::FloatingPointShortest);
+        return writeText(out, text.constData(), text.size());
     }
     if (std::abs(shown) >= kMinWhole) {
-        appendInteger(json, static_cast<qint64>(shown));
-        return;
+        return writeInteger(out, static_cast<qint64>(shown));
     }
-    const auto value = static_cast<qint64>(hundredths);
-    const qint64 size = value < 0 ? -value : value;
-    if (value < 0) {
-        json.append('-');
+    const auto hundredths = static_cast<qint64>(shown * 100.0);
+    const qint64 size = hundredths < 0 ? -hundredths : hundredths;
+    if (hundredths < 0) {
+        *out++ = '-';
     }
-    appendInteger(json, size / 100);
+    out = writeInteger(out, size / 100);
     if (size % 100 != 0) {
-        json.append('.');
-        appendDigit(json, size / 10 % 10);
+        *out++ = '.';
+        *out++ = digit(size / 10 % 10);
         if (size % 10 != 0) {
-            appendDigit(json, size % 10);
+            *out++ = digit(size % 10);
         }
     }
+    return out;
 }
 
-void appendThreeDecimals(QByteArray &json, float value)
+char *writeThreeDecimals(char *out, float value)
 {
     const float shown = value > 0.0f && value <= kMaxSpectrum ? value : 0.0f;
     // A float times 1000 is exact in double, and so is the rounding.
-    const auto thousandths = static_cast<qint64>(static_cast<double>(shown) * 1000.0 + 0.5);
-    appendInteger(json, thousandths / 1000);
-    json.append('.');
-    appendDigit(json, thousandths / 100 % 10);
-    appendDigit(json, thousandths / 10 % 10);
-    appendDigit(json, thousandths % 10);
+    const auto thousandths = static_cast<quint32>(static_cast<double>(shown) * 1000.0 + 0.5);
+    const quint32 fraction = thousandths % 1000;
+    out = writeInteger(out, thousandths / 1000);
+    *out++ = '.';
+    *out++ = digit(fraction / 100);
+    *out++ = digit(fraction / 10 % 10);
+    *out++ = digit(fraction % 10);
+    return out;
 }
 
 } // namespace bp

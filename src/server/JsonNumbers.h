@@ -2,16 +2,19 @@
 
 #include "common/BPExport.h"
 
-#include <QByteArray>
-
 namespace bp {
 
-/// Appends a sample truncated toward zero to two decimals, in the same form as Qt's JSON writer; "null" when it is not
-/// finite.
-BIOPROCESSING_EXPORT void appendTruncated(QByteArray &json, float sample);
+/// Room that one number takes at most.
+constexpr int kMaxNumberLength = 32;
 
-/// Appends a spectrum value between 0 and 10000 with three decimals; what lies below counts as 0, and so does what lies
+/// Writes a sample truncated toward zero to two decimals, in the same form as Qt's JSON writer; "null" when it is not
+/// finite.
+/// @return behind the last character
+BIOPROCESSING_EXPORT char *writeTruncated(char *out, float sample);
+
+/// Writes a spectrum value between 0 and 10000 with three decimals; what lies below counts as 0, and so does what lies
 /// above or is no number.
-BIOPROCESSING_EXPORT void appendThreeDecimals(QByteArray &json, float value);
+/// @return behind the last character
+BIOPROCESSING_EXPORT char *writeThreeDecimals(char *out, float value);
 
 } // namespace bp

@@ -3,6 +3,7 @@
 #include "server/CommandTable.h"
 #include "server/HalvinRespPacket.h"
 #include "server/HttpReply.h"
+#include "server/JsonBody.h"
 #include "server/ServerMediator.h"
 
 #include <QJsonDocument>
@@ -49,7 +50,7 @@ void ProcessRequest::handleRequest()
             return;
         }
     }
-    m_body = QJsonDocument::fromJson(HalvinRespPacket::getContent(m_text).toUtf8()).object();
+    m_body = bp::jsonObject(HalvinRespPacket::getContent(m_text));
     (this->*m_matched->operation)();
 }
 
@@ -72,6 +73,11 @@ void ProcessRequest::sendError(QTcpSocket *client, const QString &messageOrJson)
 void ProcessRequest::ok(const QJsonObject &body)
 {
     ok(QString::fromUtf8(QJsonDocument(body).toJson(QJsonDocument::Compact)));
+}
+
+void ProcessRequest::okAscii(const QByteArray &body)
+{
+    reply(m_client, bp::successReplyAscii(body));
 }
 
 bool ProcessRequest::askServer(const char *message)
@@ -117,6 +123,9 @@ void ProcessRequest::reply(QTcpSocket *client, const QByteArray &bytes)
     client->write(bytes);
     client->disconnectFromHost();
     if (client->state() != QAbstractSocket::UnconnectedState) {
-        QTimer::singleShot(kCloseTimeoutMs, client, &QTcpSocket::abort);
+        auto *timer = new QTimer(client); // goes with the connection, of which there may be thousands a second
+        timer->setSingleShot(true);
+        QObject::connect(timer, &QTimer::timeout, client, &QTcpSocket::abort);
+        timer->start(kCloseTimeoutMs);
     }
 }

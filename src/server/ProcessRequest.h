@@ -59,6 +59,8 @@ public:
 protected:
     void ok(const QString &body = QString()) { sendOk(m_client, body); }
     void ok(const QJsonObject &body);
+    /// For long bodies of ASCII only.
+    void okAscii(const QByteArray &body);
     void error(const QString &message) { sendError(m_client, message); }
 
     /// Passes a message on. False when somebody refused, which has then been answered.

@@ -31,19 +31,16 @@ struct HandmadeEdf
     QByteArray recordDuration = "1"; ///< seconds
     std::vector<Annotation> annotations{}; ///< in the first record; any makes the file an EDF+ one
     bool bdf = false;
+    std::vector<QByteArray> onsets{}; ///< of the records; any makes the file a discontinuous one
 
     QByteArray make() const
     {
-        const bool plus = !annotations.empty();
+        const bool plus = !annotations.empty() || !onsets.empty();
         const int count = static_cast<int>(signalList.size()) + (plus ? 1 : 0);
         QByteArray bytes = (bdf ? QByteArray("\377BIOSEMI") : field("0", 8)) + field(plus ? "X X X X" : "nobody", 80)
             + field(plus ? "Startdate 02-JAN-2020 X X X" : "nothing", 80) + "02.01.2003.04.05"
-            + field(256 * (count + 1), 8)
-            + field(bdf        ? "24BIT"
-                        : plus ? "EDF+C"
-                               : "",
-                    44)
-            + field(records, 8) + field(recordDuration, 8) + field(count, 4);
+            + field(256 * (count + 1), 8) + field(type(plus), 44) + field(records, 8) + field(recordDuration, 8)
+            + field(count, 4);
         const auto column = [&](int width, const QByteArray &ofAnnotations, auto &&text) {
             for (const Signal &signal : signalList) {
                 bytes += field(text(signal), width);
@@ -51,15 +48,15 @@ struct HandmadeEdf
             bytes += plus ? field(ofAnnotations, width) : QByteArray();
         };
         const auto same = [](const char *text) { return [text](const Signal &) { return QByteArray(text); }; };
-        column(16, "EDF Annotations", [](const Signal &signal) { return signal.label; });
+        column(16, bdf ? "BDF Annotations" : "EDF Annotations", [](const Signal &signal) { return signal.label; });
         column(80, "", same(""));
         column(8, "", [](const Signal &signal) { return signal.dimension; });
         column(8, "-1", same("-3276.8"));
         column(8, "1", same("3276.7"));
-        column(8, "-32768", same(bdf ? "-8388608" : "-32768"));
-        column(8, "32767", same(bdf ? "8388607" : "32767"));
+        column(8, bdf ? "-8388608" : "-32768", same(bdf ? "-8388608" : "-32768"));
+        column(8, bdf ? "8388607" : "32767", same(bdf ? "8388607" : "32767"));
         column(80, "", same(""));
-        column(8, QByteArray::number(kAnnotationBytes / 2),
+        column(8, QByteArray::number(kAnnotationBytes / (bdf ? 3 : 2)),
                [](const Signal &signal) { return QByteArray::number(signal.samplesPerRecord); });
         column(32, "", same(""));
         for (int record = 0; record < records; ++record) {
@@ -93,9 +90,19 @@ private:
     static QByteArray field(const QByteArray &text, int width) { return text.leftJustified(width, ' ', true); }
     static QByteArray field(int number, int width) { return field(QByteArray::number(number), width); }
 
+    QByteArray type(bool plus) const
+    {
+        if (!plus) {
+            return bdf ? "24BIT" : "";
+        }
+        return QByteArray(bdf ? "BDF+" : "EDF+") + (onsets.empty() ? 'C' : 'D');
+    }
+
     QByteArray annotationLists(int record) const
     {
-        QByteArray lists = '+' + QByteArray::number(record * recordDuration.toDouble()) + "\x14\x14" + '\0';
+        const QByteArray onset = onsets.empty() ? QByteArray::number(record * recordDuration.toDouble())
+                                                : onsets.at(static_cast<std::size_t>(record));
+        QByteArray lists = '+' + onset + "\x14\x14" + '\0';
         for (const Annotation &annotation : annotations) {
             lists += record > 0 ? QByteArray() : '+' + annotation.onset + '\x14' + annotation.text + '\x14' + '\0';
         }

@@ -54,20 +54,25 @@ int rhythmSamples(const LastValues &last)
     return static_cast<int>(samples);
 }
 
-/// [[…],[…]]: one array per channel, written by append(json, channel, position).
-template <class Append> void appendRows(QByteArray &json, std::size_t rows, std::size_t length, Append append)
+/// [[…],[…]]: one array per channel, written by write(out, channel, position), which returns the end.
+template <class Write> void appendRows(QByteArray &json, std::size_t rows, std::size_t length, Write write)
 {
     json.reserve(json.size() + static_cast<int>(rows * (length * kBytesPerNumber + 3)) + 64);
     json.append('[');
+    std::vector<char> text(length * (bp::kMaxNumberLength + 1) + 2);
     for (std::size_t row = 0; row < rows; ++row) {
-        json.append(row == 0 ? "[" : ",[");
+        char *out = text.data();
+        *out++ = '[';
         for (std::size_t i = 0; i < length; ++i) {
-            if (i > 0) {
-                json.append(',');
-            }
-            append(json, row, i);
+            out = write(out, row, i);
+            *out++ = ',';
         }
-        json.append(']');
+        out -= length > 0 ? 1 : 0; // the last comma
+        *out++ = ']';
+        if (row > 0) {
+            json.append(',');
+        }
+        json.append(text.data(), static_cast<int>(out - text.data()));
     }
     json.append(']');
 }
@@ -109,14 +114,14 @@ void RequestGetData::getData()
 {
     const std::size_t count = m_samples.sampleCount();
     QByteArray json("{\"data\":[{\"d\":");
-    appendRows(json, m_samples.channelCount(), count, [this](QByteArray &out, std::size_t channel, std::size_t i) {
-        bp::appendTruncated(out, m_samples.channel(channel)[i]);
+    appendRows(json, m_samples.channelCount(), count, [this](char *out, std::size_t channel, std::size_t i) {
+        return bp::writeTruncated(out, m_samples.channel(channel)[i]);
     });
     json += ",\"t\":" + QByteArray::number(static_cast<qint64>(now()))
         + "}],\"result\":" + (state().clientActive ? "true" : "false")
         + ",\"samples\":" + QByteArray::number(static_cast<qint64>(count)) + '}';
     m_samples.clear();
-    ok(QString::fromLatin1(json));
+    okAscii(json);
 }
 
 RequestGetSpectrum::RequestGetSpectrum(server_state &state, const LastValues &last)
@@ -130,14 +135,15 @@ void RequestGetSpectrum::getSpectrum()
     const std::size_t points = m_last.spectrumPoints;
     const std::size_t channels = points == 0 ? 0 : m_last.spectrum.size() / points;
     QByteArray json("{\"last_spectrum\":{\"d\":");
-    appendRows(json, channels, points, [this, points](QByteArray &out, std::size_t channel, std::size_t i) {
-        out.append('"');
-        bp::appendThreeDecimals(out, m_last.spectrum[channel * points + i]);
-        out.append('"');
+    appendRows(json, channels, points, [this, points](char *out, std::size_t channel, std::size_t i) {
+        *out++ = '"';
+        out = bp::writeThreeDecimals(out, m_last.spectrum[channel * points + i]);
+        *out++ = '"';
+        return out;
     });
     json += ",\"t\":" + QByteArray::number(static_cast<qint64>(now()))
         + "},\"result\":true,\"samples\":" + QByteArray::number(static_cast<qint64>(points)) + '}';
-    ok(QString::fromLatin1(json));
+    okAscii(json);
 }
 
 RequestGetLastRhythm::RequestGetLastRhythm(server_state &state, const LastValues &last)

@@ -1,0 +1,229 @@
+#include "files/EDFToXLS.h"
+
+#include "files/EdfSource.h"
+#include "files/EdfText.h"
+#include "files/RhythmSheet.h"
+
+#include <QBuffer>
+#include <QCoreApplication>
+#include <QSaveFile>
+
+#include <xlsxdocument.h>
+#include <xlsxworksheet.h>
+
+#include <vector>
+
+namespace {
+
+constexpr const char *kInformation = QT_TRANSLATE_NOOP("Generic", "Information");
+constexpr const char *kAnnotations = QT_TRANSLATE_NOOP("Generic", "Annotations");
+constexpr const char *kData = QT_TRANSLATE_NOOP("Generic", "Data");
+constexpr int kPrecision = 10;
+constexpr int kCellText = 32767; // of the file format
+
+QString translated(const char *text)
+{
+    return QCoreApplication::translate("Generic", text);
+}
+
+double inSeconds(qint64 ticks)
+{
+    return static_cast<double>(ticks) / static_cast<double>(bp::kEdfTicks);
+}
+
+/// Without the digits that only the arithmetic has made.
+double tidy(double value)
+{
+    return QByteArray::number(value, 'g', kPrecision).toDouble();
+}
+
+QString caption(const bp::EdfChannelFacts &channel)
+{
+    const QString unit = QString::fromLatin1(channel.unit);
+    return QString::fromLatin1(channel.label) + (unit.isEmpty() ? QString() : QStringLiteral(", %1").arg(unit));
+}
+
+} // namespace
+
+struct EDFToXLS::Job
+{
+    bp::EdfSource source;
+    QXlsx::Document document;
+    qint64 done = 0; ///< records, of all rates
+    qint64 total = 0;
+
+    QXlsx::Worksheet *addSheet(const QString &name)
+    {
+        document.addSheet(name);
+        return static_cast<QXlsx::Worksheet *>(document.sheet(name));
+    }
+    void writeInformation(const QString &path);
+    void writeNotes();
+};
+
+void EDFToXLS::Job::writeInformation(const QString &path)
+{
+    const bp::EdfFacts &facts = source.facts();
+    QXlsx::Worksheet *sheet = addSheet(translated(kInformation));
+    const std::pair<const char *, QVariant> rows[]{
+        {QT_TRANSLATE_NOOP("Generic", "File"), path},
+        {QT_TRANSLATE_NOOP("Generic", "Start time"), facts.start.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))},
+        {QT_TRANSLATE_NOOP("Generic", "Subject"), QString::fromLatin1(facts.patient)},
+        {QT_TRANSLATE_NOOP("Generic", "Recording"), QString::fromLatin1(facts.recording)},
+        {QT_TRANSLATE_NOOP("Generic", "Duration, sec"), source.seconds()},
+        {QT_TRANSLATE_NOOP("Generic", "Channels"), facts.channels.size()},
+    };
+    int row = 0;
+    for (const auto &[key, value] : rows) {
+        sheet->writeString(++row, 1, translated(key));
+        if (value.type() == QVariant::String) {
+            sheet->writeString(row, 2, bp::cellText(value.toString()));
+        } else {
+            sheet->writeNumeric(row, 2, value.toDouble());
+        }
+    }
+    for (const bp::EdfChannelFacts &channel : facts.channels) {
+        sheet->writeString(++row, 1, bp::cellText(QString::fromLatin1(channel.label)));
+        sheet->writeNumeric(row, 2, channel.rate.value());
+        sheet->writeString(row, 3, translated(QT_TRANSLATE_NOOP("Generic", "Hz")));
+        sheet->writeString(row, 4, bp::cellText(QString::fromLatin1(channel.unit)));
+    }
+}
+
+void EDFToXLS::Job::writeNotes()
+{
+    QXlsx::Worksheet *sheet = addSheet(translated(kAnnotations));
+    int row = 1;
+    sheet->writeString(row, 1, translated(QT_TRANSLATE_NOOP("Generic", "Onset, sec")));
+    sheet->writeString(row, 2, translated(QT_TRANSLATE_NOOP("Generic", "Duration, sec")));
+    sheet->writeString(row, 3, translated(QT_TRANSLATE_NOOP("Generic", "Text")));
+    for (const bp::EdfNote &note : source.notes()) {
+        if (++row > kMaxRows) {
+            return;
+        }
+        sheet->writeNumeric(row, 1, inSeconds(note.onset));
+        if (note.duration >= 0) {
+            sheet->writeNumeric(row, 2, inSeconds(note.duration));
+        }
+        sheet->writeString(row, 3, bp::cellText(bp::EdfText::fromAnnotation(note.text.constData())).left(kCellText));
+    }
+}
+
+EDFToXLS::EDFToXLS(QObject *parent)
+    : FileConversion(parent)
+{
+}
+
+bool EDFToXLS::convert(const QString &source, const QString &target)
+{
+    begin(target);
+    return end(write(source, target));
+}
+
+QString EDFToXLS::write(const QString &source, const QString &target)
+{
+    Job job;
+    QString error;
+    if (!job.source.open(source, error) || !job.source.scan([this] { return isCancelled(); }, error)) {
+        return QStringLiteral("Cannot read %1: %2.").arg(source, error);
+    }
+    error = targetFault({source}, target);
+    qint64 cells = 3 * qint64{job.source.notes().size()};
+    QVector<int> rates;
+    for (int i = 0; i < job.source.facts().channels.size(); ++i) {
+        const int perRecord = job.source.facts().channels[i].samplesPerRecord;
+        const bool ownTimes = !rates.contains(perRecord);
+        rates << perRecord;
+        cells += job.source.sampleCount(i) * (ownTimes ? 2 : 1);
+    }
+    if (error.isEmpty() && cells > kMaxCells) {
+        return QStringLiteral("%1 is too large for a spreadsheet; crop it or choose channels first.").arg(source);
+    }
+    if (!error.isEmpty()) {
+        return error;
+    }
+    job.writeInformation(source);
+    error = writeSamples(job);
+    job.writeNotes();
+    QSaveFile file(target);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    if (!error.isEmpty() || isCancelled()) {
+        return error.isEmpty() ? QStringLiteral("cancelled") : error;
+    }
+    if (!job.document.saveAs(&buffer) || isCancelled()) {
+        return QStringLiteral("Cannot make a spreadsheet of %1.").arg(source);
+    }
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
+        return QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString());
+    }
+    return QString();
+}
+
+QString EDFToXLS::writeSamples(Job &job)
+{
+    const QVector<bp::EdfChannelFacts> &all = job.source.facts().channels;
+    QVector<QVector<int>> groups; // of one rate, in the order of their first channels
+    for (int i = 0; i < all.size(); ++i) {
+        int group = 0;
+        while (group < groups.size() && !(all[groups[group].constFirst()].rate == all[i].rate)) {
+            ++group;
+        }
+        if (group == groups.size()) {
+            groups << QVector<int>();
+        }
+        groups[group] << i;
+    }
+    job.total = job.source.records() * groups.size();
+    for (const QVector<int> &group : qAsConst(groups)) {
+        const QString rate = QString::number(all[group.constFirst()].rate.value(), 'g', 6);
+        const QString name = translated(kData)
+            + (groups.size() > 1 ? QStringLiteral(" %1 %2").arg(rate, translated(QT_TRANSLATE_NOOP("Generic", "Hz")))
+                                 : QString());
+        const QString error = writeRate(job, group, name);
+        if (!error.isEmpty() || isCancelled()) {
+            return error;
+        }
+    }
+    return QString();
+}
+
+QString EDFToXLS::writeRate(Job &job, const QVector<int> &channels, const QString &name)
+{
+    const QVector<bp::EdfChannelFacts> &facts = job.source.facts().channels;
+    const int perRecord = facts[channels.constFirst()].samplesPerRecord;
+    std::vector<std::vector<qint32>> samples(static_cast<std::size_t>(channels.size()));
+    QXlsx::Worksheet *sheet = nullptr;
+    int row = m_rowsPerSheet;
+    int number = 0;
+    QString error;
+    for (qint64 record = 0; record < job.source.records() && !isCancelled(); ++record) {
+        job.source.hold(record, record);
+        for (int c = 0; c < channels.size(); ++c) {
+            auto &block = samples[static_cast<std::size_t>(c)];
+            block.resize(static_cast<std::size_t>(perRecord));
+            if (!job.source.read(channels[c], record * perRecord, perRecord, block.data(), error)) {
+                return QStringLiteral("Cannot read the recording: %1.").arg(error);
+            }
+        }
+        for (int k = 0; k < perRecord; ++k) {
+            if (row >= m_rowsPerSheet) {
+                sheet = job.addSheet(++number == 1 ? name : QStringLiteral("%1 (%2)").arg(name).arg(number));
+                row = 1;
+                sheet->writeString(row, 1, translated(QT_TRANSLATE_NOOP("Generic", "Time, sec")));
+                for (int c = 0; c < channels.size(); ++c) {
+                    sheet->writeString(row, c + 2, bp::cellText(caption(facts[channels[c]])));
+                }
+            }
+            const double inRecord = k * inSeconds(job.source.recordTicks()) / perRecord;
+            sheet->writeNumeric(++row, 1, tidy(inSeconds(job.source.recordOnset(record)) + inRecord));
+            for (int c = 0; c < channels.size(); ++c) {
+                const qint32 digital = samples[static_cast<std::size_t>(c)][static_cast<std::size_t>(k)];
+                sheet->writeNumeric(row, c + 2, tidy(facts[channels[c]].physical(digital)));
+            }
+        }
+        report(++job.done, job.total);
+    }
+    return QString();
+}

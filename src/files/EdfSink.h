@@ -1,0 +1,62 @@
+#pragma once
+
+#include "files/EdfFacts.h"
+
+#include <QSaveFile>
+#include <QString>
+
+#include <memory>
+#include <vector>
+
+namespace bp {
+
+/// How the samples of a file fall into records.
+///
+/// A step is the shortest time in which every channel has a whole number of samples. A record is a whole number of
+/// steps, and its duration a decimal number that the header can hold exactly.
+struct EdfRecordPlan
+{
+    qint64 stepsPerRecord = 0; ///< 0: there is no plan
+    qint64 records = 0;
+    qint64 durationTicks = 0;
+
+    /// The step of channels with these rates; {0, 1} when there is none of reasonable length.
+    static Ratio commonStep(const QVector<Ratio> &rates);
+    /// Records for a number of steps, or for as few more as it takes where it has no suitable divisor.
+    /// @param bytesPerStep   of all channels
+    /// @param preferredTicks record duration to take when it fits
+    static EdfRecordPlan make(Ratio step, qint64 steps, qint64 bytesPerStep, qint64 preferredTicks);
+};
+
+/// Writes an EDF(+) or BDF(+) file, record by record, with whatever limits, rates and annotations it is given. Under
+/// its name there is nothing new before commit(), and everything afterwards.
+class EdfSink
+{
+public:
+    /// @param facts samplesPerRecord are those of the records to be written
+    /// @param notes sorted by onset; a file with notes becomes EDF+ or BDF+
+    bool open(const QString &path, const EdfFacts &facts, const EdfRecordPlan &plan, const QVector<EdfNote> &notes,
+              QString &error);
+    /// @param samples samplesPerRecord values of each channel, channel after channel
+    bool writeRecord(const std::vector<qint32> &samples, QString &error);
+    bool commit(QString &error);
+    int samplesPerRecord() const { return m_samples; }
+
+private:
+    QByteArray header() const;
+    void sizeNoteBlock();
+    qint64 placeNotes(qint64 record, qint64 next, QByteArray *block) const;
+    QByteArray timekeeping(qint64 record) const;
+
+    std::unique_ptr<QSaveFile> m_file;
+    EdfFacts m_facts;
+    EdfRecordPlan m_plan;
+    QVector<EdfNote> m_notes;
+    int m_samples = 0; ///< of all channels in a record
+    int m_noteBytes = 0; ///< size of the annotation signal in a record; 0: none
+    qint64 m_record = 0;
+    qint64 m_nextNote = 0;
+    QByteArray m_buffer;
+};
+
+} // namespace bp

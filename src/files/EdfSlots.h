@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+
+class QFile;
+
+namespace bp {
+
+struct EdfLayout;
+
+/// The room for annotations in the records of a file of ours: one slot per record and annotation signal.
+class EdfSlots
+{
+public:
+    /// An annotation as it stands in a file.
+    /// @param onset    0.1 ms
+    /// @param duration 0.1 ms; negative: none
+    /// @param text     as EdfText::annotation()
+    static QByteArray list(long long onset, long long duration, const QByteArray &text);
+    /// Writes annotations over those of a file, in the order in which EDFlib fills its slots: one each, or several when
+    /// there are more annotations than slots. The file does not grow, so that this works on a full disk.
+    /// @return how many found room; −1 when the file cannot be written
+    static int write(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists);
+};
+
+} // namespace bp
