@@ -512,7 +512,7 @@ void TestLearning::failedTrainingIsReported()
     QSignalSpy passed(bench.model.get(), &SolverModel::PassedThrough);
     bench.model->setChannelsCount(1);
     bench.send({1, 2});
-    QCOMPARE(trace.count(QStringLiteral("FakeProcessor::passThrough code: 7")), 1);
+    QCOMPARE(trace.count(QStringLiteral("FakeProcessor::passThrough code: 0007")), 1);
     QCOMPARE(passed.count(), 0);
 }
 
