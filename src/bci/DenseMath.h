@@ -43,9 +43,9 @@ struct EigenSystem
 };
 /// Of a symmetric matrix, whose lower triangle is read. Empty when it isn't finite.
 EigenSystem decompose(const DenseMatrix &symmetric);
-/// Of the covariance (divisor n − 1) of the rows of a well-formed matrix: as many values as columns. Directions in which
-/// the rows don't vary have the value 0; of fewer rows than columns, only as many vectors as rows are given, as the
-/// others would take a decomposition of the size of the columns.
+/// Of the covariance (divisor n − 1) of the rows of a well-formed matrix: as many values as columns. Directions in
+/// which the rows don't vary have the value 0; of fewer rows than columns, only as many vectors as rows are given, as
+/// the others would take a decomposition of the size of the columns.
 EigenSystem principalAxes(const Rows &rows);
 
 } // namespace bp

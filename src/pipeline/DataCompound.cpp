@@ -140,10 +140,12 @@ void DataCompound::stopThread()
 
 bool DataCompound::waitForThread()
 {
-    for (int attempt = 0; attempt < kPollAttempts; ++attempt) {
+    int attempts = 0;
+    while (attempts < kPollAttempts) {
         if (m_thread->wait(kPollMs)) {
             return true;
         }
+        attempts += m_reader->isClosingFiles() ? 0 : 1; // what was recorded is worth any time
     }
     return !m_thread->isRunning();
 }

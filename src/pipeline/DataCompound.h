@@ -29,7 +29,8 @@ class BIOPROCESSING_EXPORT DataCompound : public QObject
 public:
     /// @param device borrowed; it must outlive this object or the next setNewAmplifier()
     DataCompound(Amplifier *device, QSharedPointer<Montage> montage, QObject *parent = nullptr);
-    /// Stops the thread (five seconds at most, then it is terminated) and closes a recording.
+    /// Stops the thread and closes a recording. A thread that does not end within five seconds is terminated; the time
+    /// that files take to be closed does not count.
     ~DataCompound() override;
 
     /// Takes a device and a montage. Another montage of the same device is taken up while acquiring; with another

@@ -512,7 +512,9 @@ void DataReader::closeRecording()
     m_edfWriter->resetStartTime();
     m_edfWriter->clearShift();
     if (m_edfWriter->isFileOpened()) {
+        m_closingFiles.store(true);
         m_edfWriter->close();
+        m_closingFiles.store(false);
     }
     emit endWritingAndCloseFile();
 }
@@ -520,7 +522,10 @@ void DataReader::closeRecording()
 void DataReader::applyRhythmWriting(bool on, const QString &path)
 {
     if (!on) {
-        if (!m_rhythmWriter->stopWrite()) {
+        m_closingFiles.store(true);
+        const bool isSaved = m_rhythmWriter->stopWrite();
+        m_closingFiles.store(false);
+        if (!isSaved) {
             emit recordError(m_rhythmWriter->lastError());
         }
         return;

@@ -55,6 +55,8 @@ public:
     bool isThreadRunning() const;
     /// Whether an EDF recording is wanted: true from the request on, false again when the file could not be opened.
     bool isRecording() const;
+    /// Whether files are being written to their end, which takes seconds after a long recording. Any thread.
+    bool isClosingFiles() const { return m_closingFiles.load(); }
 
     /// Path of the next EDF file; the owner's thread only.
     void setRecordPath(const QString &path);
@@ -153,6 +155,7 @@ private:
     // Set from any thread.
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_looping{false}; ///< the last thing that run() writes
+    std::atomic<bool> m_closingFiles{false};
     std::atomic<bool> m_writeEdf{false};
     std::atomic<qint64> m_writeStateMs;
 
