@@ -1,0 +1,31 @@
+#pragma once
+
+#include "bci/Preprocessor.h"
+#include "bci/WindowFilter.h"
+
+/// What the preprocessors of muscle envelopes share: a second-order Butterworth low-pass and its cut-off.
+///
+/// A cut-off that the rate does not allow is traced once and gives rectified rows. Allocates only when the shape of the
+/// window, the rate or the cut-off changes.
+class BIOPROCESSING_EXPORT EMGEnvelopePreprocessor : public Preprocessor
+{
+    Q_OBJECT
+public:
+    QJsonObject model() const override;
+    bool setModel(const QJsonObject &model, QString &reason) override;
+
+protected:
+    /// @param cutOff  Hz
+    EMGEnvelopePreprocessor(int cutOff, QObject *parent);
+
+    /// Whether the filter stands; without, rows stay as they are.
+    bool prepareFilter();
+
+    int m_cutOff;
+    bp::WindowFilter m_filter;
+
+private:
+    QString kind() const;
+
+    int m_complainedFs = -1; ///< the rate for which the cut-off was refused last
+};
