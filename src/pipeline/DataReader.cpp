@@ -2,14 +2,12 @@
 
 #include "algorithms/AlgorithmManager.h"
 #include "algorithms/CustomAlgorithm.h"
-#include "base/TextHelper.h"
 #include "devices/Amplifier.h"
 #include "devices/AmplifierChannel.h"
-#include "files/EDFWriter.h"
-#include "files/XLSWriter.h"
 #include "filters/ChannelFilterBank.h"
 #include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
+#include "pipeline/BlockRecorder.h"
 #include "pipeline/MontageMix.h"
 #include "pipeline/StreamOutlets.h"
 #include "pipeline/TaskQueue.h"
@@ -48,8 +46,7 @@ DataReader::DataReader(QObject *parent)
     : QObject(parent)
     , m_writeStateMs(kDefaultWriteStateMs)
     , m_tasks(std::make_unique<bp::TaskQueue>())
-    , m_edfWriter(std::make_unique<EDFWriter>())
-    , m_rhythmWriter(new XLSWriter(this))
+    , m_recorder(new bp::BlockRecorder(this))
     , m_algorithms(new AlgorithmManager(this))
     , m_outlets(std::make_unique<bp::StreamOutlets>())
     , m_table(std::make_unique<bp::MontageTable>())
@@ -58,6 +55,11 @@ DataReader::DataReader(QObject *parent)
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::DataReader");
     bp::registerMetaTypes();
+    // Direct: whoever holds the floor, on whatever thread, speaks for the reader.
+    connect(m_recorder, &bp::BlockRecorder::endWritingAndCloseFile, this, &DataReader::endWritingAndCloseFile,
+            Qt::DirectConnection);
+    connect(m_recorder, &bp::BlockRecorder::annotationLabel, this, &DataReader::annotationLabel, Qt::DirectConnection);
+    connect(m_recorder, &bp::BlockRecorder::recordError, this, &DataReader::recordError, Qt::DirectConnection);
 }
 
 DataReader::~DataReader()
@@ -66,8 +68,6 @@ DataReader::~DataReader()
     if (m_looping.load()) {
         BPCommon::log(BPCommon::LogReader, "DataReader::~DataReader the loop was cut off");
     }
-    BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
-    m_edfWriter.reset();
 }
 
 void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> &montage)
@@ -89,6 +89,11 @@ bool DataReader::isRecording() const
     return m_writeEdf.load();
 }
 
+bool DataReader::isClosingFiles() const
+{
+    return m_recorder->isClosingFiles();
+}
+
 void DataReader::setRecordPath(const QString &path)
 {
     m_recordPath = path;
@@ -101,10 +106,7 @@ QString DataReader::getRecordPath() const
 
 void DataReader::setPatientInfo(const PatientInfo &patient)
 {
-    m_tasks->post([this, patient] {
-        m_patient = patient;
-        m_edfWriter->setPatientInfo(patient);
-    });
+    m_tasks->post([this, patient] { m_recorder->setPatientInfo(patient); });
 }
 
 void DataReader::setWriteStateTime(int seconds)
@@ -121,7 +123,7 @@ void DataReader::setWriteDataFlag(bool edf, bool rhythm)
 
 void DataReader::setWriteRhythmData(bool on)
 {
-    m_tasks->post([this, on, path = m_recordPath] { applyRhythmWriting(on, path); });
+    m_tasks->post([this, on, path = m_recordPath] { m_recorder->applyRhythms(on, path, m_algorithms); });
 }
 
 void DataReader::addLSLStreamParams(const QString &streamName, bool synchro, const QString &syncStreamName)
@@ -134,21 +136,17 @@ void DataReader::addLSLStreamParams(const QString &streamName, bool synchro, con
 void DataReader::setCurrentState(unsigned char state)
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::setCurrentState Current state %i", state);
-    m_tasks->post([this, state, at = nowMs()] {
-        if (m_recordingEdf) {
-            m_edfWriter->addAnnotationAt(std::max<qint64>(0, at - m_edfStartMs), QString::number(state));
-        }
-    });
+    m_tasks->post([this, state, at = nowMs()] { m_recorder->writeState(state, at); });
 }
 
 void DataReader::slotSetLabelToEdf(const QString &label)
 {
-    m_tasks->post([this, label, at = nowMs()] { annotate(label, std::max<qint64>(0, at - m_edfStartMs)); });
+    m_tasks->post([this, label, at = nowMs()] { m_recorder->annotate(label, at); });
 }
 
 void DataReader::setLabelToEdfAt(const QString &label, qint64 elapsedMs)
 {
-    m_tasks->post([this, label, elapsedMs] { annotate(label, std::max<qint64>(0, elapsedMs)); });
+    m_tasks->post([this, label, elapsedMs] { m_recorder->annotateAt(label, elapsedMs); });
 }
 
 void DataReader::setAlgorithmClass(CustomAlgorithm *algorithm)
@@ -194,7 +192,7 @@ void DataReader::runningThread(bool running)
         // What is still asked for from the run before ends here and not in run(), so that a recording which is asked
         // for between the start of the thread and its first block is not lost. A file that is open stays open.
         m_writeEdf.store(false);
-        m_tasks->post([this] { m_recordingEdf = m_recordingRhythm = m_timing = false; });
+        m_tasks->post([this] { m_recorder->forgetWishes(); });
     }
     m_running.store(running);
     emit runningChanged(running);
@@ -220,16 +218,15 @@ void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montag
 
 void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
 {
-    if (!m_edfWriter->isFileOpened()
+    if (!m_recorder->isFileOpened()
         || (static_cast<int>(m_table->size()) == channels
             && static_cast<int>(m_frequency) == static_cast<int>(frequency))) {
         return;
     }
-    closeRecording();
-    m_recordingEdf = false;
+    m_blockHandler = &DataReader::acceptReadDataWFree;
     m_writeEdf.store(false);
-    m_timing = m_recordingRhythm;
-    emit recordError(QStringLiteral("The recording was closed: the new montage has other channels or another rate."));
+    m_recorder->abandonEdf(
+        QStringLiteral("The recording was closed: the new montage has other channels or another rate."));
 }
 
 void DataReader::resizeWorkBuffers()
@@ -319,7 +316,7 @@ void DataReader::run()
             (this->*m_blockHandler)();
             pushDataToLSL();
             const int algorithmMs = m_algorithms->processData(m_samples, m_unfiltered, m_filtered);
-            m_rhythmWriter->poll();
+            m_recorder->poll();
             sleepUntilNextPoll(algorithmMs);
             keepRecordingTime();
         }
@@ -350,9 +347,6 @@ bool DataReader::startDevice()
 int DataReader::readBlock(int &remainder)
 {
     m_samples = 0;
-    if (m_timing) {
-        m_elapsedMs = nowMs() - m_startMs;
-    }
     int samples = m_device->readData(static_cast<int>(m_raw.size()), m_raw.data(), remainder);
     const auto channels = static_cast<std::size_t>(std::max(0, m_info.channels()));
     if (samples >= 0 && remainder > 0) {
@@ -440,10 +434,7 @@ void DataReader::publishBlock()
 
 void DataReader::recordBlock()
 {
-    if (!m_edfWriter->writeData(m_samples, m_filtered.data()) && !m_writeFailed) {
-        m_writeFailed = true;
-        emit recordError(m_edfWriter->lastError());
-    }
+    m_recorder->record(m_samples, m_filtered.data());
 }
 
 void DataReader::pushDataToLSL()
@@ -459,12 +450,12 @@ void DataReader::sleepUntilNextPoll(int algorithmMs)
 
 void DataReader::keepRecordingTime()
 {
-    m_elapsedMs = m_timing ? nowMs() - m_startMs : 0;
-    if (m_elapsedMs > 0) {
-        emit currentTime(m_elapsedMs);
+    const qint64 elapsed = m_recorder->elapsed();
+    if (elapsed > 0) {
+        emit currentTime(elapsed);
     }
     const qint64 limit = m_writeStateMs.load();
-    if (m_timing && limit >= 1 && m_elapsedMs >= limit) {
+    if (m_recorder->isTiming() && limit >= 1 && elapsed >= limit) {
         BPCommon::log(BPCommon::LogReader, "DataReader::setWriteDataFlag %i", 0);
         m_writeEdf.store(false);
         applyWriteFlags(false, false, QString());
@@ -473,88 +464,11 @@ void DataReader::keepRecordingTime()
 
 void DataReader::applyWriteFlags(bool edf, bool rhythm, const QString &path)
 {
-    if (edf != m_recordingEdf) {
-        m_recordingEdf = edf && makeEDFFileReader(path);
-        if (m_recordingEdf) {
-            m_blockHandler = &DataReader::acceptReadDataAll;
-        } else {
-            closeRecording();
-        }
+    const bool wasWanted = m_recorder->isEdfWanted();
+    m_recorder->apply(edf, rhythm, path, {m_montage, static_cast<int>(m_frequency), m_algorithms});
+    const bool isWanted = m_recorder->isEdfWanted();
+    if (edf != wasWanted) {
+        m_blockHandler = isWanted ? &DataReader::acceptReadDataAll : &DataReader::acceptReadDataWFree;
     }
-    m_writeEdf.store(m_recordingEdf);
-    if (rhythm != m_recordingRhythm) {
-        m_recordingRhythm = rhythm;
-        applyRhythmWriting(rhythm, path);
-    }
-    m_timing = m_recordingEdf || m_recordingRhythm;
-    m_elapsedMs = 0;
-    m_startMs = nowMs();
-}
-
-bool DataReader::makeEDFFileReader(const QString &path)
-{
-    m_writeFailed = false;
-    if (!m_edfWriter->prepareWriter(path, m_montage, static_cast<int>(m_frequency))) {
-        emit recordError(m_edfWriter->lastError());
-        return false;
-    }
-    m_edfWriter->takeStartTime();
-    m_edfStartMs = nowMs();
-    if (m_patient) {
-        m_edfWriter->setPatientInfo(*m_patient);
-    }
-    return true;
-}
-
-void DataReader::closeRecording()
-{
-    m_blockHandler = &DataReader::acceptReadDataWFree;
-    m_edfWriter->resetStartTime();
-    m_edfWriter->clearShift();
-    if (m_edfWriter->isFileOpened()) {
-        m_closingFiles.store(true);
-        m_edfWriter->close();
-        m_closingFiles.store(false);
-    }
-    emit endWritingAndCloseFile();
-}
-
-void DataReader::applyRhythmWriting(bool on, const QString &path)
-{
-    if (!on) {
-        m_closingFiles.store(true);
-        const bool isSaved = m_rhythmWriter->stopWrite();
-        m_closingFiles.store(false);
-        if (!isSaved) {
-            emit recordError(m_rhythmWriter->lastError());
-        }
-        return;
-    }
-    if (m_rhythmWriter->isRunning()) {
-        return;
-    }
-    connectRhythms();
-    m_rhythmWriter->setPath(path);
-    m_rhythmWriter->startWrite();
-}
-
-void DataReader::connectRhythms()
-{
-    std::vector<UnitParams> params;
-    for (const char *name : {"SpectrumNorm", "Math"}) {
-        for (CustomAlgorithm *algorithm : m_algorithms->findAlgorithms(QString::fromLatin1(name))) {
-            disconnect(algorithm, &CustomAlgorithm::getData, m_rhythmWriter, &XLSWriter::addData);
-            connect(algorithm, &CustomAlgorithm::getData, m_rhythmWriter, &XLSWriter::addData);
-            algorithm->getAlgorithmParams(params.emplace_back());
-        }
-    }
-    m_rhythmWriter->setParamList(params);
-}
-
-void DataReader::annotate(const QString &label, qint64 elapsedMs)
-{
-    const auto written = m_edfWriter->addAnnotationAt(elapsedMs, label);
-    emit annotationLabel(written.first ? TextHelper::TimeToText(static_cast<double>(written.second) / 1000.0, true)
-                                       : QStringLiteral("-"),
-                         label);
+    m_writeEdf.store(isWanted);
 }

@@ -12,17 +12,15 @@
 
 #include <atomic>
 #include <memory>
-#include <optional>
 
 class AlgorithmManager;
 class Amplifier;
 class CustomAlgorithm;
-class EDFWriter;
 class Montage;
 class UnitParams;
-class XLSWriter;
 
 namespace bp {
+class BlockRecorder;
 class ChannelFilterBank;
 class StreamOutlets;
 class TaskQueue;
@@ -56,7 +54,7 @@ public:
     /// Whether an EDF recording is wanted: true from the request on, false again when the file could not be opened.
     bool isRecording() const;
     /// Whether files are being written to their end, which takes seconds after a long recording. Any thread.
-    bool isClosingFiles() const { return m_closingFiles.load(); }
+    bool isClosingFiles() const;
 
     /// Path of the next EDF file; the owner's thread only.
     void setRecordPath(const QString &path);
@@ -146,16 +144,10 @@ private:
     void pushDataToLSL();
 
     void applyWriteFlags(bool edf, bool rhythm, const QString &path);
-    bool makeEDFFileReader(const QString &path);
-    void closeRecording();
-    void annotate(const QString &label, qint64 elapsedMs);
-    void applyRhythmWriting(bool on, const QString &path);
-    void connectRhythms();
 
     // Set from any thread.
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_looping{false}; ///< the last thing that run() writes
-    std::atomic<bool> m_closingFiles{false};
     std::atomic<bool> m_writeEdf{false};
     std::atomic<qint64> m_writeStateMs;
 
@@ -164,16 +156,7 @@ private:
 
     // Everything below belongs to whoever holds the floor of m_tasks: the loop, or a task while no loop runs.
     std::unique_ptr<bp::TaskQueue> m_tasks;
-    bool m_recordingEdf = false;
-    bool m_recordingRhythm = false;
-    bool m_timing = false;
-    bool m_writeFailed = false;
-    qint64 m_startMs = 0; ///< start of the recording's clock, ms since the epoch
-    qint64 m_edfStartMs = 0; ///< start of the EDF file, from which labels count
-    qint64 m_elapsedMs = 0;
-    std::optional<PatientInfo> m_patient;
-    std::unique_ptr<EDFWriter> m_edfWriter;
-    XLSWriter *m_rhythmWriter; ///< owned; a QObject child, so that it follows the reader to its thread
+    bp::BlockRecorder *m_recorder; ///< owned; a QObject child, so that it follows the reader to its thread
     AlgorithmManager *m_algorithms; ///< as above
     std::unique_ptr<bp::StreamOutlets> m_outlets;
 
