@@ -33,6 +33,7 @@ constexpr int kReadWaitMs = 5;
 /// What a client has sent beyond this before it is read stays in the system's buffers.
 constexpr qint64 kMaxRequestBytes = qint64{4} * 1024 * 1024;
 constexpr float kBufferSeconds = 60.0f;
+constexpr float kUnknownRate = 1000.0f; ///< Hz, of a device that does not tell
 constexpr int kMaxClosingClients = 64;
 
 /// The handlers that ask the server for something carry what belongs to it.
@@ -200,17 +201,26 @@ void DataServer::setTcpTextFlag(bool enabled)
 
 void DataServer::resetAllBuffers()
 {
-    const float rate = m_state.currentDevice.getCurrentFreqValue();
-    m_samples.reset(channelsOf(m_state), static_cast<std::size_t>(std::max(0.0f, rate) * kBufferSeconds));
+    resetSamples();
     m_last = LastValues();
+}
+
+void DataServer::resetSamples()
+{
+    const float rate = m_state.currentDevice.getCurrentFreqValue();
+    m_samples.reset(channelsOf(m_state),
+                    static_cast<std::size_t>((rate > 0.0f ? rate : kUnknownRate) * kBufferSeconds));
 }
 
 void DataServer::appendNewData(int count, const float *samples)
 {
-    if (!m_state.clientActive || count <= 0 || samples == nullptr || m_samples.channelCount() == 0) {
+    if (!m_state.clientActive || count <= 0 || samples == nullptr || channelsOf(m_state) == 0) {
         return;
     }
     BPCommon::log(kLog, "DataServer::appendNewData %i", count);
+    if (m_samples.channelCount() != channelsOf(m_state)) {
+        resetSamples(); // the host has put another montage into the state by itself
+    }
     m_samples.append(static_cast<std::size_t>(count) / m_samples.channelCount(), samples);
 }
 

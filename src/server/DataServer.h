@@ -109,6 +109,7 @@ private:
     void construct(const QHostAddress &address, quint16 port);
     void prepeareTcpServer(const QHostAddress &address, quint16 port);
     void setAllProcess();
+    void resetSamples();
     QString tryReadData();
     static QString requestLine(const QString &text);
     QByteArray dispatch(const QString &text, QTcpSocket *client);
