@@ -1,5 +1,6 @@
 #include "AcquireSession.h"
 #include "AlgorithmChoice.h"
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "DeviceFinder.h"
@@ -248,16 +249,5 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
 
 int runAcquire(const QStringList &arguments)
 {
-    QCommandLineParser parser;
-    addOptions(parser);
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
-    }
-    try {
-        return acquire(parser);
-    } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        return refusal.status;
-    }
+    return runCommand(arguments, addOptions, acquire);
 }

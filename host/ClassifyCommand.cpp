@@ -1,3 +1,4 @@
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "DeviceFinder.h"
@@ -179,29 +180,23 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
     return Console::Success;
 }
 
+Console::ExitStatus classifyWhat(const QCommandLineParser &parser)
+{
+    const bool isLive = parser.isSet(QStringLiteral("device"));
+    if (!parser.isSet(QStringLiteral("model")) || parser.positionalArguments().size() != (isLive ? 0 : 1)) {
+        refuseUsage(QStringLiteral("Say what to classify, and with what: --model MODEL FILE, or --device NAME."));
+    }
+    bp::ModelFile model;
+    QString reason;
+    if (!model.read(parser.value(QStringLiteral("model")), reason)) {
+        refuse(reason);
+    }
+    return isLive ? classifyDevice(parser, std::move(model)) : classifyFile(parser, model);
+}
+
 } // namespace
 
 int runClassify(const QStringList &arguments)
 {
-    QCommandLineParser parser;
-    addOptions(parser);
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
-    }
-    try {
-        const bool isLive = parser.isSet(QStringLiteral("device"));
-        if (!parser.isSet(QStringLiteral("model")) || parser.positionalArguments().size() != (isLive ? 0 : 1)) {
-            refuseUsage(QStringLiteral("Say what to classify, and with what: --model MODEL FILE, or --device NAME."));
-        }
-        bp::ModelFile model;
-        QString reason;
-        if (!model.read(parser.value(QStringLiteral("model")), reason)) {
-            refuse(reason);
-        }
-        return isLive ? classifyDevice(parser, std::move(model)) : classifyFile(parser, model);
-    } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        return refusal.status;
-    }
+    return runCommand(arguments, addOptions, classifyWhat);
 }

@@ -1,3 +1,4 @@
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "Refusal.h"
@@ -64,11 +65,8 @@ Console::ExitStatus show(const HalvinRespPacket &answer)
     return Console::Failure;
 }
 
-} // namespace
-
-int runRequest(const QStringList &arguments)
+void addOptions(QCommandLineParser &parser)
 {
-    QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Sends one command to a running service and prints its answer."));
     parser.addPositionalArgument(QStringLiteral("COMMAND"),
                                  QStringLiteral("the command word, \"getinfo\" or \"writestatefile/3\" for example"));
@@ -78,30 +76,31 @@ int runRequest(const QStringList &arguments)
                       QStringLiteral("127.0.0.1")});
     parser.addOption(
         {QStringLiteral("port"), QStringLiteral("port of the service"), QStringLiteral("N"), QStringLiteral("336")});
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
-    }
+}
+
+Console::ExitStatus request(const QCommandLineParser &parser)
+{
     const QStringList words = parser.positionalArguments();
     if (words.isEmpty() || words.size() > 2) {
-        Console::error(QStringLiteral("Say what to ask: bioprocessing request COMMAND [JSON]."));
-        return Console::WrongUsage;
+        refuseUsage(QStringLiteral("Say what to ask: bioprocessing request COMMAND [JSON]."));
     }
-    try {
-        const QString address = parser.value(QStringLiteral("address"));
-        const quint16 port = portFrom(parser.value(QStringLiteral("port")));
-        if (words.size() == 2) {
-            checkBody(words[1]);
-        }
-        const HalvinRespPacket answer = ask(address, port, words[0], words.value(1));
-        if (answer.getResponse().isEmpty()) {
-            refuse(QStringLiteral("No answer from %1 port %2: is \"bioprocessing serve\" running there?")
-                       .arg(address)
-                       .arg(port));
-        }
-        return show(answer);
-    } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        return refusal.status;
+    const QString address = parser.value(QStringLiteral("address"));
+    const quint16 port = portFrom(parser.value(QStringLiteral("port")));
+    if (words.size() == 2) {
+        checkBody(words[1]);
     }
+    const HalvinRespPacket answer = ask(address, port, words[0], words.value(1));
+    if (answer.getResponse().isEmpty()) {
+        refuse(QStringLiteral("No answer from %1 port %2: is \"bioprocessing serve\" running there?")
+                   .arg(address)
+                   .arg(port));
+    }
+    return show(answer);
+}
+
+} // namespace
+
+int runRequest(const QStringList &arguments)
+{
+    return runCommand(arguments, addOptions, request);
 }

@@ -1,3 +1,4 @@
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "Refusal.h"
@@ -228,16 +229,5 @@ Console::ExitStatus train(const QCommandLineParser &parser)
 
 int runTrain(const QStringList &arguments)
 {
-    QCommandLineParser parser;
-    addOptions(parser);
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
-    }
-    try {
-        return train(parser);
-    } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        return refusal.status;
-    }
+    return runCommand(arguments, addOptions, train);
 }
