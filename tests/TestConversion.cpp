@@ -11,6 +11,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
 #include <xlsxdocument.h>
@@ -163,6 +164,7 @@ private slots:
     void refusesInOneSentence_data();
     void refusesInOneSentence();
     void leavesNothingWhenCancelled();
+    void cancelsWhatHasNotBegun();
     void exportsToSheets();
     void showsProgress();
 
@@ -413,6 +415,28 @@ void TestConversion::leavesNothingWhenCancelled()
     QVERIFY(!converter.crop(path("in"), path("out"), 0.0, -1.0));
     QVERIFY(converter.lastError().startsWith(QLatin1String("Cancelled")));
     QCOMPARE(QDir(m_folder->path()).entryList(QDir::Files), QStringList{QStringLiteral("in")});
+}
+
+/// The worker thread takes up what was asked for when everything is over already.
+void TestConversion::cancelsWhatHasNotBegun()
+{
+    writeEdf(path("in"), "1", {{"A", 10, kLimits, numbers(4000)}});
+    QThread worker;
+    EDFConverter converter;
+    converter.moveToThread(&worker);
+    QSignalSpy finished(&converter, &EDFConverter::finished);
+    const auto ask = [&] {
+        QMetaObject::invokeMethod(&converter, [&] { converter.crop(path("in"), path("out"), 0.0, -1.0); });
+    };
+    ask();
+    converter.cancel();
+    ask();
+    worker.start();
+    QTRY_COMPARE(finished.size(), 2);
+    worker.quit();
+    QVERIFY(worker.wait());
+    QVERIFY2(finished[0][1].toString().startsWith(QLatin1String("Cancelled")), qPrintable(finished[0][1].toString()));
+    QVERIFY2(finished[1][0].toBool(), qPrintable(finished[1][1].toString())); // only one was cancelled
 }
 
 void TestConversion::exportsToSheets()

@@ -51,11 +51,6 @@ bool isNear(double value, double expected)
     return std::fabs(value - expected) <= kStep;
 }
 
-QByteArray changed(QByteArray bytes, int at, const QByteArray &field)
-{
-    return bytes.replace(at, field.size(), field);
-}
-
 } // namespace
 
 class TestFiles : public QObject
@@ -485,11 +480,13 @@ void TestFiles::readerMendsHeaders()
     };
     const QByteArray sound = record();
     const int count = sound.mid(252, 4).trimmed().toInt(); // of signals, two of them with samples
-    mends(changed(sound, 236, "-1      "), "EDF+", "begin"); // not closed
-    mends(changed(sound, 236, "-1      ") + QByteArray(9, 'x'), "EDF+", "begin"); // nor its last record complete
-    mends(changed(sound, 256 + count * 16 + 2 * 80, "amp"), "EDF+", "begin"); // transducer of annotations
-    mends(changed(sound, 256 + count * 136 + 5 * 80, "HP:0Hz"), "EDF+", "begin"); // their prefilter
-    mends(changed(HandmadeEdf{{{"ECG", "mV", 20}}}.make(), 192, "EDF+C"), "EDF", ""); // no annotation signal
+    mends(HandmadeEdf::changed(sound, 236, "-1      "), "EDF+", "begin"); // not closed
+    mends(HandmadeEdf::changed(sound, 236, "-1      ") + QByteArray(9, 'x'), "EDF+",
+          "begin"); // nor its last record complete
+    mends(HandmadeEdf::changed(sound, 256 + count * 16 + 2 * 80, "amp"), "EDF+", "begin"); // transducer of annotations
+    mends(HandmadeEdf::changed(sound, 256 + count * 136 + 5 * 80, "HP:0Hz"), "EDF+", "begin"); // their prefilter
+    mends(HandmadeEdf::changed(HandmadeEdf{{{"ECG", "mV", 20}}}.make(), 192, "EDF+C"), "EDF",
+          ""); // no annotation signal
 }
 
 void TestFiles::readerRefusesFiles()
@@ -514,7 +511,7 @@ void TestFiles::readerRefusesFiles()
     const QByteArray webPage = QByteArray("<!DOCTYPE html><html><body>").repeated(60);
     for (const QByteArray &bytes :
          {sound.left(512), sound.left(sound.size() - 3), QByteArray(sound + 'x'), webPage, QByteArray(2000, '\0'),
-          changed(sound, 236, "99999999"), changed(sound, 168, "99.99.99")}) {
+          HandmadeEdf::changed(sound, 236, "99999999"), HandmadeEdf::changed(sound, 168, "99.99.99")}) {
         refuses(bytes, kFormatError, "format errors");
     }
 }

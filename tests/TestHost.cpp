@@ -1,11 +1,9 @@
+#include "support/HostProgram.h"
 #include "support/TestMain.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtEndian>
 
@@ -13,35 +11,6 @@
 #include <cstdlib>
 
 namespace {
-
-struct Outcome
-{
-    int status;
-    QByteArray output;
-    QByteArray error;
-
-    QJsonObject json() const { return QJsonDocument::fromJson(output).object(); }
-};
-
-QString hostProgram()
-{
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/bioprocessing");
-}
-
-Outcome runHost(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(hostProgram(), arguments);
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit) {
-        return {-1, process.readAllStandardOutput(), process.errorString().toLocal8Bit()};
-    }
-    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-QStringList words(const char *line)
-{
-    return QString::fromUtf8(line).split(QLatin1Char(' '));
-}
 
 /// Everything behind the header, as 16-bit integers.
 QVector<qint16> samplesOf(const QString &path)

@@ -3,44 +3,16 @@
 #include "files/EDFWriter.h"
 #include "support/EdfParser.h"
 #include "support/HandmadeEdf.h"
+#include "support/HostProgram.h"
 #include "support/TestMain.h"
 
 #include <QDir>
-#include <QElapsedTimer>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTextCodec>
 
 #include <algorithm>
 
 namespace {
-
-struct Outcome
-{
-    int status;
-    QByteArray output;
-    QByteArray error;
-};
-
-QString hostProgram()
-{
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/bioprocessing");
-}
-
-Outcome runHost(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(hostProgram(), arguments);
-    if (!process.waitForFinished(60000)) {
-        return {-1, {}, process.errorString().toLocal8Bit()};
-    }
-    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-QByteArray changed(QByteArray bytes, int at, const QByteArray &field)
-{
-    return bytes.replace(at, field.size(), field);
-}
 
 QByteArrayList texts(const QString &path)
 {
@@ -324,7 +296,7 @@ void TestRescue::contradictingTimes()
     QVERIFY2(reader.lastError().contains(QStringLiteral("record 3")), qPrintable(reader.lastError()));
 
     // One that calls itself continuous is read as such, and says so.
-    HandmadeEdf::write(changed(file.make(), 192, "EDF+C"), path());
+    HandmadeEdf::write(HandmadeEdf::changed(file.make(), 192, "EDF+C"), path());
     QVERIFY2(reader.open(), qPrintable(reader.lastError()));
     QVERIFY(!reader.notice().isEmpty());
     QVERIFY(reader.gaps().isEmpty());
@@ -355,7 +327,7 @@ void TestRescue::oddHeaders()
     QFETCH(int, at);
     QFETCH(QByteArray, field);
     const HandmadeEdf sound{{{"EEG Cz"}}, 2, "1", {{"0.5", "here"}}};
-    const QByteArray bytes = changed(sound.make(), at, field);
+    const QByteArray bytes = HandmadeEdf::changed(sound.make(), at, field);
     EDFReader reader(HandmadeEdf::write(bytes, path()));
     QVERIFY2(reader.open(), qPrintable(reader.lastError()));
     QCOMPARE(reader.getPhysicalDimension(0), QStringLiteral("uV"));

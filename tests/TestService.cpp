@@ -1,3 +1,4 @@
+#include "support/HostProgram.h"
 #include "support/TestMain.h"
 
 #include "devices/AmplifierChannel.h"
@@ -30,11 +31,6 @@ struct Reply
     QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     QJsonArray array(const char *key) const { return json()[QLatin1String(key)].toArray(); }
 };
-
-QString hostProgram()
-{
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/bioprocessing");
-}
 
 /// A running service, and a client that speaks to it through plain sockets.
 class RunningService
@@ -611,11 +607,9 @@ void TestService::refusesToStart()
     if (!options.contains(QStringLiteral("--data"))) {
         options << QStringLiteral("--data") << path("own");
     }
-    QProcess process;
-    process.start(hostProgram(), QStringList{QStringLiteral("serve")} + options);
-    QVERIFY(process.waitForFinished(20000));
-    const QByteArray error = process.readAllStandardError();
-    QCOMPARE(process.exitCode(), status);
+    const Outcome outcome = runHost(QStringList{QStringLiteral("serve")} + options);
+    QCOMPARE(outcome.status, status);
+    const QByteArray &error = outcome.error;
     QVERIFY2(error.contains(fragment) && error.count('\n') == 1, error.constData());
 }
 

@@ -2,8 +2,8 @@
 
 #include "Refusal.h"
 #include "files/EDFReader.h"
+#include "files/TextTable.h"
 #include "filters/ButterworthFilter.h"
-#include "pipeline/TextTable.h"
 
 #include <QFileInfo>
 

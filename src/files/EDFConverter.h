@@ -6,6 +6,12 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
+
+namespace bp {
+class RecordingCopy;
+}
+
 /// What becomes of a channel of the source.
 struct EDFChannelChange
 {
@@ -31,7 +37,8 @@ struct EDFTextFormat
 ///
 /// Stored samples are copied bit for bit wherever no rate changes; limits, units, filters, patient and start time are
 /// kept, and a BDF file gives a BDF file. Values are those that the file tells every program: nothing is inverted.
-/// Recordings with gaps (EDF+D) are refused.
+/// A part without a gap can be cropped from a recording with gaps (EDF+D); anything else is refused with the time of
+/// the gap.
 class BIOPROCESSING_EXPORT EDFConverter : public FileConversion
 {
     Q_OBJECT
@@ -41,7 +48,8 @@ public:
     /// Keeps the samples with from ≤ t < to, and the annotations there, moved along; those that straddle are clipped.
     /// A file can begin only where all its channels have a sample: with several rates, and where no record duration
     /// fits, the cut holds a little more than was asked.
-    /// @param from,to seconds from the first sample; a negative `to` means the end
+    /// @param from,to seconds from the first sample in the time of the file, which goes on in a gap; a negative `to`
+    /// means the end
     bool crop(const QString &source, const QString &target, double from, double to);
     /// Writes the channels of the list, in its order; an empty list means all.
     ///
@@ -60,11 +68,6 @@ public:
     static QStringList channelLabels(const QString &path, QString *error = nullptr);
 
 private:
-    struct Job;
-
-    QString convert(Job &job);
-    QString chooseChannels(Job &job) const;
-    QString planTime(Job &job) const;
-    QString copyRecords(Job &job);
-    QString textToEdf(const QStringList &sources, const QString &target, const EDFTextFormat &format);
+    QString run(bp::RecordingCopy &copy, const QString &source, const QString &target);
+    std::function<bool(qint64, qint64)> tick();
 };

@@ -17,12 +17,10 @@
 #include <vector>
 
 class Montage;
-class QTemporaryFile;
 namespace bp {
-class EdfRecords;
+class EdfSession;
 }
 struct edf_annotation_struct;
-struct edf_hdr_struct;
 struct edf_param_struct;
 
 /// Reads an EDF(+) or BDF(+) file.
@@ -90,7 +88,7 @@ public:
     /// In the order of their onsets; the duration is −1 when there is none.
     QList<AnnotationStrct> annotations() const;
     /// Where a discontinuous recording pauses, in order; empty for a continuous one.
-    const QList<EDFGap> &gaps() const { return m_gaps; }
+    const QList<EDFGap> &gaps() const;
     /// Where a time of the file, that of an annotation for example, lies in the signal that is read; the beginning of a
     /// gap for a time in it. Both in seconds, the same in a continuous recording.
     double signalTime(double fileTime) const;
@@ -116,13 +114,10 @@ public:
     QString lastError() const { return m_lastError; }
     /// One sentence on what a user should know of the file that is open: that it was not closed, and how to repair it,
     /// for example. Empty when there is nothing.
-    QString notice() const { return m_notice; }
+    QString notice() const;
 
 private:
     bool internalOpen();
-    int openInLibrary();
-    int openStandIn(int code);
-    void addJournal();
     void forgetFile();
     void takeHeaderTexts();
     void fillMontage();
@@ -142,14 +137,7 @@ private:
     QString m_gender;
     QString m_birthDate;
     QString m_equipment;
-    std::unique_ptr<edf_hdr_struct> m_header; ///< 200 kB
-    int m_handle = -1;
     bool m_isOpened = false;
     qint64 m_durationSeconds = 0;
-    QList<edf_annotation_struct> m_annotations;
-    QList<EDFGap> m_gaps;
-    QString m_notice;
-    QString m_openError; ///< why the file cannot be opened, where EDFlib does not know it
-    std::unique_ptr<QTemporaryFile> m_mendedCopy; ///< the file that EDFlib has open instead, of one empty record
-    std::unique_ptr<bp::EdfRecords> m_records; ///< the file itself
+    std::unique_ptr<bp::EdfSession> m_session;
 };

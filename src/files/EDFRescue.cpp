@@ -1,8 +1,8 @@
 #include "files/EDFRescue.h"
 
 #include "files/EDFReader.h"
-#include "files/EdfSalvage.h"
-#include "files/EdfSlots.h"
+#include "files/edf/EdfContents.h"
+#include "files/edf/EdfSlots.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -31,28 +31,28 @@ bool copy(QFile &from, QFile &to, qint64 bytes)
 }
 
 /// Writes the records and the annotations. Returns how many annotations found no room, −1 when writing failed.
-int writeRepaired(const bp::EdfSalvage &salvage, const QString &path, QFile &to)
+int writeRepaired(const bp::EdfContents &contents, const QString &path, QFile &to)
 {
     QFile from(path);
-    const bp::EdfLayout &layout = salvage.layout();
-    const qint64 headerBytes = salvage.header().size();
-    if (!from.open(QIODevice::ReadOnly) || !from.seek(headerBytes) || to.write(salvage.header()) != headerBytes
-        || !copy(from, to, salvage.records() * layout.recordBytes)) {
+    const bp::EdfLayout &layout = contents.layout();
+    const qint64 headerBytes = contents.header().size();
+    if (!from.open(QIODevice::ReadOnly) || !from.seek(headerBytes) || to.write(contents.header()) != headerBytes
+        || !copy(from, to, contents.records() * layout.recordBytes)) {
         return -1;
     }
     QList<QByteArray> lists;
-    for (const bp::EdfJournal::Entry &entry : salvage.journal()) {
+    for (const bp::EdfJournal::Entry &entry : contents.journal()) {
         lists << bp::EdfSlots::list(entry.onset, entry.duration, entry.text);
     }
-    const int placed = lists.isEmpty() ? 0 : bp::EdfSlots::write(to, layout, salvage.records(), lists);
+    const int placed = lists.isEmpty() ? 0 : bp::EdfSlots::write(to, layout, contents.records(), lists);
     return placed < 0 || !to.flush() ? -1 : lists.size() - placed;
 }
 
-bool isSound(const bp::EdfSalvage &salvage, const QString &path)
+bool isSound(const bp::EdfContents &contents, const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) && file.read(salvage.header().size()) == salvage.header()
-        && file.size() == salvage.header().size() + salvage.records() * salvage.layout().recordBytes;
+    return file.open(QIODevice::ReadOnly) && file.read(contents.header().size()) == contents.header()
+        && file.size() == contents.header().size() + contents.records() * contents.layout().recordBytes;
 }
 
 QString summary(const EDFReader &reader, const QString &path, const QString &target, int left)
@@ -82,12 +82,13 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
     if (!QFileInfo(path).isFile()) {
         return failure(QStringLiteral("Cannot repair %1: there is no such file.").arg(path));
     }
-    const bp::EdfSalvage salvage(path, true);
-    if (!salvage.reason().isEmpty()) {
-        return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, salvage.reason()));
+    bp::EdfContents contents(path, true);
+    contents.readAnnotations();
+    if (!contents.reason().isEmpty()) {
+        return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, contents.reason()));
     }
     EDFReader original(path);
-    if (isSound(salvage, path) && original.open() && original.notice().isEmpty()) {
+    if (isSound(contents, path) && original.open() && original.notice().isEmpty()) {
         return {true, QStringLiteral("%1 is sound: there is nothing to repair.").arg(path), QString()};
     }
     original.close();
@@ -97,7 +98,7 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
                            ? QStringLiteral("Cannot write %1: it exists already.").arg(target)
                            : QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString()));
     }
-    const int left = writeRepaired(salvage, path, file);
+    const int left = writeRepaired(contents, path, file);
     const QString writeError = file.errorString();
     file.close();
     EDFReader reader(target);

@@ -1,8 +1,8 @@
 #include "files/EDFToXLS.h"
 
-#include "files/EdfSource.h"
-#include "files/EdfText.h"
-#include "files/RhythmSheet.h"
+#include "files/edf/EdfSource.h"
+#include "files/edf/EdfText.h"
+#include "files/workbook/RhythmSheet.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -24,11 +24,6 @@ constexpr int kCellText = 32767; // of the file format
 QString translated(const char *text)
 {
     return QCoreApplication::translate("Generic", text);
-}
-
-double inSeconds(qint64 ticks)
-{
-    return static_cast<double>(ticks) / static_cast<double>(bp::kEdfTicks);
 }
 
 /// Without the digits that only the arithmetic has made.
@@ -101,9 +96,9 @@ void EDFToXLS::Job::writeNotes()
         if (++row > kMaxRows) {
             return;
         }
-        sheet->writeNumeric(row, 1, inSeconds(note.onset));
+        sheet->writeNumeric(row, 1, bp::edfTime(note.onset));
         if (note.duration >= 0) {
-            sheet->writeNumeric(row, 2, inSeconds(note.duration));
+            sheet->writeNumeric(row, 2, bp::edfTime(note.duration));
         }
         sheet->writeString(row, 3, bp::cellText(bp::EdfText::fromAnnotation(note.text.constData())).left(kCellText));
     }
@@ -216,8 +211,8 @@ QString EDFToXLS::writeRate(Job &job, const QVector<int> &channels, const QStrin
                     sheet->writeString(row, c + 2, bp::cellText(caption(facts[channels[c]])));
                 }
             }
-            const double inRecord = k * inSeconds(job.source.recordTicks()) / perRecord;
-            sheet->writeNumeric(++row, 1, tidy(inSeconds(job.source.recordOnset(record)) + inRecord));
+            const double inRecord = k * bp::edfTime(job.source.recordTicks()) / perRecord;
+            sheet->writeNumeric(++row, 1, tidy(bp::edfTime(job.source.recordOnset(record)) + inRecord));
             for (int c = 0; c < channels.size(); ++c) {
                 const qint32 digital = samples[static_cast<std::size_t>(c)][static_cast<std::size_t>(k)];
                 sheet->writeNumeric(row, c + 2, tidy(facts[channels[c]].physical(digital)));

@@ -1,10 +1,11 @@
 #include "files/EDFWriter.h"
 
-#include "files/EdfJournal.h"
-#include "files/EdfLibrary.h"
-#include "files/EdfRecordGuard.h"
-#include "files/EdfSamples.h"
-#include "files/EdfText.h"
+#include "files/edf/EdfJournal.h"
+#include "files/edf/EdfLibrary.h"
+#include "files/edf/EdfRecordGuard.h"
+#include "files/edf/EdfRecordingLimits.h"
+#include "files/edf/EdfSamples.h"
+#include "files/edf/EdfText.h"
 #include "montage/Montage.h"
 
 #include <QDateTime>
@@ -20,21 +21,9 @@
 
 namespace {
 
-// EDFlib gives each annotation signal room for one annotation per record. Sixteen of them take labels at the pace of
-// any paradigm, also when they come in bursts, for less than 2 kB per second of recording.
-constexpr int kAnnotationSignals = 16;
-// Files with more signals, those for annotations included, are written by EDFlib but refused by its reader.
-constexpr int kMostSignals = EDFLIB_MAXSIGNALS;
-constexpr int kMostChannels = kMostSignals - 1;
-constexpr qint64 kMostRecordBytes = 10485760;
-constexpr qint64 kAnnotationSignalBytes = 128; ///< a little more than EDFlib takes
-constexpr qint64 kSampleBytes = 2;
-constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it EDFlib's own units overflow
+using Limits = bp::EdfRecordingLimits;
 
-int annotationSignals(int channelCount)
-{
-    return std::min(kAnnotationSignals, kMostSignals - channelCount);
-}
+constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it EDFlib's own units overflow
 
 } // namespace
 
@@ -94,7 +83,8 @@ void EDFWriter::setInternalBuffSize(int samplesPerRecord, unsigned channelCount)
     m_channelCount = static_cast<int>(std::min<unsigned>(channelCount, std::numeric_limits<int>::max()));
     m_position = 0;
     const quint64 size = quint64{m_samplesPerRecord} * channelCount;
-    m_buffer.resize(size * kSampleBytes <= kMostRecordBytes ? size : 0); // open() refuses what is larger
+    m_buffer.resize(size * Limits::kSampleBytes <= Limits::kMostRecordBytes ? size
+                                                                            : 0); // open() refuses what is larger
 }
 
 bool EDFWriter::open()
@@ -122,19 +112,9 @@ bool EDFWriter::open()
 /// Why the file must not even be created, empty when it may.
 QString EDFWriter::unwritableReason() const
 {
-    if (m_channelCount < 1 || m_channelCount > kMostChannels) {
-        return QStringLiteral("it would have %1 channels, and the format takes 1 to %2")
-            .arg(m_channelCount)
-            .arg(kMostChannels);
-    }
-    if (m_samplesPerRecord < 1) {
-        return QStringLiteral("the sampling rate is below 1 Hz");
-    }
-    const qint64 annotationBytes = annotationSignals(m_channelCount) * kAnnotationSignalBytes;
-    if (qint64{m_samplesPerRecord} * m_channelCount * kSampleBytes + annotationBytes > kMostRecordBytes) {
-        return QStringLiteral("%1 channels at %2 Hz exceed the 10 MB that one second of recording may have")
-            .arg(m_channelCount)
-            .arg(m_samplesPerRecord);
+    const QString fault = Limits::fault(m_channelCount, m_samplesPerRecord);
+    if (!fault.isEmpty()) {
+        return fault;
     }
     const QFileInfo target(m_path);
     if (target.exists() && !target.isFile()) {
@@ -190,7 +170,7 @@ void EDFWriter::initCurrentFile(int channelCount)
 
 void EDFWriter::requestHeaderFields()
 {
-    edf_set_number_of_annotation_signals(m_handle, annotationSignals(m_channelCount));
+    edf_set_number_of_annotation_signals(m_handle, Limits::annotationSignals(m_channelCount));
     // Otherwise EDFlib takes the time of the first record, when a second of the recording is over.
     const QDateTime now = QDateTime::currentDateTime();
     edf_set_startdatetime(m_handle, now.date().year(), now.date().month(), now.date().day(), now.time().hour(),
@@ -229,7 +209,7 @@ bool EDFWriter::close()
 
 void EDFWriter::reportDroppedAnnotations() const
 {
-    const qint64 room = m_guard->soundRecords() * annotationSignals(m_channelCount);
+    const qint64 room = m_guard->soundRecords() * Limits::annotationSignals(m_channelCount);
     if (m_guard->annotationCount() > room) {
         BPCommon::log(m_logLevel, "EDFWriter::close %i annotations did not fit", m_guard->annotationCount() - room);
     }
@@ -299,7 +279,7 @@ bool EDFWriter::writeRecord(const char *errorFormat)
 QString EDFWriter::writeFailure() const
 {
     const QStorageInfo storage(QFileInfo(m_path).absolutePath());
-    const qint64 recordBytes = qint64{m_samplesPerRecord} * m_channelCount * kSampleBytes;
+    const qint64 recordBytes = qint64{m_samplesPerRecord} * m_channelCount * Limits::kSampleBytes;
     const bool full = storage.isValid() && storage.bytesAvailable() < recordBytes;
     return full ? QStringLiteral("The disk is full: %1 is not recorded any further.").arg(m_path)
                 : QStringLiteral("Writing %1 failed: check the disk or the connection to it.").arg(m_path);

@@ -13,7 +13,6 @@ FileConversion::FileConversion(QObject *parent)
 
 void FileConversion::begin(const QString &target)
 {
-    m_cancelled = false;
     m_lastError.clear();
     m_percent = -1;
     emit started(target);
@@ -32,6 +31,7 @@ void FileConversion::report(qint64 done, qint64 total)
 bool FileConversion::end(const QString &error)
 {
     m_lastError = error.isEmpty() || !isCancelled() ? error : QStringLiteral("Cancelled; no file was written.");
+    m_cancelled = false;
     if (!m_lastError.isEmpty()) {
         BPCommon::log(BPCommon::LogEdfWriter, "FileConversion::end %s", m_lastError);
     }

@@ -22,7 +22,8 @@ public:
     QString lastError() const { return m_lastError; }
 
 public slots:
-    /// Ends the running conversion soon, with finished(false). Any thread; without effect when nothing runs.
+    /// Ends the running conversion soon, with finished(false). When none runs, the next one ends so, which may have
+    /// been asked for and not begun yet on its worker thread. Any thread.
     void cancel() { m_cancelled = true; }
 
 signals:

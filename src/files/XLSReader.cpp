@@ -3,8 +3,8 @@
 #include "algorithms/ParamFactory.h"
 #include "base/LanguageContext.h"
 #include "common/BPCommon.h"
-#include "files/RhythmSheet.h"
-#include "files/WorkbookGuard.h"
+#include "files/workbook/RhythmSheet.h"
+#include "files/workbook/WorkbookGuard.h"
 
 #include <QBuffer>
 #include <QFile>

@@ -1,7 +1,7 @@
 #include "files/XLSWriter.h"
 
 #include "common/BPCommon.h"
-#include "files/RhythmSheet.h"
+#include "files/workbook/RhythmSheet.h"
 
 #include <QBuffer>
 #include <QElapsedTimer>

@@ -1,7 +1,7 @@
 #include "pipeline/OfflineDataSource.h"
 
 #include "files/EDFReader.h"
-#include "pipeline/TextTable.h"
+#include "files/TextTable.h"
 
 #include <algorithm>
 #include <cmath>

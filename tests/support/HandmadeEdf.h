@@ -82,6 +82,11 @@ struct HandmadeEdf
         }
         return path;
     }
+    /// With other bytes in one place.
+    static QByteArray changed(QByteArray bytes, int at, const QByteArray &field)
+    {
+        return bytes.replace(at, field.size(), field);
+    }
     QString writeTo(const QString &path) const { return write(make(), path); }
 
 private:

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "files/EDFConverter.h"
+#include "files/conversion/ColumnText.h"
+#include "files/edf/EdfRecordPlan.h"
+
+#include <functional>
+
+namespace bp {
+
+class EdfSink;
+
+/// Makes an EDF or BDF file of columns of numbers, which are read twice: for their ranges, and to be written.
+class TextImport
+{
+public:
+    /// Is told how much is done, in bytes of twice the files; false ends the work with the fault "cancelled".
+    using Tick = std::function<bool(qint64 done, qint64 total)>;
+
+    TextImport(const QStringList &sources, const EDFTextFormat &format);
+    /// @return one sentence on why not; empty when the file is there
+    QString write(const QString &target, const Tick &tick);
+
+private:
+    QString plan(const QString &target);
+    QString addChannels(const QStringList &labels);
+    QString fill(EdfSink &sink, const QString &target, const Tick &tick);
+    void store(const std::vector<double> &row, std::size_t at);
+
+    EDFTextFormat m_format;
+    ColumnText m_text;
+    std::vector<ColumnRange> m_ranges; ///< one per channel
+    EdfFacts m_facts;
+    EdfRecordPlan m_plan;
+    std::vector<qint32> m_samples; ///< of the record, channel after channel
+};
+
+} // namespace bp

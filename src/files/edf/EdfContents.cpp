@@ -1,0 +1,240 @@
+#include "files/edf/EdfContents.h"
+
+#include "files/edf/EdfHeaderRepair.h"
+#include "files/edf/EdfTal.h"
+
+#include <QDir>
+
+#include <edflib.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+/// Times are written with few digits; what is less than a tenth of a millisecond is no gap.
+constexpr qint64 kTolerance = bp::kEdfTicks / 10000;
+constexpr double kLongestFile = 1e11; ///< seconds; in ticks they fit 64 bits
+constexpr qint64 kCheckEvery = 256; ///< records
+
+/// Why bytes are no header at all.
+QString headerFault(QFile &file)
+{
+    file.seek(0);
+    const QByteArray start = file.read(bp::EdfLayout::kFixedBytes);
+    if (start.isEmpty()) {
+        return QStringLiteral("it is empty, as a recording is that did not get through its first second");
+    }
+    if (!(start.startsWith("0       ")
+          || start.startsWith("\xff"
+                              "BIOSEMI"))) {
+        return QStringLiteral("it does not begin as EDF and BDF files do");
+    }
+    const qint64 headerBytes =
+        start.mid(bp::EdfLayout::kHeaderBytesAt, bp::EdfLayout::kNumberWidth).trimmed().toLongLong();
+    return file.size() < headerBytes
+        ? QStringLiteral("it ends within its header")
+        : QStringLiteral("its header does not have the size that its number of signals calls for");
+}
+
+QString formatError(const QString &fault)
+{
+    return QStringLiteral("it has format errors: ") + fault;
+}
+
+void replaceNumber(QByteArray &header, int position, qint64 number)
+{
+    header.replace(position, bp::EdfLayout::kNumberWidth,
+                   QByteArray::number(number).leftJustified(bp::EdfLayout::kNumberWidth));
+}
+
+} // namespace
+
+namespace bp {
+
+EdfContents::EdfContents(const QString &path, bool cutsTail)
+    : m_path(path)
+    , m_cutsTail(cutsTail)
+{
+    QFile file(m_path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_reason = file.errorString();
+        return;
+    }
+    m_reason = examine(file);
+    if (!m_reason.isEmpty()) {
+        m_reason = formatError(m_reason);
+    }
+}
+
+/// Returns why the file cannot be read; empty when it can.
+QString EdfContents::examine(QFile &file)
+{
+    m_layout = EdfLayout::read(file);
+    if (m_layout.header.isEmpty()) {
+        return headerFault(file);
+    }
+    if (m_layout.recordBytes < 1 || m_layout.recordBytes > EdfLayout::kMostRecordBytes
+        || m_layout.signalCount > EDFLIB_MAXSIGNALS) {
+        return QStringLiteral("its signals have numbers of samples that no record can have");
+    }
+    m_layout.header = EdfHeaderRepair::mended(m_layout);
+    const QString fault = EdfHeaderRepair::fault(m_layout);
+    if (!fault.isEmpty()) {
+        return fault;
+    }
+    m_recordTicks = std::llround(m_layout.field(EdfLayout::kDurationAt, EdfLayout::kNumberWidth).toDouble()
+                                 * static_cast<double>(kEdfTicks));
+    m_records = m_layout.wholeRecords(file.size());
+    if (m_layout.isUnclosed() || m_cutsTail) {
+        dropEmptyRecords(file);
+        m_journal = EdfJournal::read(m_path, EdfJournal::identity(m_layout.header));
+    }
+    return countFault(file.size());
+}
+
+void EdfContents::readAnnotations(const std::function<bool()> &cancelled)
+{
+    if (!m_reason.isEmpty()) {
+        return;
+    }
+    QFile file(m_path);
+    m_reason = file.open(QIODevice::ReadOnly) ? readLists(file, cancelled) : file.errorString();
+    if (!m_reason.isEmpty()) {
+        return;
+    }
+    m_notes += EdfJournal::missing(m_journal, m_notes);
+    if (m_layout.isUnclosed()) {
+        m_notice = QStringLiteral("%1 was not closed, or is being recorded: its first %2 s are there, and "
+                                  "\"bioprocessing repair\" makes a sound copy of them.")
+                       .arg(m_path)
+                       .arg(static_cast<double>(m_records) * edfTime(m_recordTicks));
+    } else if (m_malformed > 0 || m_ignoresTimes) {
+        m_notice = QStringLiteral("%1 has %2 malformed annotations or record times, which are left out.")
+                       .arg(m_path)
+                       .arg(m_malformed);
+    }
+}
+
+QString EdfContents::countFault(qint64 fileBytes) const
+{
+    if (m_records < 1) {
+        return QStringLiteral("it has no whole data record");
+    }
+    if (static_cast<double>(m_records) * edfTime(m_recordTicks) > kLongestFile) {
+        return QStringLiteral("it would last longer than %1 s").arg(kLongestFile);
+    }
+    if (m_layout.isUnclosed() || m_cutsTail) {
+        return QString();
+    }
+    const qint64 excess = fileBytes - m_layout.header.size() - m_layout.records * m_layout.recordBytes;
+    if (excess == 0 && m_layout.records <= EdfLayout::kMostRecords) {
+        return QString();
+    }
+    return QStringLiteral(
+               "it is %1 bytes %2 than its header says; \"bioprocessing repair\" makes a copy of what is whole")
+        .arg(std::llabs(excess))
+        .arg(excess < 0 ? QStringLiteral("shorter") : QStringLiteral("longer"));
+}
+
+/// After a power cut a file may have got its length but not its bytes: a record that was written has its time in it.
+void EdfContents::dropEmptyRecords(QFile &file)
+{
+    if (m_layout.annotationBlocks.isEmpty()) {
+        return;
+    }
+    const auto isEmpty = [&](qint64 record) {
+        char first = '\0';
+        const qint64 at = m_layout.header.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[0];
+        return !file.seek(at) || !file.getChar(&first) || first == '\0';
+    };
+    while (m_records > 0 && isEmpty(m_records - 1)) {
+        --m_records;
+    }
+}
+
+/// Returns why they cannot be read; empty when they can.
+QString EdfContents::readLists(QFile &file, const std::function<bool()> &cancelled)
+{
+    for (qint64 record = 0; record < m_records && !m_layout.annotationSignals.isEmpty(); ++record) {
+        if (record % kCheckEvery == 0 && cancelled && cancelled()) {
+            return QStringLiteral("cancelled");
+        }
+        for (int i = 0; i < m_layout.annotationSignals.size(); ++i) {
+            const qint64 bytes = m_layout.blockBytes(m_layout.annotationSignals[i]);
+            const qint64 at = m_layout.header.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[i];
+            const QByteArray block = file.seek(at) ? file.read(bytes) : QByteArray();
+            if (block.size() != bytes) {
+                return QStringLiteral("record %1 cannot be read").arg(record + 1);
+            }
+            const QString fault = i == 0 ? placeRecord(record, EdfTal::recordOnset(block)) : QString();
+            if (!fault.isEmpty()) {
+                return formatError(fault);
+            }
+            m_malformed += EdfTal::appendNotes(block, i == 0, m_notes);
+        }
+    }
+    for (EdfNote &note : m_notes) {
+        note.onset -= m_firstOnset;
+    }
+    return QString();
+}
+
+/// Finds the pause before a record. What contradicts a file that calls itself continuous is not believed.
+QString EdfContents::placeRecord(qint64 record, qint64 onset)
+{
+    if (onset == EdfTal::kNoTime && !m_layout.isDiscontinuous) {
+        onset = record == 0 ? 0 : m_lastOnset + m_recordTicks;
+        m_ignoresTimes = true;
+    }
+    if (onset == EdfTal::kNoTime) {
+        return QStringLiteral("record %1 of this discontinuous recording does not tell its time").arg(record + 1);
+    }
+    if (record == 0) {
+        m_firstOnset = onset;
+        m_lastOnset = onset;
+        return QString();
+    }
+    const qint64 end = m_lastOnset + m_recordTicks;
+    const bool hasSignal = m_layout.annotationSignals.size() < m_layout.signalCount;
+    if (onset - end < -kTolerance && m_layout.isDiscontinuous && hasSignal) {
+        return QStringLiteral("record %1 begins before the one before it ends").arg(record + 1);
+    }
+    if (onset - end < -kTolerance && !m_layout.isDiscontinuous) {
+        m_ignoresTimes = true;
+        m_lastOnset = end;
+        return QString();
+    }
+    if (onset - end > kTolerance && hasSignal) {
+        m_pauses.push_back({record, end - m_firstOnset, onset - end});
+    }
+    m_lastOnset = onset;
+    return QString();
+}
+
+QByteArray EdfContents::header() const
+{
+    QByteArray header = m_layout.header;
+    replaceNumber(header, EdfLayout::kRecordCountAt, m_records);
+    return header;
+}
+
+std::unique_ptr<QTemporaryFile> EdfContents::standIn() const
+{
+    QByteArray header = m_layout.header;
+    replaceNumber(header, EdfLayout::kRecordCountAt, 1);
+    if (m_layout.isDiscontinuous) {
+        header[EdfLayout::kReservedAt + 4] = 'C';
+    }
+    QByteArray record(static_cast<int>(m_layout.recordBytes), '\0');
+    if (!m_layout.annotationBlocks.isEmpty()) {
+        const QByteArray beginning = "+0\x14\x14";
+        record.replace(static_cast<int>(m_layout.annotationBlocks[0]), beginning.size(), beginning);
+        record.resize(static_cast<int>(m_layout.recordBytes));
+    }
+    auto file = std::make_unique<QTemporaryFile>(QDir::temp().filePath(QStringLiteral("XXXXXX.edf")));
+    const bool written = file->open() && file->write(header) == header.size() && file->write(record) == record.size();
+    return written && file->flush() ? std::move(file) : nullptr;
+}
+
+} // namespace bp

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfJournal.h"
+#include "files/edf/EdfLayout.h"
+
+#include <QList>
+#include <QString>
+#include <QTemporaryFile>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace bp {
+
+/// A pause in a discontinuous recording, in ticks from the first sample.
+struct EdfPause
+{
+    qint64 record; ///< the first one behind it
+    qint64 start;
+    qint64 duration;
+};
+
+/// What a file holds besides its samples, also one that EDFlib refuses although its data are sound: a recording that
+/// was not closed, a discontinuous one, or one with the faults that EdfHeaderRepair mends or with malformed
+/// annotations.
+///
+/// EDFlib gets a small stand-in of such a file to open, the mended header with one empty record; annotations and pauses
+/// are read here, and samples come from the file itself. The file is never written.
+class EdfContents
+{
+public:
+    /// Reads the header.
+    /// @param cutsTail count the records that are there, whatever the header says, instead of refusing the file
+    explicit EdfContents(const QString &path, bool cutsTail = false);
+    /// Reads the annotations and the times of the records. Nothing when the file cannot be read.
+    /// @param cancelled asked now and then; true ends the reading with the reason "cancelled"
+    void readAnnotations(const std::function<bool()> &cancelled = {});
+
+    /// Why the file cannot be read, as part of a sentence; empty when it can.
+    QString reason() const { return m_reason; }
+    /// One sentence on what a user should know of a file that can be read; empty when all of it is there.
+    QString notice() const { return m_notice; }
+    /// With the mended header.
+    const EdfLayout &layout() const { return m_layout; }
+    /// The mended header with the number of whole records, of a discontinuous recording too.
+    QByteArray header() const;
+    qint64 records() const { return m_records; }
+    qint64 recordTicks() const { return m_recordTicks; }
+    /// The time at which the first record begins; those of annotations and pauses are measured from there.
+    qint64 firstOnset() const { return m_firstOnset; }
+    const std::vector<EdfPause> &pauses() const { return m_pauses; }
+    const QVector<EdfNote> &notes() const { return m_notes; }
+    /// What the recording's journal holds, for a recording that was not closed.
+    const QList<EdfJournal::Entry> &journal() const { return m_journal; }
+
+    /// The file for EDFlib, which disappears with the object; null when it cannot be written.
+    std::unique_ptr<QTemporaryFile> standIn() const;
+
+private:
+    QString examine(QFile &file);
+    QString countFault(qint64 fileBytes) const;
+    void dropEmptyRecords(QFile &file);
+    QString readLists(QFile &file, const std::function<bool()> &cancelled);
+    QString placeRecord(qint64 record, qint64 onset);
+
+    QString m_path;
+    QString m_reason;
+    QString m_notice;
+    EdfLayout m_layout;
+    qint64 m_records = 0;
+    qint64 m_recordTicks = 0;
+    qint64 m_firstOnset = 0;
+    qint64 m_lastOnset = 0;
+    int m_malformed = 0; ///< annotations and record times
+    bool m_cutsTail;
+    bool m_ignoresTimes = false;
+    std::vector<EdfPause> m_pauses;
+    QVector<EdfNote> m_notes;
+    QList<EdfJournal::Entry> m_journal;
+};
+
+} // namespace bp

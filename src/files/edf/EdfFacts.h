@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QVector>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <numeric>
+
+namespace bp {
+
+/// A positive ratio in lowest terms; rates (Hz) and times (s) of files are exact this way.
+struct Ratio
+{
+    qint64 num = 0;
+    qint64 den = 1;
+
+    static Ratio of(qint64 num, qint64 den)
+    {
+        const qint64 divisor = std::gcd(num, den);
+        return divisor == 0 ? Ratio{} : Ratio{num / divisor, den / divisor};
+    }
+    double value() const { return static_cast<double>(num) / static_cast<double>(den); }
+    bool operator==(const Ratio &other) const { return num == other.num && den == other.den; }
+};
+
+constexpr qint64 kEdfTicks = 10'000'000; ///< per second, as many as EDFlib's
+
+inline double edfTime(qint64 ticks)
+{
+    return static_cast<double>(ticks) / static_cast<double>(kEdfTicks);
+}
+
+/// One signal of an EDF or BDF file. Texts are the header's, without the blanks that fill the field.
+struct EdfChannelFacts
+{
+    QByteArray label;
+    QByteArray transducer;
+    QByteArray unit;
+    QByteArray prefilter;
+    QByteArray physicalMinimum; ///< as text, since that is what the format keeps
+    QByteArray physicalMaximum;
+    int digitalMinimum = -32768;
+    int digitalMaximum = 32767;
+    int samplesPerRecord = 0;
+    Ratio rate; ///< Hz
+    int signal = 0; ///< its number in the file, annotation signals counted
+
+    double gain() const
+    {
+        return (physicalMaximum.toDouble() - physicalMinimum.toDouble())
+            / (double{1} * digitalMaximum - digitalMinimum);
+    }
+    /// The digital value nearest to a number, within the limits.
+    qint32 clipped(double digital) const
+    {
+        return static_cast<qint32>(std::llround(std::clamp<double>(digital, digitalMinimum, digitalMaximum)));
+    }
+    double physical(int digital) const
+    {
+        return physicalMinimum.toDouble() + (double{1} * digital - digitalMinimum) * gain();
+    }
+};
+
+/// What an EDF or BDF file says of itself.
+struct EdfFacts
+{
+    bool bdf = false;
+    bool plus = false; ///< EDF+ or BDF+
+    QByteArray patient; ///< the whole field
+    QByteArray recording;
+    QDateTime start; ///< whole seconds, UTC standing for whatever zone the file is of
+    qint64 startTicks = 0; ///< fraction of the first second
+    QVector<EdfChannelFacts> channels;
+
+    int sampleBytes() const { return bdf ? 3 : 2; }
+    /// Moves the start, and the date in the texts with it.
+    void moveStart(qint64 ticks);
+};
+
+/// An annotation. Times in ticks from the first sample, pauses included.
+struct EdfNote
+{
+    qint64 onset = 0;
+    qint64 duration = -1; ///< negative: none
+    QByteArray text; ///< UTF-8, as the format has it; what else there may be stays as it is
+};
+
+/// A date as EDF+ headers have it, 02-MAR-1951.
+QByteArray edfPlusDate(const QDate &date);
+/// Decimal text of a time in ticks, without needless zeros.
+QByteArray edfSeconds(qint64 ticks);
+/// The best text of a number in 8 characters without an exponent.
+QByteArray edfNumber(double value);
+
+} // namespace bp

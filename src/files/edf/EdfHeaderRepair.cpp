@@ -1,0 +1,223 @@
+#include "files/edf/EdfHeaderRepair.h"
+
+#include "files/edf/EdfLayout.h"
+
+#include <QDate>
+#include <QRegularExpression>
+#include <QTextCodec>
+#include <QTime>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+using bp::EdfLayout;
+
+constexpr int kUtf8Mib = 106;
+constexpr double kLongestRecord = 1e8; ///< seconds
+constexpr double kMostDigital = 8388608.0; ///< of 24 bits
+
+struct Field
+{
+    int before; ///< bytes per signal before it
+    int width;
+};
+constexpr Field kTexts[]{{0, EdfLayout::kLabelWidth},
+                         {EdfLayout::kTransducerBefore, EdfLayout::kTransducerWidth},
+                         {EdfLayout::kDimensionBefore, EdfLayout::kNumberWidth},
+                         {EdfLayout::kPrefilterBefore, EdfLayout::kPrefilterWidth},
+                         {EdfLayout::kSignalReservedBefore, EdfLayout::kSignalReservedWidth}};
+constexpr int kNumbersBefore[]{EdfLayout::kPhysicalMinimumBefore, EdfLayout::kPhysicalMaximumBefore,
+                               EdfLayout::kDigitalMinimumBefore, EdfLayout::kDigitalMaximumBefore,
+                               EdfLayout::kSampleCountBefore};
+
+void put(QByteArray &header, int position, int width, const QByteArray &text)
+{
+    header.replace(position, width, text.leftJustified(width, ' ', true));
+}
+
+char asciiOf(QChar character)
+{
+    constexpr ushort kMicro = 0xb5;
+    constexpr ushort kMu = 0x3bc;
+    if (character.unicode() < 127) {
+        return character.unicode() < ' ' ? ' ' : character.toLatin1();
+    }
+    if (character.unicode() == kMicro || character.unicode() == kMu) {
+        return 'u';
+    }
+    const QString parts = character.decomposition();
+    return !parts.isEmpty() && parts[0].unicode() < 127 && parts[0].isPrint() ? parts[0].toLatin1() : '?';
+}
+
+/// A text of the header in ASCII, whether it is UTF-8 or Latin-1.
+QByteArray ascii(const QByteArray &bytes)
+{
+    QTextCodec::ConverterState state;
+    QString text = QTextCodec::codecForMib(kUtf8Mib)->toUnicode(bytes.constData(), bytes.size(), &state);
+    if (state.invalidChars > 0 || state.remainingChars > 0) {
+        text = QString::fromLatin1(bytes);
+    }
+    QByteArray result;
+    for (const QChar character : qAsConst(text)) {
+        result += asciiOf(character);
+    }
+    return result;
+}
+
+QByteArray number(QByteArray text)
+{
+    text.replace('\0', ' ').replace(',', '.');
+    return text.trimmed();
+}
+
+void mendStart(QByteArray &header)
+{
+    QByteArray start;
+    for (const char c : header.mid(EdfLayout::kStartAt, EdfLayout::kStartWidth)) {
+        const bool isDigit = start.size() % 8 % 3 != 2;
+        const bool isSeparator = c == '/' || c == '-' || c == ':' || c == ' ';
+        start += isDigit ? (c == ' ' ? '0' : c) : isSeparator ? '.' : c;
+    }
+    put(header, EdfLayout::kStartAt, EdfLayout::kStartWidth, start);
+}
+
+/// EDF+ wants fields in these two texts; a text that has none becomes the last field.
+void mendPlusTexts(QByteArray &header)
+{
+    static const QRegularExpression patient(
+        QStringLiteral("^\\S+ [MFX] (X|[0-3]\\d-(JAN|FEB|MAR|APR|MAY|JUN|JUL|AUG|SEP|OCT|NOV|DEC)-\\d{4}) \\S"));
+    static const QRegularExpression recording(QStringLiteral(
+        "^Startdate (X|([0-3]\\d)-(JAN|FEB|MAR|APR|MAY|JUN|JUL|AUG|SEP|OCT|NOV|DEC)-\\d\\d(\\d\\d)) \\S+ \\S+ \\S"));
+    const auto mend = [&header](int position, const QRegularExpression &wanted, const char *empty) {
+        const QByteArray text = header.mid(position, EdfLayout::kTextWidth).trimmed();
+        if (!wanted.match(QString::fromLatin1(text)).hasMatch()) {
+            const QByteArray kept = text.simplified().replace(' ', '_');
+            put(header, position, EdfLayout::kTextWidth, empty + (kept.isEmpty() ? QByteArray("X") : kept));
+        }
+    };
+    mend(EdfLayout::kPatientAt, patient, "X X X ");
+    mend(EdfLayout::kRecordingAt, recording, "Startdate X X X ");
+    // The date of the recording has to be the one that every EDF file gives.
+    const QByteArray text = header.mid(EdfLayout::kRecordingAt, EdfLayout::kTextWidth);
+    if (text.mid(10, 2) != header.mid(EdfLayout::kStartAt, 2) && text.at(10) != 'X') {
+        put(header, EdfLayout::kRecordingAt, EdfLayout::kTextWidth, "Startdate X" + text.mid(21));
+    }
+}
+
+void mendAnnotationSignals(QByteArray &header, const EdfLayout &layout)
+{
+    const auto set = [&](int signal, int before, int width, const char *text) {
+        put(header, layout.fieldAt(signal, before, width), width, text);
+    };
+    for (const int signal : layout.annotationSignals) {
+        set(signal, EdfLayout::kTransducerBefore, EdfLayout::kTransducerWidth, "");
+        set(signal, EdfLayout::kPrefilterBefore, EdfLayout::kPrefilterWidth, "");
+        set(signal, EdfLayout::kDigitalMinimumBefore, EdfLayout::kNumberWidth, layout.isBdf ? "-8388608" : "-32768");
+        set(signal, EdfLayout::kDigitalMaximumBefore, EdfLayout::kNumberWidth, layout.isBdf ? "8388607" : "32767");
+        const QByteArray minimum =
+            layout.signalField(signal, EdfLayout::kPhysicalMinimumBefore, EdfLayout::kNumberWidth);
+        const QByteArray maximum =
+            layout.signalField(signal, EdfLayout::kPhysicalMaximumBefore, EdfLayout::kNumberWidth);
+        if (number(minimum).toDouble() == number(maximum).toDouble()) {
+            set(signal, EdfLayout::kPhysicalMinimumBefore, EdfLayout::kNumberWidth, "-1");
+            set(signal, EdfLayout::kPhysicalMaximumBefore, EdfLayout::kNumberWidth, "1");
+        }
+    }
+}
+
+QString startFault(const EdfLayout &layout)
+{
+    const QString date = QString::fromLatin1(layout.header.mid(EdfLayout::kStartAt, 8));
+    const QString time = QString::fromLatin1(layout.header.mid(EdfLayout::kStartAt + 8, 8));
+    if (!QDate::fromString(date, QStringLiteral("dd.MM.yy")).isValid()) {
+        return QStringLiteral("its date \"%1\" is none").arg(date);
+    }
+    return QTime::fromString(time, QStringLiteral("hh.mm.ss")).isValid()
+        ? QString()
+        : QStringLiteral("its time \"%1\" is none").arg(time);
+}
+
+/// A signal needs two pairs of numbers to be scaled with.
+QString rangeFault(const EdfLayout &layout, int signal)
+{
+    bool isNumber = true;
+    const auto value = [&](int before, double most) {
+        bool converted = false;
+        const double result = layout.signalField(signal, before, EdfLayout::kNumberWidth).toDouble(&converted);
+        isNumber = isNumber && converted && std::fabs(result) <= most;
+        return result;
+    };
+    constexpr double kMost = std::numeric_limits<double>::max();
+    const double physical =
+        value(EdfLayout::kPhysicalMaximumBefore, kMost) - value(EdfLayout::kPhysicalMinimumBefore, kMost);
+    const double digital =
+        value(EdfLayout::kDigitalMaximumBefore, kMostDigital) - value(EdfLayout::kDigitalMinimumBefore, kMostDigital);
+    if (isNumber && physical != 0.0 && digital > 0.0) {
+        return QString();
+    }
+    const QByteArray label = layout.signalField(signal, 0, EdfLayout::kLabelWidth);
+    return QStringLiteral("signal %1 \"%2\" has no range that its values could be scaled with")
+        .arg(signal + 1)
+        .arg(QString::fromLatin1(label));
+}
+
+} // namespace
+
+namespace bp {
+
+QByteArray EdfHeaderRepair::mended(const EdfLayout &layout)
+{
+    QByteArray header = layout.header;
+    mendStart(header);
+    for (const int position : {EdfLayout::kPatientAt, EdfLayout::kRecordingAt}) {
+        put(header, position, EdfLayout::kTextWidth, ascii(header.mid(position, EdfLayout::kTextWidth)));
+    }
+    put(header, EdfLayout::kReservedAt, EdfLayout::kReservedWidth,
+        ascii(header.mid(EdfLayout::kReservedAt, EdfLayout::kReservedWidth)));
+    for (const int position : {EdfLayout::kHeaderBytesAt, EdfLayout::kRecordCountAt, EdfLayout::kDurationAt}) {
+        put(header, position, EdfLayout::kNumberWidth, number(header.mid(position, EdfLayout::kNumberWidth)));
+    }
+    put(header, EdfLayout::kSignalCountAt, EdfLayout::kSignalCountWidth, QByteArray::number(layout.signalCount));
+    for (int signal = 0; signal < layout.signalCount; ++signal) {
+        for (const Field &text : kTexts) {
+            const int position = layout.fieldAt(signal, text.before, text.width);
+            put(header, position, text.width, ascii(header.mid(position, text.width)));
+        }
+        for (const int before : kNumbersBefore) {
+            const int position = layout.fieldAt(signal, before, EdfLayout::kNumberWidth);
+            put(header, position, EdfLayout::kNumberWidth, number(header.mid(position, EdfLayout::kNumberWidth)));
+        }
+    }
+    if (layout.isPlus && layout.annotationSignals.isEmpty()) {
+        put(header, EdfLayout::kReservedAt, EdfLayout::kReservedWidth, layout.isBdf ? "24BIT" : "");
+    } else if (layout.isPlus) {
+        mendPlusTexts(header);
+        mendAnnotationSignals(header, layout);
+    }
+    return header;
+}
+
+QString EdfHeaderRepair::fault(const EdfLayout &layout)
+{
+    const QString start = startFault(layout);
+    if (!start.isEmpty()) {
+        return start;
+    }
+    const bool hasOnlyAnnotations = layout.annotationSignals.size() == layout.signalCount;
+    const double duration = layout.field(EdfLayout::kDurationAt, EdfLayout::kNumberWidth).toDouble();
+    if (!(duration >= 0.0 && duration < kLongestRecord) || (duration == 0.0 && !hasOnlyAnnotations)) {
+        return QStringLiteral("it does not say how long a data record lasts");
+    }
+    for (int signal = 0; signal < layout.signalCount; ++signal) {
+        const QString range = rangeFault(layout, signal);
+        if (!range.isEmpty()) {
+            return range;
+        }
+    }
+    return QString();
+}
+
+} // namespace bp

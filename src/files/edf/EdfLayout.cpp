@@ -1,0 +1,69 @@
+#include "files/edf/EdfLayout.h"
+
+#include <QFile>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int kMostSignals = 9999; // four digits
+
+qint64 numberAt(const QByteArray &header, int position, int width)
+{
+    return header.mid(position, width).trimmed().toLongLong();
+}
+
+} // namespace
+
+namespace bp {
+
+int EdfLayout::fieldAt(int signal, int before, int width) const
+{
+    return kFixedBytes + signalCount * before + signal * width;
+}
+
+qint64 EdfLayout::wholeRecords(qint64 fileBytes) const
+{
+    const qint64 bytes = std::max<qint64>(0, fileBytes - header.size());
+    return recordBytes > 0 ? std::min(bytes / recordBytes, kMostRecords) : 0;
+}
+
+EdfLayout EdfLayout::read(QFile &file)
+{
+    EdfLayout layout;
+    const QByteArray fixed = file.read(kFixedBytes);
+    const qint64 headerBytes = numberAt(fixed, kHeaderBytesAt, kNumberWidth);
+    const qint64 signalCount = numberAt(fixed, kSignalCountAt, kSignalCountWidth);
+    layout.records = numberAt(fixed, kRecordCountAt, kNumberWidth);
+    if (signalCount < 1 || signalCount > kMostSignals || headerBytes != kFixedBytes * (signalCount + 1)
+        || file.size() < headerBytes) {
+        return layout;
+    }
+    layout.signalCount = static_cast<int>(signalCount);
+    layout.header = fixed + file.read(headerBytes - kFixedBytes);
+    layout.isBdf = layout.header.startsWith('\xff');
+    layout.sampleBytes = layout.isBdf ? 3 : 2;
+    const QByteArray type = layout.header.mid(kReservedAt, 5);
+    layout.isDiscontinuous = type == (layout.isBdf ? "BDF+D" : "EDF+D");
+    layout.isPlus = layout.isDiscontinuous || type == (layout.isBdf ? "BDF+C" : "EDF+C");
+    for (int i = 0; i < layout.signalCount; ++i) {
+        const QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth).replace('\0', ' ');
+        const qint64 samples =
+            numberAt(layout.header, layout.fieldAt(i, kSampleCountBefore, kNumberWidth), kNumberWidth);
+        if (samples < 1) {
+            layout.recordBytes = 0;
+            break;
+        }
+        const qint64 bytes = samples * layout.sampleBytes;
+        if (layout.isPlus && label == (layout.isBdf ? "BDF Annotations " : "EDF Annotations ")) {
+            layout.annotationSignals << i;
+            layout.annotationBlocks << layout.recordBytes;
+            layout.annotationBytes = bytes;
+        }
+        layout.blocks << Block{layout.recordBytes, samples};
+        layout.recordBytes += bytes;
+    }
+    return layout;
+}
+
+} // namespace bp

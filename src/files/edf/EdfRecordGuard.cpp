@@ -1,0 +1,69 @@
+#include "files/edf/EdfRecordGuard.h"
+
+#include "files/edf/EdfLayout.h"
+#include "files/edf/EdfSlots.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace bp {
+
+void EdfRecordGuard::begin(const QString &path)
+{
+    m_path = path;
+    m_soundRecords = 0;
+    m_soundBytes = kUnlimited;
+    m_annotations.clear();
+}
+
+void EdfRecordGuard::noteRecord(bool written)
+{
+    if (hasFailed()) {
+        return;
+    }
+    if (written) {
+        ++m_soundRecords;
+    } else {
+        m_soundBytes = QFileInfo(m_path).size();
+    }
+}
+
+void EdfRecordGuard::noteAnnotation(long long onset, long long duration, const QByteArray &text)
+{
+    m_annotations << EdfSlots::list(onset, duration, text);
+}
+
+bool EdfRecordGuard::mend()
+{
+    const qint64 inFile = cutToSoundRecords();
+    const bool complete = !hasFailed() && inFile == m_soundRecords;
+    m_soundRecords = inFile;
+    return complete;
+}
+
+/// Returns the records that are in the file then.
+qint64 EdfRecordGuard::cutToSoundRecords()
+{
+    QFile file(m_path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly)) {
+        return 0;
+    }
+    const EdfLayout layout = EdfLayout::read(file);
+    if (layout.header.isEmpty() || layout.recordBytes <= 0) {
+        return 0;
+    }
+    const qint64 bytes = std::min(m_soundBytes, file.size()) - layout.header.size();
+    const qint64 records = std::min(m_soundRecords, std::max<qint64>(0, bytes) / layout.recordBytes);
+    const qint64 size = layout.header.size() + records * layout.recordBytes;
+    if (!hasFailed() && file.size() == size && layout.records == records) {
+        return records;
+    }
+    const QByteArray count = QByteArray::number(records).leftJustified(EdfLayout::kNumberWidth);
+    const bool mended = file.resize(size) && file.seek(EdfLayout::kRecordCountAt) && file.write(count) == count.size()
+        && EdfSlots::write(file, layout, records, m_annotations) >= 0 && file.flush();
+    return mended ? records : 0;
+}
+
+} // namespace bp

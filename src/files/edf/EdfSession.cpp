@@ -1,0 +1,181 @@
+#include "files/edf/EdfSession.h"
+
+#include "common/BPCommon.h"
+#include "files/edf/EdfContents.h"
+#include "files/edf/EdfLibrary.h"
+
+#include <QDebug>
+
+#include <edflib.h>
+
+namespace {
+
+constexpr int kNoFileType = -1;
+
+static_assert(bp::kEdfTicks == EDFLIB_TIME_DIMENSION, "times go to and from EDFlib as they are");
+
+/// EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
+bool isOversized(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && bp::EdfLayout::read(file).recordBytes > bp::EdfLayout::kMostRecordBytes;
+}
+
+edf_annotation_struct ofLibrary(const bp::EdfNote &note)
+{
+    edf_annotation_struct result{};
+    result.onset = note.onset;
+    result.duration_l = note.duration < 0 ? -EDFLIB_TIME_DIMENSION : note.duration;
+    if (note.duration >= 0) {
+        qstrncpy(result.duration, bp::edfSeconds(note.duration).constData(), sizeof(result.duration));
+    }
+    qstrncpy(result.annotation, note.text.constData(), sizeof(result.annotation));
+    return result;
+}
+
+} // namespace
+
+namespace bp {
+
+EdfSession::EdfSession()
+    : m_header(std::make_unique<edf_hdr_struct>())
+{
+    m_header->filetype = kNoFileType;
+}
+
+EdfSession::~EdfSession()
+{
+    close();
+}
+
+QString EdfSession::open(const QString &path)
+{
+    forget();
+    m_path = path;
+    QString reason;
+    const int code = openInLibrary(reason);
+    if (code != 0) {
+        qDebug("%s", EdfLibrary::debugMessage(code));
+        forget();
+        return reason.isEmpty() ? EdfLibrary::errorText(code) : reason;
+    }
+    m_handle = m_header->handle;
+    return QString();
+}
+
+/// Returns 0 or EDFlib's code, with the reason where EDFlib does not know it.
+int EdfSession::openInLibrary(QString &reason)
+{
+    if (isOversized(m_path)) {
+        reason = QStringLiteral("it has format errors: its data records are too large");
+        return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
+    }
+    int code = EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS) {
+        code = openStandIn(code, reason);
+    }
+    if (code == 0 && !m_records.open(m_path, m_header->edfsignals)) {
+        EdfLibrary::close(m_header->handle);
+        code = EDFLIB_FILE_READ_ERROR;
+    }
+    return code;
+}
+
+/// For a file that EDFlib refused with that code.
+int EdfSession::openStandIn(int code, QString &reason)
+{
+    EdfContents contents(m_path);
+    contents.readAnnotations();
+    reason = contents.reason();
+    m_standIn = reason.isEmpty() ? contents.standIn() : nullptr;
+    if (!m_standIn) {
+        return code;
+    }
+    BPCommon::log(BPCommon::LogEdfReader, "EDFReader::internalOpen reads a copy with a mended header: %s",
+                  m_standIn->fileName());
+    code = EdfLibrary::openForReading(m_standIn->fileName(), *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
+    if (code != 0) {
+        return code;
+    }
+    m_header->datarecords_in_file = contents.records();
+    m_header->file_duration = m_header->datarecord_duration * contents.records();
+    m_header->starttime_subsecond = contents.firstOnset();
+    for (int i = 0; i < m_header->edfsignals; ++i) {
+        m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * contents.records();
+    }
+    for (const EdfNote &note : contents.notes()) {
+        m_annotations << ofLibrary(note);
+    }
+    m_header->annotations_in_file = m_annotations.size();
+    for (const EdfPause &pause : contents.pauses()) {
+        m_gaps << EDFGap{edfTime(pause.record * contents.recordTicks()), edfTime(pause.start), edfTime(pause.duration)};
+    }
+    m_notice = contents.notice();
+    return 0;
+}
+
+bool EdfSession::readAnnotations()
+{
+    if (m_standIn || !isOpen()) {
+        return isOpen(); // EDFlib does not have them
+    }
+    m_annotations.clear();
+    bool isComplete = true;
+    for (long long i = 0; i < m_header->annotations_in_file; ++i) {
+        edf_annotation_struct annotation{};
+        const int code = edf_get_annotation(m_handle, static_cast<int>(i), &annotation);
+        if (code == 0) {
+            m_annotations << annotation;
+        } else {
+            BPCommon::log(BPCommon::LogEdfReader, "EDFReader::takeCurrentAnnotations code %i index %i", code, i);
+            isComplete = false;
+        }
+    }
+    addJournal();
+    return isComplete;
+}
+
+/// A program that is killed while it closes a recording leaves one that seems complete, but may lack annotations.
+void EdfSession::addJournal()
+{
+    QFile file(m_path);
+    const QByteArray header = file.open(QIODevice::ReadOnly) ? file.read(EdfLayout::kFixedBytes) : QByteArray();
+    QVector<EdfNote> present;
+    for (const edf_annotation_struct &annotation : qAsConst(m_annotations)) {
+        present << EdfNote{annotation.onset, annotation.duration_l, QByteArray(annotation.annotation)};
+    }
+    const QVector<EdfNote> missing =
+        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(header)), present);
+    for (const EdfNote &note : missing) {
+        m_annotations << ofLibrary(note);
+    }
+    if (!missing.isEmpty()) {
+        m_notice =
+            QStringLiteral("%1 lacks %2 of its labels, which are beside it: \"bioprocessing repair\" makes a copy "
+                           "with all of them.")
+                .arg(m_path)
+                .arg(missing.size());
+    }
+}
+
+void EdfSession::close()
+{
+    if (isOpen()) {
+        EdfLibrary::close(m_handle);
+        m_handle = -1;
+    }
+    m_standIn.reset();
+    m_records.close();
+}
+
+void EdfSession::forget()
+{
+    close();
+    m_gaps.clear();
+    m_notice.clear();
+    m_annotations.clear();
+    *m_header = {};
+    m_header->filetype = kNoFileType;
+}
+
+} // namespace bp

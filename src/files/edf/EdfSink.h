@@ -1,0 +1,45 @@
+#pragma once
+
+#include "files/edf/EdfRecordPlan.h"
+
+#include <QSaveFile>
+#include <QString>
+
+#include <memory>
+#include <vector>
+
+namespace bp {
+
+/// Writes an EDF(+) or BDF(+) file, record by record, with whatever limits, rates and annotations it is given. Under
+/// its name there is nothing new before commit(), and everything afterwards.
+class EdfSink
+{
+public:
+    /// @param facts samplesPerRecord are those of the records to be written
+    /// @param notes sorted by onset; a file with notes becomes EDF+ or BDF+
+    bool open(const QString &path, const EdfFacts &facts, const EdfRecordPlan &plan, const QVector<EdfNote> &notes,
+              QString &error);
+    /// @param samples samplesPerRecord values of each channel, channel after channel
+    bool writeRecord(const std::vector<qint32> &samples, QString &error);
+    bool commit(QString &error);
+    int samplesPerRecord() const { return m_samples; }
+
+private:
+    QByteArray header() const;
+    static QByteArray signalFields(const QVector<EdfChannelFacts> &channels);
+    void sizeNoteBlock();
+    qint64 placeNotes(qint64 record, qint64 next, QByteArray *block) const;
+    QByteArray timekeeping(qint64 record) const;
+
+    std::unique_ptr<QSaveFile> m_file;
+    EdfFacts m_facts;
+    EdfRecordPlan m_plan;
+    QVector<EdfNote> m_notes;
+    int m_samples = 0; ///< of all channels in a record
+    int m_noteBytes = 0; ///< size of the annotation signal in a record; 0: none
+    qint64 m_record = 0;
+    qint64 m_nextNote = 0;
+    QByteArray m_buffer;
+};
+
+} // namespace bp

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "files/edf/EdfFacts.h"
+
+namespace bp {
+
+/// What an annotation signal holds in one record: lists "+onset[\x15duration]\x14text\x14…\0". Times in ticks.
+///
+/// EDFlib refuses a file for one malformed list; this leaves the list out.
+class EdfTal
+{
+public:
+    static constexpr qint64 kNoTime = -1;
+
+    /// The time at which a record begins, from the list that its first annotation signal begins with. kNoTime when
+    /// there is none, or it lies before the start of the file.
+    static qint64 recordOnset(const QByteArray &block);
+    /// Appends the annotations of a block.
+    /// @param keepsTime the block begins with the record's onset, whose first text is none
+    /// @return how many lists are malformed
+    static int appendNotes(const QByteArray &block, bool keepsTime, QVector<EdfNote> &notes);
+    /// The list of one annotation, without the zero behind it.
+    /// @param onset    seconds without a sign
+    /// @param duration seconds; empty: none
+    static QByteArray list(bool isNegative, const QByteArray &onset, const QByteArray &duration,
+                           const QByteArray &text);
+};
+
+} // namespace bp
