@@ -1,3 +1,4 @@
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "ConversionRun.h"
@@ -198,16 +199,5 @@ Console::ExitStatus convert(const QCommandLineParser &parser)
 
 int runConvert(const QStringList &arguments)
 {
-    QCommandLineParser parser;
-    addOptions(parser);
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
-    }
-    try {
-        return convert(parser);
-    } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        return refusal.status;
-    }
+    return runCommand(arguments, addOptions, convert);
 }

@@ -191,6 +191,7 @@ void TestConversion::cropsOnTheSample_data()
     QTest::newRow("between samples, the later") << 100 << 1.001 << 2.001 << 101 << 100;
     QTest::newRow("a rate whose period is no decimal number") << 360 << 1.0 << 2.5 << 360 << 540;
     QTest::newRow("a prime number of samples") << 250 << 0.004 << 4.048 << 1 << 1011;
+    QTest::newRow("a fraction that the last record's time lacks") << 1000 << 0.2 << 3.0 << 200 << 2800;
     QTest::newRow("to the end") << 256 << 7.0 << -1.0 << 1792 << 768;
 }
 
@@ -211,6 +212,8 @@ void TestConversion::cropsOnTheSample()
         QVERIFY2(converter.crop(path("in"), path("out"), from, to), qPrintable(converter.lastError()));
         QCOMPARE(samplesOf(path("out"), 0), a.mid(first, count));
         QCOMPARE(samplesOf(path("out"), 1), b.mid(first, count));
+        EDFReader reader(path("out"));
+        QVERIFY2(reader.open(), qPrintable(reader.lastError()));
     }
 }
 

@@ -25,6 +25,14 @@ QByteArray number(qint64 value, int width = EdfLayout::kNumberWidth)
     return padded(QByteArray::number(value), width);
 }
 
+/// Characters from the decimal point on; 0 for whole seconds.
+int decimals(qint64 ticks)
+{
+    const QByteArray text = bp::edfSeconds(std::abs(ticks));
+    const int point = text.indexOf('.');
+    return point < 0 ? 0 : text.size() - point;
+}
+
 QByteArray timed(const bp::EdfNote &note, qint64 startTicks)
 {
     const qint64 onset = note.onset + startTicks;
@@ -68,6 +76,14 @@ QByteArray EdfSink::timekeeping(qint64 record) const
     return '+' + edfSeconds(m_facts.startTicks + record * m_plan.durationTicks) + "\x14\x14" + '\0';
 }
 
+/// No record's is longer: the last one has the most digits, and sums no more decimals than their parts.
+qint64 EdfSink::longestTimekeeping() const
+{
+    const int most = std::max(decimals(m_facts.startTicks), decimals(m_plan.durationTicks));
+    return timekeeping(m_plan.records).size() - decimals(m_facts.startTicks + m_plan.records * m_plan.durationTicks)
+        + most;
+}
+
 /// The next notes that belong into the record or an earlier one, as far as there is room. Returns the first that
 /// remains.
 qint64 EdfSink::placeNotes(qint64 record, qint64 next, QByteArray *block) const
@@ -98,7 +114,7 @@ void EdfSink::sizeNoteBlock()
     // Even, and a whole number of samples of three bytes.
     const auto rounded = [](qint64 bytes) { return static_cast<int>((bytes + 5) / 6 * 6); };
     m_noteBytes = rounded(std::max<qint64>(m_notes.isEmpty() ? 0 : kLeastNoteBytes,
-                                           timekeeping(m_plan.records).size() + qint64{longest}));
+                                           longestTimekeeping() + qint64{longest}));
     // Placed from the front in every record, as writing does it, until nothing is left behind.
     const auto fits = [this] {
         qint64 next = 0;

@@ -30,6 +30,7 @@ private:
     void sizeNoteBlock();
     qint64 placeNotes(qint64 record, qint64 next, QByteArray *block) const;
     QByteArray timekeeping(qint64 record) const;
+    qint64 longestTimekeeping() const;
 
     std::unique_ptr<QSaveFile> m_file;
     EdfFacts m_facts;
