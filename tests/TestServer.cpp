@@ -3,6 +3,7 @@
 #include "montage/MontageXmlReader.h"
 #include "server/DataServer.h"
 #include "server/HalvinHTTPQtClient.h"
+#include "server/JsonBody.h"
 #include "server/JsonNumbers.h"
 #include "server/ProcessRequest.h"
 #include "server/ServerMediator.h"
@@ -264,9 +265,12 @@ private slots:
     void dispatch();
     void content_data();
     void content();
+    void jsonBody_data();
+    void jsonBody();
     void packet();
     void deviceParametersReachTheDevice();
     void modelRefuses();
+    void hostRefuses();
     void samplesWaitForAClient();
     void samplesAreHandedOutOnce();
     void overflowKeepsTheNewest();
@@ -543,6 +547,59 @@ void TestServer::content()
     QTEST(HalvinRespPacket::getContent(text), "content");
 }
 
+void TestServer::jsonBody_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QJsonObject>("object");
+    const auto bad = [](const char *name, const QByteArray &text) { QTest::newRow(name) << text << QJsonObject(); };
+    const auto good = [](const char *name, const QByteArray &text, const QJsonValue &value) {
+        QTest::newRow(name) << text << QJsonObject{{QStringLiteral("a"), value}};
+    };
+    const auto nested = [](int depth) { return R"({"a":)" + QByteArray(depth, '[') + QByteArray(depth, ']') + '}'; };
+    bad("nothing", "");
+    bad("an array", R"([{"a":1}])");
+    bad("cut off", R"({"a":[1,{"b":"c)");
+    bad("two texts", R"({"a":1}{"a":1})");
+    bad("comma at the end", R"({"a":1,})");
+    bad("comma at the end of an array", R"({"a":[1,]})");
+    bad("name without quotes", "{a:1}");
+    bad("single quotes", "{'a':1}");
+    bad("no value", R"({"a"})");
+    bad("other words", R"({"a":True})");
+    bad("comment", R"({"a":1/**/})");
+    bad("257 levels", nested(257));
+    bad("300 levels", nested(300));
+    bad("100,000 levels", QByteArray(100000, '[') + QByteArray(100000, ']'));
+    bad("beyond a double", R"({"a":1e999})");
+    bad("too small for a double", R"({"a":1e-999})");
+    for (const char *number : {"01", "+1", "1.", ".5", "-", "1e", "0x1", "NaN", "--1"}) {
+        bad(number, QByteArray(R"({"a":)") + number + '}');
+    }
+    for (const char *string : {"\\q", "\\u12", "\\u12g4", "\\u+123", "\n", "\x1f", "\\"}) {
+        bad((QByteArray("string ") + QByteArray(string).toHex()).constData(),
+            QByteArray(R"({"a":")") + string + R"("})");
+    }
+    bad("zero in a string", QByteArray("{\"a\":\"\0\"}", 9));
+    good("256 levels of arrays within", nested(256), QJsonDocument::fromJson(nested(256)).object()[QLatin1String("a")]);
+    good("blanks", " \t\r\n{ \"a\" : [ 1 , 2 ] } ", QJsonArray{1, 2});
+    good("byte order mark", "\xEF\xBB\xBF{\"a\":true}", true);
+    good("null", R"({"a":null})", QJsonValue::Null);
+    good("numbers", R"({"a":[0,-0.5,1E2,25e-1,1e+2,9007199254740992]})",
+         QJsonArray{0, -0.5, 100, 2.5, 100, 9007199254740992.0});
+    good("escapes", R"({"a":"\"\\\/\b\f\n\r\té"})", QString::fromUtf8("\"\\/\b\f\n\r\té"));
+    good("pair of surrogates", R"({"a":"\ud83e\uDDE0"})", QString::fromUtf8("\U0001F9E0"));
+    good("half a pair", R"({"a":"\ud800"})", QString(QChar(0xD800)));
+    good("beyond ASCII", "{\"a\":\"脳\"}", QString::fromUtf8("脳"));
+    good("escaped name", R"({"\u0061":{}})", QJsonObject());
+    good("the last of one name", R"({"a":{"b":1},"a":[{}],"a":"c"})", QStringLiteral("c"));
+}
+
+void TestServer::jsonBody()
+{
+    QFETCH(QByteArray, text);
+    QTEST(bp::jsonObject(QString::fromUtf8(text.constData(), text.size())), "object");
+}
+
 void TestServer::packet()
 {
     HalvinRespPacket packet(request_set_state, QString::fromUtf8(success(R"({"a":1})")));
@@ -578,6 +635,43 @@ void TestServer::modelRefuses()
     for (const char *word : {"starttraining", "stopdevice", "startwritefile", "removeallrecords", "getalgorithms"}) {
         QCOMPARE(service.answer(get(word)), refusal("no"));
     }
+}
+
+void TestServer::hostRefuses()
+{
+    Service service(Bci | StatesRecorded);
+    service.writeMontages();
+    const auto refuse = [&service] {
+        service.server.refuse(QString()); // none
+        service.server.refuse(QStringLiteral("no"));
+        service.server.refuse(QStringLiteral("the first one counts"));
+    };
+    connect(&service.server, &DataServer::addNewProfile, refuse);
+    connect(&service.server, &DataServer::removeProfile, refuse);
+    connect(&service.server, &DataServer::setCurrentProfile, refuse);
+    connect(&service.server, &DataServer::writeStateFile, refuse);
+    connect(&service.server, &DataServer::removeStateFile, refuse);
+    connect(&service.server, &DataServer::startDevice, refuse);
+    connect(&service.server, QOverload<AmplifierInfo, QSharedPointer<Montage>>::of(&DataServer::startDeviceWithMontage),
+            refuse);
+    connect(&service.server, &DataServer::currentMontageChanged, refuse);
+    const QByteArray name = R"({"name":"rest","type":"rt"})";
+    for (const char *word : {"addnewprofile", "removeprofile", "setcurrentprofile"}) {
+        QCOMPARE(service.answer(post(word, name)), refusal("no"));
+    }
+    QCOMPARE(service.answer(post("addnewprofile", R"({"profile_list":[)" + name + "]}")), refusal("no"));
+    for (const char *path : {"writestatefile/3", "removestatefile/3"}) {
+        QCOMPARE(service.answer(get(path)), refusal("no"));
+    }
+    QCOMPARE(service.answer(post("startdevice", R"({"device":"Fake"})")), refusal("no"));
+    QCOMPARE(service.answer(post("setmontagename", R"({"name":"two"})")), refusal("no"));
+    QCOMPARE(service.server.getMontageName(), QString());
+    QCOMPARE(service.answer(post("startdevice", R"({"device":"Ghost"})")), refusal("no"));
+    service.server.refuse(QStringLiteral("outside of a wish"));
+    QCOMPARE(service.answer(get("stoptraining")), success("stoptraining\r\n"));
+
+    QCOMPARE(service.answer(post("startdevice", R"({"device":"Fake","montage":"two"})")), refusal("no"));
+    QCOMPARE(service.state.currentMontage, service.montage); // not the one from the file
 }
 
 void TestServer::samplesWaitForAClient()

@@ -16,12 +16,16 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 
 namespace {
 
 const QString kDevice = QStringLiteral("Simulator 8");
+/// Parameters with which it opens and closes its eyes.
+const QJsonObject kEyes{
+    {QStringLiteral("speed"), 10}, {QStringLiteral("seed"), 3}, {QStringLiteral("eyes_period"), 20}};
 
 struct Reply
 {
@@ -194,6 +198,8 @@ private slots:
     void setsDamagedFilesAside();
     void takesMontages();
     void recordsStateFiles();
+    void learnsStates();
+    void keepsItsModel();
     void changesAlgorithmsWhileRunning();
     void removesAllRecordsButTheOpenOne();
     void survivesItsDevice_data();
@@ -204,6 +210,7 @@ private slots:
 
 private:
     void writeMontage(const char *file, const char *channels) const;
+    void recordStates(const RunningService &service);
     QString path(const char *name) const { return m_folder->filePath(QString::fromLatin1(name)); }
 
     std::unique_ptr<QTemporaryDir> m_folder;
@@ -344,8 +351,9 @@ void TestService::takesAnyProfileName()
     for (int run = 0; run < 2; ++run) { // the second one reads what the first one has written
         RunningService service(path("data"));
         if (run == 0) {
-            service.ask("addnewprofile", profile(name, "rt"));
-            service.ask("setcurrentprofile", named(name));
+            QCOMPARE(service.ask("addnewprofile", profile(name, "rt")).ok, taken);
+            QVERIFY(!service.ask("addnewprofile", profile(name, "bci")).ok); // it is there already
+            QCOMPARE(service.ask("setcurrentprofile", named(name)).ok, taken);
         }
         QCOMPARE(service.ask("getprofilelist").array("list").contains(name), taken);
         QCOMPARE(service.status("current_profile").toString(), taken ? name : QStringLiteral("default"));
@@ -421,7 +429,7 @@ void TestService::recordsStateFiles()
     RunningService service(m_folder->path(), {QStringLiteral("--state-seconds"), QStringLiteral("2")});
     QVERIFY(service.ask("addnewprofile", profile(QStringLiteral("Mind"), "bci")).ok);
     QVERIFY(service.ask("setcurrentprofile", named(QStringLiteral("Mind"))).ok);
-    QVERIFY(service.ask("writestatefile/3").ok); // nothing acquires: told, not recorded
+    QVERIFY(!service.ask("writestatefile/3").ok); // nothing acquires
     QCOMPARE(service.status("write_status").toBool(), false);
     QVERIFY(service.start({{QStringLiteral("speed"), 1}}));
 
@@ -459,6 +467,96 @@ void TestService::recordsStateFiles()
     EDFReader reader(path("records/") + filesIn(path("records"), "*.edf").value(0));
     QVERIFY(reader.open() && reader.takeCurrentAnnotations());
     QCOMPARE(reader.annotations().value(0).text, QStringLiteral("5"));
+}
+
+/// Profile "mind" with a state for open (1) and one for closed eyes (2). State files of 1 s hold 10 s of the signal.
+void TestService::recordStates(const RunningService &service)
+{
+    QVERIFY(service.ask("addnewprofile", profile(QStringLiteral("mind"), "bci")).ok);
+    QVERIFY(service.ask("setcurrentprofile", named(QStringLiteral("mind"))).ok);
+    QVERIFY(service.start(kEyes));
+    QVector<QVector<double>> fetched(1);
+    const auto until = [&](int seconds) {
+        while (fetched[0].size() < seconds * 250) {
+            QTest::qWait(5);
+            fetch(service, fetched);
+        }
+    };
+    until(1);
+    QVERIFY(service.ask("writestatefile/1").ok);
+    QVERIFY(!service.ask("writestatefile/2").ok); // one at a time
+    QTRY_COMPARE_WITH_TIMEOUT(service.status("states").toString(), QStringLiteral("1;"), 10000);
+    const Reply alone = service.ask("starttraining");
+    QVERIFY(!alone.ok && alone.body.contains("two recorded states"));
+    until(21);
+    QVERIFY(service.ask("writestatefile/2").ok);
+    QTRY_COMPARE_WITH_TIMEOUT(service.status("states").toString(), QStringLiteral("1;2;"), 10000);
+}
+
+void TestService::learnsStates()
+{
+    RunningService service(m_folder->path(), {QStringLiteral("--state-seconds"), QStringLiteral("1")});
+    recordStates(service);
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(service.ask("starttraining").ok);
+        QVERIFY(service.ask("stoptraining").ok);
+    }
+    QVERIFY(service.ask("starttraining").ok);
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(path("profiles/mind/model.json")), 10000);
+    QVERIFY(service.ask("stopdevice").ok);
+
+    QVERIFY(service.start(kEyes));
+    QVector<QVector<double>> fetched(1);
+    std::array<std::array<int, 2>, 2> told{}; // by the eyes, open and closed; by the state, 1 or other
+    while (fetched[0].size() < 60 * 250) {
+        QTest::qWait(10);
+        fetch(service, fetched);
+        const int second = fetched[0].size() / 250 % 40;
+        if (second % 20 >= 5 && second % 20 < 18) { // the window lies within one state
+            const int state = service.ask("getlaststate").json()[QLatin1String("state")].toInt();
+            ++told[second < 20 ? 0 : 1][state == 1 ? 0 : 1];
+        }
+    }
+    QVERIFY(told[0][0] > 2 * told[0][1]);
+    QVERIFY(told[1][1] > 2 * told[1][0]);
+
+    writeMontage("two.xml", "Fp1 ECG");
+    QVERIFY(service.ask("setmontagename", named(QStringLiteral("two"))).ok);
+    const QByteArray errors = service.errors();
+    QVERIFY2(errors.contains("does not fit the device"), errors.constData());
+    QVERIFY(service.ask("starttraining").ok);
+    QVERIFY(service.ask("removeprofile", named(QStringLiteral("mind"))).ok); // in mid-training
+    QCOMPARE(service.status("current_profile").toString(), QStringLiteral("default"));
+    QVERIFY(!QDir(path("profiles/mind")).exists());
+    QVERIFY(service.terminate());
+}
+
+void TestService::keepsItsModel()
+{
+    const QString modelPath = path("profiles/mind/model.json");
+    {
+        RunningService service(m_folder->path(), {QStringLiteral("--state-seconds"), QStringLiteral("1")});
+        recordStates(service);
+        QVERIFY(service.ask("starttraining").ok);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(modelPath), 10000);
+        service.kill();
+    }
+    QVERIFY(QFile::copy(modelPath, path("kept")));
+    QFile model(modelPath);
+    QVERIFY(model.resize(model.size() / 2));
+    {
+        RunningService service(m_folder->path());
+        const QByteArray errors = service.errors();
+        QVERIFY2(errors.contains("model.json is no model") && errors.count('\n') == 1, errors.constData());
+        QCOMPARE(service.status("states").toString(), QStringLiteral("1;2;"));
+    }
+    QVERIFY(QFile::remove(modelPath) && QFile::rename(path("kept"), modelPath));
+    RunningService service(m_folder->path());
+    QVERIFY(service.start(kEyes));
+    QTRY_VERIFY_WITH_TIMEOUT(service.ask("getstates").json()[QLatin1String("amount")].toString().toInt() > 3, 10000);
+    QVERIFY(service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("7")}}).ok);
+    QVERIFY(service.ask("getstates").body.contains(R"("state":"7")"));
+    QVERIFY(service.terminate());
 }
 
 void TestService::changesAlgorithmsWhileRunning()

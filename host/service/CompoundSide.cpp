@@ -90,12 +90,12 @@ void CompoundSide::updateAlgorithm(const UnitParams &params)
 void CompoundSide::start(const AmplifierInfo &info, QSharedPointer<Montage> montage)
 {
     if (m_device != nullptr) {
-        Console::error(QStringLiteral("A device is acquiring already."));
+        m_server.refuse(QStringLiteral("A device is acquiring already."));
         return;
     }
     Amplifier *device = DeviceManager::Instance()->openDevice(info);
     if (device == nullptr) {
-        Console::error(QStringLiteral("The device \"%1\" is not there.").arg(info.name()));
+        m_server.refuse(QStringLiteral("The device %1 is not there.").arg(info.name()));
         return;
     }
     try {
@@ -107,7 +107,7 @@ void CompoundSide::start(const AmplifierInfo &info, QSharedPointer<Montage> mont
         acquire(device, montage);
     } catch (const Refusal &refusal) {
         DeviceManager::Instance()->releaseDevice(device);
-        Console::error(refusal.sentence);
+        m_server.refuse(refusal.sentence);
     }
 }
 
@@ -158,8 +158,7 @@ void CompoundSide::changeMontage(const QSharedPointer<Montage> &montage)
     try {
         MontageChoice::check(montage, QStringLiteral("The montage"));
     } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        m_state.currentMontage = m_montage;
+        m_server.refuse(refusal.sentence);
         return;
     }
     if (!m_records.busyStateFolder().isEmpty()) {

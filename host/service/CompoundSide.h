@@ -20,7 +20,8 @@ class Montage;
 struct server_state;
 
 /// The acquisition side of the service: starts and stops the device, feeds the server with what it delivers, and
-/// records. What cannot be done is told in one sentence on standard error, or refused to the asking client.
+/// records. What cannot be done is refused to the asking client in one sentence; what goes wrong on its own is told on
+/// standard error.
 ///
 /// Messages: "stopDevice", "startWritingFlag", "stopWritingFlag", "removeRecordFile".
 class CompoundSide : public QObject, public Colleague

@@ -14,13 +14,6 @@ namespace {
 const QString kSpectrum = QStringLiteral("SpectrumOnline");
 const QString kRhythm = QStringLiteral("DependSpectrumNorm");
 
-void tell(const QString &sentence)
-{
-    if (!sentence.isEmpty()) {
-        Console::error(sentence);
-    }
-}
-
 bool isForCompound(const QString &message)
 {
     static const QStringList messages{QStringLiteral("stopDevice"), QStringLiteral("startWritingFlag"),
@@ -50,7 +43,11 @@ ModelSide::ModelSide(server_state &state, DataServer &server, CompoundSide &comp
     connect(&m_server, &DataServer::writeStateFile, this, &ModelSide::writeState);
     connect(&m_server, &DataServer::removeStateFile, this, &ModelSide::removeState);
     connect(&m_compound.records(), &RecordKeeper::stateRecorded, this, &ModelSide::listStates);
-    connect(&m_training, &TrainingSide::finished, this, [](const QString &error) { tell(error); });
+    connect(&m_training, &TrainingSide::finished, this, [](const QString &error) {
+        if (!error.isEmpty()) {
+            Console::error(error);
+        }
+    });
     connect(&m_training, &TrainingSide::stateFound, this, &ModelSide::setState);
     connect(&m_compound, &CompoundSide::streamChanged, &m_training, &TrainingSide::setStream);
     connect(&m_compound, &CompoundSide::samplesTaken, &m_training, &TrainingSide::takeSamples);
@@ -91,15 +88,16 @@ void ModelSide::perform(RequestExchange &exchange, const QString &message)
 
 void ModelSide::addProfile(const QString &name, const QString &type)
 {
-    tell(m_profiles.add(name, type == QLatin1String("bci")));
+    m_server.refuse(m_profiles.add(name, type == QLatin1String("bci")));
 }
 
 void ModelSide::removeProfile(const QString &name)
 {
-    if (m_compound.records().busyStateFolder() == m_profiles.stateFolder(name)) {
+    const bool isOnly = m_profiles.names().size() == 1; // it stays
+    if (!isOnly && m_compound.records().busyStateFolder() == m_profiles.stateFolder(name)) {
         m_compound.records().stop();
     }
-    tell(m_profiles.remove(name));
+    m_server.refuse(m_profiles.remove(name));
     if (m_profiles.current().name != m_state.currentProfile) {
         takeProfile();
     }
@@ -107,7 +105,7 @@ void ModelSide::removeProfile(const QString &name)
 
 void ModelSide::selectProfile(const QString &name)
 {
-    tell(m_profiles.select(name));
+    m_server.refuse(m_profiles.select(name));
     takeProfile();
 }
 
@@ -133,13 +131,13 @@ void ModelSide::listStates()
 
 void ModelSide::writeState(int state)
 {
-    tell(m_state.readMode ? m_compound.records().startState(state, stateFolder())
-                          : QStringLiteral("State %1 was not recorded: no device is acquiring.").arg(state));
+    m_server.refuse(m_state.readMode ? m_compound.records().startState(state, stateFolder())
+                                     : QStringLiteral("State %1 was not recorded: no device is acquiring.").arg(state));
 }
 
 void ModelSide::removeState(int state)
 {
-    tell(m_compound.records().removeState(state, stateFolder()));
+    m_server.refuse(m_compound.records().removeState(state, stateFolder()));
     listStates();
 }
 

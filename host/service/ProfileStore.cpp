@@ -23,14 +23,6 @@ bool byName(const Profile &left, const Profile &right)
     return left.name < right.name;
 }
 
-/// A name as a line of text may show it: it came over the network.
-QString shown(QString name)
-{
-    std::replace_if(
-        name.begin(), name.end(), [](QChar character) { return !character.isPrint(); }, QLatin1Char('?'));
-    return name;
-}
-
 /// The object in a file; empty when there is none.
 QJsonObject readObject(const QString &path, QString &error)
 {
@@ -140,7 +132,7 @@ QString ProfileStore::add(const QString &name, bool isBci)
         return QStringLiteral("The name of the new profile is too long.");
     }
     if (indexOf(name) >= 0) {
-        return QStringLiteral("The profile \"%1\" is there already.").arg(shown(name));
+        return QStringLiteral("The profile is there already.");
     }
     if (m_profiles.size() >= kMaxProfiles) {
         return QStringLiteral("There are %1 profiles already, which is the limit.").arg(kMaxProfiles);
@@ -157,10 +149,10 @@ QString ProfileStore::remove(const QString &name)
 {
     const int index = indexOf(name);
     if (index < 0) {
-        return QStringLiteral("There is no profile \"%1\".").arg(shown(name));
+        return QStringLiteral("There is no such profile.");
     }
     if (m_profiles.size() == 1) {
-        return QStringLiteral("The profile \"%1\" stays: it is the only one.").arg(shown(name));
+        return QStringLiteral("The profile stays: it is the only one.");
     }
     if (!QFile::remove(filePath(name)) && QFile::exists(filePath(name))) {
         return QStringLiteral("Cannot remove %1.").arg(filePath(name));
@@ -180,7 +172,7 @@ QString ProfileStore::select(const QString &name)
 {
     const int index = indexOf(name);
     if (index < 0) {
-        return QStringLiteral("There is no profile \"%1\".").arg(shown(name));
+        return QStringLiteral("There is no such profile.");
     }
     m_current = static_cast<std::size_t>(index);
     saveCurrent();

@@ -2,6 +2,7 @@
 
 #include "Console.h"
 #include "bci/Processor.h"
+#include "devices/AmplifierChannel.h"
 #include "files/EDFReader.h"
 #include "learning/LiveClassifier.h"
 #include "montage/Montage.h"
@@ -21,6 +22,29 @@ constexpr float kMinimumRate = 0.5f; ///< of every state's own examples
 QString modelPath(const QString &folder)
 {
     return folder + QLatin1String("/model.json");
+}
+
+/// The EEG channels, if there are any: mental states hardly show in the others. All of them otherwise.
+std::vector<DataSource::Channel> channelsToLearnFrom(const Montage &montage)
+{
+    std::vector<DataSource::Channel> eeg;
+    std::vector<DataSource::Channel> all;
+    for (unsigned i = 0; i < montage.size(); ++i) {
+        all.push_back({static_cast<int>(i), -1, 1.0f, montage[i]->getName()});
+        if (montage[i]->getChannelType() == BPCommon::EEG) {
+            eeg.push_back(all.back());
+        }
+    }
+    return eeg.empty() ? all : eeg;
+}
+
+QStringList namesOf(const std::vector<DataSource::Channel> &channels)
+{
+    QStringList names;
+    for (const DataSource::Channel &channel : channels) {
+        names << channel.name;
+    }
+    return names;
 }
 
 bp::ModelFile newModel(const QStringList &channels, int rate, const QList<int> &states)
@@ -86,15 +110,16 @@ QString TrainingSide::start(const QString &folder, const QList<int> &states)
     if (!reader.open()) {
         return QStringLiteral("starttraining: ") + reader.lastError();
     }
-    const QStringList channels = reader.getFileMontage()->getChannelNames();
+    const std::vector<DataSource::Channel> channels = channelsToLearnFrom(*reader.getFileMontage());
     const int rate = static_cast<int>(std::lround(static_cast<double>(reader.getSampleRate())));
     reader.close();
-    m_source = std::make_unique<OfflineDataSource>(rate, kStepSeconds, OfflineDataSource::EDF);
+    m_source = std::make_unique<OfflineDataSource>(std::vector<QString>(), rate, kStepSeconds, channels,
+                                                   OfflineDataSource::EDF);
     if (!m_source->setFileList(files, labels, DataSource::TrialLabels)) {
         return QStringLiteral("starttraining: ") + m_source->errorText();
     }
     m_folder = folder;
-    m_training = std::make_unique<LiveClassifier>(newModel(channels, rate, states), m_source.get());
+    m_training = std::make_unique<LiveClassifier>(newModel(namesOf(channels), rate, states), m_source.get());
     // Queued, so that the training is not deleted while it tells of its end.
     connect(m_training.get(), &LiveClassifier::trained, this, &TrainingSide::takeTraining, Qt::QueuedConnection);
     m_training->train();

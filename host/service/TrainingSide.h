@@ -13,8 +13,8 @@ class OfflineDataSource;
 
 /// Learns to tell mental states from the state files of a profile, and finds the current one in the device's stream.
 ///
-/// Takes the Portal pair: amplitude spectra of all channels, 4 to 30 Hz, windows of 2 s every 0.5 s. The trained model
-/// is kept beside the state files ("model.json") and read again with the profile.
+/// Takes the Portal pair: amplitude spectra of the EEG channels, 4 to 30 Hz, windows of 2 s every 0.5 s. The trained
+/// model is kept beside the state files ("model.json") and read again with the profile.
 class TrainingSide : public QObject
 {
     Q_OBJECT

@@ -18,6 +18,7 @@
 #include "server/outlets/TcpTextSocket.h"
 
 #include <QDateTime>
+#include <QScopedValueRollback>
 #include <QTcpServer>
 #include <QTcpSocket>
 
@@ -262,6 +263,7 @@ void DataServer::notify(Colleague *sender, QString message)
     if (exchange == nullptr) {
         return;
     }
+    const QScopedValueRollback<RequestExchange *> wishing(m_wishing, exchange);
     const auto isMessage = [&message](const char *text) { return message == QLatin1String(text); };
     const auto wish = std::find_if(std::begin(kWishes), std::end(kWishes),
                                    [&isMessage](const Wish &candidate) { return isMessage(candidate.message); });
@@ -274,10 +276,16 @@ void DataServer::notify(Colleague *sender, QString message)
     } else if (isMessage("startDeviceWithMontage")) {
         startDeviceWithMontage(*exchange);
     } else if (isMessage("setCurrentMontage")) {
-        m_montageName = exchange->montageName;
-        emit currentMontageChanged(exchange->montage);
+        setCurrentMontage(*exchange);
     } else {
         passToModel(sender, *exchange, message);
+    }
+}
+
+void DataServer::refuse(const QString &reason)
+{
+    if (m_wishing != nullptr && m_wishing->refusal.isEmpty()) {
+        m_wishing->refusal = reason;
     }
 }
 
@@ -334,10 +342,28 @@ void DataServer::startDeviceWithMontage(RequestExchange &exchange)
         exchange.refusal = QStringLiteral("Cannot open montage file");
         return;
     }
+    const AmplifierInfo deviceBefore = m_state.currentDevice;
+    const QSharedPointer<Montage> montageBefore = m_state.currentMontage;
+    const QString nameBefore = m_montageName;
     m_montageName = bp::MontageFolder::fileName(exchange.montageName);
     m_state.currentDevice = exchange.device;
     m_state.currentMontage = montage;
     emit startDeviceWithMontage(exchange.device, montage);
+    if (!exchange.refusal.isEmpty()) { // a refused command changes nothing
+        m_montageName = nameBefore;
+        m_state.currentDevice = deviceBefore;
+        m_state.currentMontage = montageBefore;
+    }
+}
+
+void DataServer::setCurrentMontage(RequestExchange &exchange)
+{
+    const QString nameBefore = m_montageName;
+    m_montageName = exchange.montageName;
+    emit currentMontageChanged(exchange.montage);
+    if (!exchange.refusal.isEmpty()) {
+        m_montageName = nameBefore;
+    }
 }
 
 void DataServer::takeDevices(QList<AmplifierInfo> &devices)

@@ -84,6 +84,11 @@ public:
 
     void notify(Colleague *sender, QString message) override;
 
+    /// For whoever is connected directly to a signal that carries a client's wish, during its emission: the wish cannot
+    /// be done, and the client gets this reason as the error. The first reason counts. Does nothing at other times, or
+    /// with an empty reason.
+    void refuse(const QString &reason);
+
     /// The bytes that a request is answered with, as if it had come over a connection.
     QByteArray answer(const QString &requestText);
 
@@ -120,6 +125,7 @@ private:
     static void deviceParametrs(RequestExchange &exchange);
     void setDeviceParametrs(RequestExchange &exchange);
     void startDeviceWithMontage(RequestExchange &exchange);
+    void setCurrentMontage(RequestExchange &exchange);
     static void takeDevices(QList<AmplifierInfo> &devices);
 
     static QPointer<DataServer> s_listener; ///< hears of discovered devices
@@ -130,6 +136,7 @@ private:
     QList<QTcpSocket *> m_closing; ///< those that still take their answer, oldest first; children of the listener
     std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
     ServerMediator *m_mediator = nullptr;
+    RequestExchange *m_wishing = nullptr; ///< of the request whose wish is being told; null at other times
     SampleBuffer m_samples;
     LastValues m_last;
     std::vector<UnitParams> m_algorithms;

@@ -1,178 +1,237 @@
 #include "server/JsonBody.h"
 
-#include <QByteArray>
-#include <QJsonDocument>
+#include <QJsonArray>
 
-#include <cstring>
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace bp {
 
 namespace {
 
-/// A recogniser of JSON texts: says yes or no, keeps nothing.
-class JsonSyntax
+constexpr ushort kByteOrderMark = 0xfeff;
+const QString kEscapes = QStringLiteral("\"\\/bfnrt");
+const QString kEscaped = QStringLiteral("\"\\/\b\f\n\r\t");
+
+bool isBetween(QChar character, char first, char last)
+{
+    return character >= QLatin1Char(first) && character <= QLatin1Char(last);
+}
+
+class JsonReader
 {
 public:
-    explicit JsonSyntax(const QByteArray &text)
-        : m_at(text.constData())
-        , m_end(m_at + text.size())
+    explicit JsonReader(const QString &text)
+        : m_text(text)
+        , m_at(text.startsWith(QChar(kByteOrderMark)) ? 1 : 0)
     {
     }
 
-    bool isValid() { return value(0) && (skipBlanks(), m_at == m_end); }
+    bool read(QJsonValue &value)
+    {
+        const bool isValue = takeValue(value, 0);
+        skipBlanks();
+        return isValue && m_at == m_text.size();
+    }
 
 private:
+    QChar current() const { return m_at < m_text.size() ? m_text[m_at] : QChar(); }
+
+    bool takeIf(bool isThere, int count = 1)
+    {
+        m_at += isThere ? count : 0;
+        return isThere;
+    }
+    bool take(char expected) { return takeIf(m_at < m_text.size() && m_text[m_at] == QLatin1Char(expected)); }
+    bool takeWord(const char *word)
+    {
+        const QLatin1String text(word);
+        return takeIf(m_text.midRef(m_at, text.size()) == text, text.size());
+    }
+
     void skipBlanks()
     {
-        while (m_at < m_end && (*m_at == ' ' || *m_at == '\t' || *m_at == '\n' || *m_at == '\r')) {
-            ++m_at;
-        }
+        while (take(' ') || take('\t') || take('\n') || take('\r')) { }
     }
-
-    bool take(char expected)
+    bool takeAfterBlanks(char expected)
     {
         skipBlanks();
-        const bool isThere = m_at < m_end && *m_at == expected;
-        m_at += isThere ? 1 : 0;
-        return isThere;
+        return take(expected);
     }
 
-    bool word(const char *text)
-    {
-        const auto size = static_cast<std::ptrdiff_t>(std::strlen(text));
-        const bool isThere = m_end - m_at >= size && std::memcmp(m_at, text, static_cast<std::size_t>(size)) == 0;
-        m_at += isThere ? size : 0;
-        return isThere;
-    }
-
-    bool value(int depth)
+    bool takeValue(QJsonValue &value, int depth)
     {
         skipBlanks();
-        if (m_at == m_end || depth > kMaxJsonDepth) {
+        if (m_at == m_text.size() || depth > kMaxJsonDepth) {
             return false;
         }
-        switch (*m_at) {
+        switch (current().unicode()) {
         case '{':
-            return members(depth);
+            return takeObject(value, depth);
         case '[':
-            return elements(depth);
+            return takeArray(value, depth);
         case '"':
-            return string();
+            return takeStringValue(value);
         case 't':
-            return word("true");
+            value = true;
+            return takeWord("true");
         case 'f':
-            return word("false");
+            value = false;
+            return takeWord("false");
         case 'n':
-            return word("null");
+            value = QJsonValue::Null;
+            return takeWord("null");
         default:
-            return number();
+            return takeNumber(value);
         }
     }
 
-    bool members(int depth)
+    bool takeObject(QJsonValue &value, int depth)
     {
-        ++m_at;
-        if (take('}')) {
-            return true;
-        }
-        do {
-            skipBlanks();
-            if (!string() || !take(':') || !value(depth + 1)) {
-                return false;
-            }
-        } while (take(','));
-        return take('}');
-    }
-
-    bool elements(int depth)
-    {
-        ++m_at;
-        if (take(']')) {
-            return true;
-        }
-        do {
-            if (!value(depth + 1)) {
-                return false;
-            }
-        } while (take(','));
-        return take(']');
-    }
-
-    bool string()
-    {
-        if (m_at == m_end || *m_at != '"') {
-            return false;
-        }
-        for (++m_at; m_at < m_end && *m_at != '"'; ++m_at) {
-            if (static_cast<unsigned char>(*m_at) < 0x20 || (*m_at == '\\' && !escape())) {
+        std::vector<Member> members;
+        take('{');
+        if (!takeAfterBlanks('}')) {
+            do {
+                Member &member = members.emplace_back();
+                skipBlanks();
+                if (!takeString(member.first) || !takeAfterBlanks(':') || !takeValue(member.second, depth + 1)) {
+                    return false;
+                }
+            } while (takeAfterBlanks(','));
+            if (!take('}')) {
                 return false;
             }
         }
-        return m_at++ < m_end;
-    }
-
-    /// Ends on the last character of the escape.
-    bool escape()
-    {
-        if (++m_at == m_end) {
-            return false;
-        }
-        if (*m_at != 'u') {
-            return std::memchr("\"\\/bfnrt", *m_at, 8) != nullptr;
-        }
-        for (int digit = 0; digit < 4; ++digit) {
-            if (++m_at == m_end || !isHex(*m_at)) {
-                return false;
-            }
-        }
+        value = toObject(members);
         return true;
     }
 
-    bool number()
+    bool takeArray(QJsonValue &value, int depth)
     {
-        const char *begin = m_at;
-        word("-");
-        if (!word("0") && !digits()) {
-            return false;
-        }
-        if (word(".") && !digits()) {
-            return false;
-        }
-        if (word("e") || word("E")) {
-            if (!word("+")) {
-                word("-");
+        QJsonArray array;
+        take('[');
+        if (!takeAfterBlanks(']')) {
+            do {
+                QJsonValue element;
+                if (!takeValue(element, depth + 1)) {
+                    return false;
+                }
+                array.append(element);
+            } while (takeAfterBlanks(','));
+            if (!take(']')) {
+                return false;
             }
-            if (!digits()) {
+        }
+        value = array;
+        return true;
+    }
+
+    using Member = std::pair<QString, QJsonValue>;
+
+    /// Of members with the same name the last one counts. They are inserted in their order, which takes no moving.
+    static QJsonObject toObject(std::vector<Member> &members)
+    {
+        std::stable_sort(members.begin(), members.end(),
+                         [](const Member &left, const Member &right) { return left.first < right.first; });
+        QJsonObject object;
+        for (std::size_t i = 0; i < members.size(); ++i) {
+            if (i + 1 == members.size() || members[i].first != members[i + 1].first) {
+                object.insert(members[i].first, members[i].second);
+            }
+        }
+        return object;
+    }
+
+    bool takeStringValue(QJsonValue &value)
+    {
+        QString string;
+        const bool isString = takeString(string);
+        value = string;
+        return isString;
+    }
+
+    bool takeString(QString &string)
+    {
+        if (!take('"')) {
+            return false;
+        }
+        while (m_at < m_text.size() && !isBetween(current(), '\0', '\x1f')) {
+            const int begin = m_at;
+            while (m_at < m_text.size() && current() != QLatin1Char('"') && current() != QLatin1Char('\\')
+                   && !isBetween(current(), '\0', '\x1f')) {
+                ++m_at;
+            }
+            string += m_text.midRef(begin, m_at - begin);
+            if (take('"')) {
+                return true;
+            }
+            if (take('\\') && !takeEscape(string)) {
+                return false;
+            }
+        }
+        return false;
+    }
+
+    /// Half a surrogate pair is taken as it is.
+    bool takeEscape(QString &string)
+    {
+        if (!take('u')) {
+            const int escape = kEscapes.indexOf(current());
+            string += escape >= 0 ? kEscaped[escape] : QChar();
+            return takeIf(escape >= 0);
+        }
+        const QStringRef digits = m_text.midRef(m_at, 4);
+        const bool isHex =
+            digits.size() == 4 && std::all_of(digits.begin(), digits.end(), [](QChar digit) {
+                return isBetween(digit, '0', '9') || isBetween(digit, 'a', 'f') || isBetween(digit, 'A', 'F');
+            });
+        string += QChar(digits.toUShort(nullptr, 16));
+        return takeIf(isHex, 4);
+    }
+
+    bool takeNumber(QJsonValue &value)
+    {
+        const int begin = m_at;
+        take('-');
+        if (!take('0') && !takeDigits()) {
+            return false;
+        }
+        if (take('.') && !takeDigits()) {
+            return false;
+        }
+        if (take('e') || take('E')) {
+            if (!take('+')) {
+                take('-');
+            }
+            if (!takeDigits()) {
                 return false;
             }
         }
         bool isInRange = false;
-        QByteArray(begin, static_cast<int>(m_at - begin)).toDouble(&isInRange);
+        value = m_text.midRef(begin, m_at - begin).toDouble(&isInRange);
         return isInRange;
     }
 
-    bool digits()
+    bool takeDigits()
     {
-        const char *begin = m_at;
-        while (m_at < m_end && *m_at >= '0' && *m_at <= '9') {
+        const int begin = m_at;
+        while (isBetween(current(), '0', '9')) {
             ++m_at;
         }
         return m_at > begin;
     }
 
-    static bool isHex(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-
-    const char *m_at;
-    const char *m_end;
+    const QString &m_text;
+    int m_at;
 };
 
 } // namespace
 
 QJsonObject jsonObject(const QString &text)
 {
-    const QByteArray utf8 = text.toUtf8();
-    const bool isObject = utf8.trimmed().startsWith('{') && JsonSyntax(utf8).isValid();
-    return isObject ? QJsonDocument::fromJson(utf8).object() : QJsonObject();
+    QJsonValue value;
+    return JsonReader(text).read(value) ? value.toObject() : QJsonObject();
 }
 
 } // namespace bp

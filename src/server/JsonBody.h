@@ -10,10 +10,11 @@ namespace bp {
 /// No body is nested more deeply.
 constexpr int kMaxJsonDepth = 256;
 
-/// The top-level object of a JSON text (RFC 8259); empty for anything else.
+/// The top-level object of a JSON text (RFC 8259); empty for anything else. Numbers beyond the range of a double make
+/// no JSON text here; of members with the same name the last one counts.
 ///
-/// The syntax is checked before Qt's parser sees it, which loses memory with each malformed text: whoever talks to the
-/// service could fill it up.
+/// Does not go through Qt's parser, which loses memory with each malformed text, and with containers under a name that
+/// occurs twice: whoever talks to the service could fill it up.
 BIOPROCESSING_EXPORT QJsonObject jsonObject(const QString &text);
 
 } // namespace bp
