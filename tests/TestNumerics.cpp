@@ -830,9 +830,8 @@ void TestNumerics::projectionErrors()
         return QString();
     };
     Vector out;
-    for (const auto &[features, projection] :
-         {std::pair<Vector, Rows>{{1}, {}}, {{}, {{1}}}, {{1, 2}, {{1}}}, {{1, 2}, kRagged}}) {
-        QCOMPARE(code([&] { DimReduction::ProcessFLD(features, projection, out); }),
+    for (const auto &wrong : {std::pair<Vector, Rows>{{1}, {}}, {{}, {{1}}}, {{1, 2}, {{1}}}, {{1, 2}, kRagged}}) {
+        QCOMPARE(code([&] { DimReduction::ProcessFLD(wrong.first, wrong.second, out); }),
                  QStringLiteral("DimReduction::ProcessFLD code: 2000"));
     }
     QCOMPARE(code([&] { DimReduction::ProcessLDA({1}, {{1}}); }),
