@@ -3,6 +3,7 @@
 #include "common/BPCommon.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -116,7 +117,11 @@ bool Console::parse(QCommandLineParser &parser, const QStringList &arguments, Ex
         return false;
     }
     if (parser.isSet(help)) {
-        print(parser.helpText().trimmed());
+        // The parser's own line has the path of the program and no command.
+        const QStringList words = QCoreApplication::arguments();
+        QString text = parser.helpText().trimmed();
+        print(text.replace(words.constFirst() + QLatin1String(" [options]"),
+                           QStringLiteral("bioprocessing %1 [options]").arg(words.value(1))));
         exitStatus = Success;
         return false;
     }

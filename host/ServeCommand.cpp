@@ -1,3 +1,4 @@
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "Interrupt.h"
@@ -112,16 +113,5 @@ Console::ExitStatus serve(const QCommandLineParser &parser)
 
 int runServe(const QStringList &arguments)
 {
-    QCommandLineParser parser;
-    addOptions(parser);
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
-    }
-    try {
-        return serve(parser);
-    } catch (const Refusal &refusal) {
-        Console::error(refusal.sentence);
-        return refusal.status;
-    }
+    return runCommand(arguments, addOptions, serve);
 }

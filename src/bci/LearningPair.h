@@ -29,6 +29,7 @@ struct LearningSettings
     float rejectDistance = 0.0f; ///< "gesture": see EMGGestureProcessor; 0 never rejects
 };
 
+/// What learns together: the preprocessor, which makes features of windows, and the processor behind it.
 struct BIOPROCESSING_EXPORT LearningPair
 {
     LearningPair();

@@ -113,8 +113,8 @@ void EdfSink::sizeNoteBlock()
     }
     // Even, and a whole number of samples of three bytes.
     const auto rounded = [](qint64 bytes) { return static_cast<int>((bytes + 5) / 6 * 6); };
-    m_noteBytes = rounded(std::max<qint64>(m_notes.isEmpty() ? 0 : kLeastNoteBytes,
-                                           longestTimekeeping() + qint64{longest}));
+    m_noteBytes =
+        rounded(std::max<qint64>(m_notes.isEmpty() ? 0 : kLeastNoteBytes, longestTimekeeping() + qint64{longest}));
     // Placed from the front in every record, as writing does it, until nothing is left behind.
     const auto fits = [this] {
         qint64 next = 0;

@@ -1,0 +1,12 @@
+# Fails when a class or structure of the public headers has no comment: cmake -DHEADERS=… -P UndocumentedClasses.cmake
+foreach(header IN LISTS HEADERS)
+  file(READ ${header} text)
+  string(REPLACE ";" "," text "${text}")
+  string(REGEX MATCHALL "\n[^\n]*\n(template[^\n]*\n)?(class|struct) [^\n,]*\n" declarations "${text}")
+  foreach(declaration IN LISTS declarations)
+    if(NOT declaration MATCHES "^\n(///|template)")
+      string(STRIP "${declaration}" declaration)
+      message(SEND_ERROR "${header}: no comment above\n${declaration}")
+    endif()
+  endforeach()
+endforeach()
