@@ -32,7 +32,7 @@ QJsonObject readObject(const QString &path, QString &error)
         return {};
     }
     QJsonParseError parsing;
-    const QJsonObject object = QJsonDocument::fromJson(file.read(kMaxFileBytes), &parsing).object();
+    QJsonObject object = QJsonDocument::fromJson(file.read(kMaxFileBytes), &parsing).object();
     error = parsing.error != QJsonParseError::NoError ? parsing.errorString() : QString();
     return object;
 }
