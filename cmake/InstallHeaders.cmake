@@ -1,32 +1,9 @@
-# Run by the installation: installs the public headers under the paths that they have in the tree. Public are the headers of
-# common/, those that export something, and what these include; all others are ours alone.
+# Run by the installation: installs the public headers under the paths that they have in the tree.
 cmake_policy(PUSH)
 cmake_policy(VERSION 3.21)
 
-file(GLOB_RECURSE headers RELATIVE ${bp_source_dir} ${bp_source_dir}/*.h)
-set(public "")
-foreach(header IN LISTS headers)
-  file(STRINGS ${bp_source_dir}/${header} exported REGEX BIOPROCESSING_EXPORT)
-  if(exported OR header MATCHES "^common/")
-    list(APPEND public ${header})
-  endif()
-endforeach()
-
-set(unread ${public})
-while(unread)
-  list(POP_FRONT unread header)
-  file(STRINGS ${bp_source_dir}/${header} includes REGEX "^#include \"")
-  foreach(include IN LISTS includes)
-    string(REGEX REPLACE "^#include \"([^\"]+)\".*" "\\1" included "${include}")
-    if(included MATCHES "^base/" OR NOT EXISTS ${bp_source_dir}/${included})
-      message(FATAL_ERROR "${header} is a public header and includes ${included}, which is not installed.")
-    endif()
-    if(NOT included IN_LIST public)
-      list(APPEND public ${included})
-      list(APPEND unread ${included})
-    endif()
-  endforeach()
-endwhile()
+include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
+bp_public_headers(${bp_source_dir} public)
 
 foreach(header IN LISTS public)
   get_filename_component(folder ${header} DIRECTORY)
