@@ -205,6 +205,7 @@ private slots:
     void survivesItsDevice_data();
     void survivesItsDevice();
     void closesTheRecordingWhenTerminated();
+    void answersItsOwnClient();
     void refusesToStart_data();
     void refusesToStart();
 
@@ -664,6 +665,31 @@ void TestService::closesTheRecordingWhenTerminated()
     QVERIFY(service.terminate());
     QVERIFY(recorded(path("records/") + filesIn(path("records"), "*.edf").value(0)).value(0).size() >= 3 * 250);
     QCOMPARE(filesIn(path("records"), "*_rt.xls").size(), 1);
+}
+
+void TestService::answersItsOwnClient()
+{
+    RunningService service(m_folder->path());
+    const auto request = [&service](QStringList arguments) {
+        arguments.prepend(QStringLiteral("request"));
+        return runHost(arguments << QStringLiteral("--port") << QString::number(service.port()));
+    };
+    const Outcome status = request({QStringLiteral("gethalvinstatus")});
+    QCOMPARE(status.status, 0);
+    QCOMPARE(status.json()[QLatin1String("current_profile")].toString(), QStringLiteral("default"));
+    QCOMPARE(request({QStringLiteral("startdevice"), QStringLiteral("{\"device\":\"Simulator 8\"}")}).status, 0);
+    // A large answer comes in several pieces.
+    QTRY_VERIFY(request({QStringLiteral("getdata")}).json()[QLatin1String("samples")].toInt() > 0);
+
+    const Outcome refused = request({QStringLiteral("discoverdevices")});
+    QCOMPARE(refused.status, 1);
+    QVERIFY2(refused.error.contains("Halvin in state read mode"), refused.error.constData());
+    QCOMPARE(request({QStringLiteral("startdevice"), QStringLiteral("{device}")}).status, 2);
+    QCOMPARE(runHost({QStringLiteral("request")}).status, 2);
+    QCOMPARE(
+        runHost({QStringLiteral("request"), QStringLiteral("getinfo"), QStringLiteral("--port"), QStringLiteral("x")})
+            .status,
+        2);
 }
 
 void TestService::refusesToStart_data()

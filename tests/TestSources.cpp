@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <limits>
 
@@ -360,14 +361,14 @@ void TestSources::ownThread()
     {
         OfflineDataSource source({QString()}, 100, 0.1, {}, Type::Virtual);
         Listener listener(source);
-        QThread *sender = nullptr;
+        std::atomic<QThread *> sender{nullptr};
         connect(&source, &DataSource::endOfData, &source, [&sender] { sender = QThread::currentThread(); });
         source.moveToThread(&source);
         source.start();
         source.SendData(false);
         QTRY_COMPARE(listener.ends, 1);
         QCOMPARE(listener.stacks.size(), std::size_t(99));
-        QCOMPARE(sender, static_cast<QThread *>(&source));
+        QCOMPARE(sender.load(), static_cast<QThread *>(&source));
         source.SendData(false);
         QTRY_VERIFY(listener.stacks.size() > 100);
     }

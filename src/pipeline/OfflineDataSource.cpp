@@ -304,11 +304,15 @@ qint64 OfflineDataSource::getSampleCount() const
     return m_data.empty() ? 0 : static_cast<qint64>(m_data.front().size());
 }
 
+void OfflineDataSource::sendFromOwner(bool realTime)
+{
+    SendData(realTime);
+}
+
 void OfflineDataSource::SendData(bool realTime)
 {
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(
-            this, [this, realTime] { SendData(realTime); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, "sendFromOwner", Qt::QueuedConnection, Q_ARG(bool, realTime));
         return;
     }
     BPCommon::log(m_logLevel, "OfflineDataSource::SendData Offline source started");

@@ -78,6 +78,8 @@ public slots:
     virtual void Send();
 
 private:
+    Q_INVOKABLE void sendFromOwner(bool realTime);
+
     using Rows = std::vector<std::vector<double>>;
 
     bool load(const QList<QString> &files);
