@@ -129,7 +129,9 @@ void XLSWriter::startWrite()
     beginBlock();
     m_row = bp::sheet::kHeaderRow;
     m_running = true;
-    QMetaObject::invokeMethod(&m_timer, "start"); // at once on the writer's thread, otherwise when that gets to it
+    if (m_timerEnabled) {
+        QMetaObject::invokeMethod(&m_timer, "start"); // at once on the writer's thread, otherwise when that gets to it
+    }
 }
 
 bool XLSWriter::stopWrite()
@@ -142,7 +144,9 @@ bool XLSWriter::stopWrite()
         m_lastClock = 0;
         m_totalClock = 0;
         m_row = bp::sheet::kHeaderRow;
-        QMetaObject::invokeMethod(&m_timer, "stop");
+        if (m_timerEnabled) {
+            QMetaObject::invokeMethod(&m_timer, "stop");
+        }
         QBuffer workbook(&m_unsaved);
         workbook.open(QIODevice::WriteOnly);
         const bool isMade = m_document->saveAs(&workbook);

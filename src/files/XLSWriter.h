@@ -42,6 +42,9 @@ public:
 
     /// Path of a recording: of "a.edf" the spreadsheet is "a_rt.xls". A path without ".edf" is the spreadsheet's own.
     void setPath(const QString &path);
+    /// Without its timer only the owner's poll() writes rows: for a writer that several threads use in turn, whose own
+    /// thread's event loop must then leave it alone. With it at first; before startWrite().
+    void setTimerEnabled(bool enabled) { m_timerEnabled = enabled; }
     QString getPath() const { return m_path; }
     /// Appends the sets whose "visible" is "1" to those to be written, and forgets all values received so far. The list
     /// is emptied by stopWrite() only.
@@ -106,6 +109,7 @@ private:
     QXlsx::Worksheet *sheet(int index) const;
 
     QTimer m_timer;
+    bool m_timerEnabled = true;
     Clock m_clock;
     bool m_ownClock = false; ///< started anew by each startWrite()
     std::unique_ptr<QXlsx::Document> m_document;

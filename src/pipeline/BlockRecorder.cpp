@@ -27,6 +27,7 @@ BlockRecorder::BlockRecorder(QObject *parent)
     , m_edfWriter(std::make_unique<EDFWriter>())
     , m_rhythmWriter(new XLSWriter(this))
 {
+    m_rhythmWriter->setTimerEnabled(false); // the thread's event loop goes on when the reader's loop has ended
 }
 
 BlockRecorder::~BlockRecorder()
