@@ -35,18 +35,18 @@ void Windows::cut(const std::vector<Recording> &recordings, const std::vector<Se
 
 void Windows::split(int folds)
 {
-    // Units that must not be torn apart, per recording and class: trials, or single windows.
-    std::map<std::pair<std::size_t, int>, std::vector<std::vector<LabelledWindow *>>> groups;
+    // Units that must not be torn apart, per class: trials, or single windows.
+    std::map<int, std::vector<std::vector<LabelledWindow *>>> groups;
     std::size_t lastSegment = m_isTrial.size();
     for (LabelledWindow &window : m_windows) {
-        auto &units = groups[{window.recording, window.label}];
+        auto &units = groups[window.label];
         if (units.empty() || !m_isTrial[window.segment] || window.segment != lastSegment) {
             units.emplace_back();
         }
         units.back().push_back(&window);
         lastSegment = window.segment;
     }
-    for (auto &[key, units] : groups) {
+    for (auto &[label, units] : groups) {
         for (std::size_t i = 0; i < units.size(); ++i) {
             for (LabelledWindow *window : units[i]) {
                 window->fold = static_cast<int>(i * static_cast<std::size_t>(folds) / units.size());

@@ -39,8 +39,8 @@ public:
     /// Cuts every segment into windows that lie wholly inside it, and preprocesses them.
     void cut(const std::vector<Recording> &recordings, const std::vector<Segment> &segments,
              Preprocessor &preprocessor);
-    /// Splits every class of every recording, in the order of time, into so many blocks: fold i tests on the i-th of
-    /// each. Trials are not split.
+    /// Splits every class, recording after recording in the order of time, into so many contiguous blocks: fold i tests
+    /// on the i-th of each. Trials are not split.
     void split(int folds);
 
     const std::vector<LabelledWindow> &all() const { return m_windows; }
