@@ -209,13 +209,10 @@ void TestFilters::blockIsSampleBySample()
 
 void TestFilters::bankIsOneByOne()
 {
-    std::vector<std::unique_ptr<AbstractFilter>> filters;
-    const auto build = [&filters] {
-        std::vector<std::vector<AbstractFilter *>> lists(36);
+    const auto build = [] {
+        std::vector<bp::FilterList::Filters> lists(36);
         for (std::size_t channel = 0; channel < lists.size(); ++channel) {
-            const auto add = [&](const FilterMaker &make) {
-                lists[channel].push_back(filters.emplace_back(make()).get());
-            };
+            const auto add = [&](const FilterMaker &make) { lists[channel].push_back(make()); };
             const float spread = static_cast<float>(channel);
             const float hertz = 0.5f + 0.1f * spread;
             if (channel % 3 != 2) {
@@ -242,7 +239,7 @@ void TestFilters::bankIsOneByOne()
         Samples expected = planar;
         bank.process(planar.data(), static_cast<std::size_t>(count));
         for (std::size_t channel = 0; channel < twins.size(); ++channel) {
-            for (AbstractFilter *filter : twins[channel]) {
+            for (const auto &filter : twins[channel]) {
                 if (filter != nullptr) {
                     filter->Process(expected.data(), static_cast<int>(channel) * count, count);
                 }
