@@ -49,8 +49,9 @@ MontageSetup::MontageSetup(Amplifier &amplifier, const QSharedPointer<Montage> &
     , filters(std::make_shared<FilterFeed>(theMontage->size()))
 {
     // First, so that a reader which had the montage before keeps the filters that are removed now.
-    for (unsigned i = 0; i < montage->size(); ++i) {
-        montage->getData()[i]->getFilterRef().objects.follow(filters, i);
+    AmplifierChannel *const *const channels = montage->getData();
+    for (std::size_t i = 0; i < filters->channels(); ++i) {
+        channels[i]->getFilterRef().objects.follow(filters, i);
     }
     montage->removeChannelFilterList();
     montage->setCurrentSampleFreq(frequency);
@@ -64,8 +65,9 @@ void MontageSetup::readChannels()
     const unsigned inputs = channelCount(info);
     const Montage_Type type = montage->getType();
     const bool usual = filterFree || type == Montage_Usual;
-    for (unsigned i = 0; i < montage->size(); ++i) {
-        const AmplifierChannel &channel = *montage->getData()[i];
+    AmplifierChannel *const *const channels = montage->getData();
+    for (std::size_t i = 0; i < filters->channels(); ++i) {
+        const AmplifierChannel &channel = *channels[i];
         table.group1.push_back(knownChannel(channel.getGroup1(), inputs));
         table.group2.push_back(knownGroup2(channel.getGroup2(), inputs, usual, type));
         table.scale.push_back(channel.getScale());

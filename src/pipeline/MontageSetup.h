@@ -14,8 +14,8 @@ namespace bp {
 
 class FilterFeed;
 
-/// What a reader's loop needs of a device and a montage, taken on the thread that owns them: the loop never looks at the
-/// inputs, the scales and the filter lists of the channels itself.
+/// What a reader's loop needs of a device and a montage, taken on the thread that owns them: the loop never looks at
+/// the inputs, the scales and the filter lists of the channels itself.
 struct MontageSetup
 {
     /// Builds the montage's filters anew for the device's rate. Input numbers beyond the device's channels become none,
