@@ -28,8 +28,9 @@ public:
 
     /// Whether the design of a low-pass or high-pass is stable and settles in about the time of the textbook's one.
     ///
-    /// From order 4 on the high-pass does not between about 1/6 and 1/3 of the rate: its poles reach the unit circle
-    /// and leave it. @param cutOff Hz, between 0 and half the rate
+    /// From order 4 on the high-pass is not between about 1/6 and 1/3 of the rate, where its poles leave the unit
+    /// circle.
+    /// @param cutOff  Hz, between 0 and half the rate
     static bool isStable(FilterTypeEnum type, int order, float sampleRate, float cutOff);
     /// A low-pass or high-pass of this design where it is stable. Elsewhere one of the textbook's design: the same
     /// analogue poles through the bilinear transform, −3 dB at the cut-off.
