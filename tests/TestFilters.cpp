@@ -114,6 +114,7 @@ private slots:
     void blockIsSampleBySample();
     void bankIsOneByOne();
     void bankFollowsItsLists();
+    void bankForgetsInvalidSamples();
     void runsTheStepOfASubclass();
     void designsStableFilters();
     void vectors();
@@ -322,6 +323,28 @@ void TestFilters::bankFollowsItsLists()
     second.follow(other);
     second.process(planar.data(), 60);
     QVERIFY(sameBits(planar, noise(kChannels * 60)));
+}
+
+void TestFilters::bankForgetsInvalidSamples()
+{
+    const FilterMaker high = maker<ButterworthFilter>(F::HighPass, 4, 250.0f, 1.0f, 1.0f);
+    for (const std::size_t channels : {std::size_t{1}, std::size_t{5}}) { // one by one, and in lanes
+        std::vector<bp::FilterList::Filters> lists(channels);
+        for (auto &list : lists) {
+            list.push_back(high());
+        }
+        bp::ChannelFilterBank bank;
+        bank.setChannels(lists);
+        const auto filtered = [&](float first) {
+            Samples planar = noise(channels * 50);
+            planar[0] = first;
+            bank.process(planar.data(), 50);
+            return Samples(planar.begin(), planar.begin() + 50);
+        };
+        const Samples fresh = filtered(1.0f);
+        QVERIFY(std::isnan(filtered(std::nanf(""))[49]));
+        QVERIFY(sameBits(filtered(1.0f), fresh));
+    }
 }
 
 void TestFilters::runsTheStepOfASubclass()

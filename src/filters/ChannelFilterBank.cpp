@@ -6,6 +6,7 @@
 #include "filters/LaneSection.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <utility>
 
@@ -24,6 +25,16 @@ struct Channel
     std::vector<AbstractFilter *> filters;
     std::vector<CascadeStage> stages; ///< empty when the filters have to run one after the other
 };
+
+/// A sample that is no number, as a device may give one, would stay in a recursive history for good.
+void dropInvalidHistory(const Channel &channel, const float *planar, std::size_t count)
+{
+    if (count > 0 && !std::isfinite(planar[channel.index * count + count - 1])) {
+        for (AbstractFilter *filter : channel.filters) {
+            filter->Reset();
+        }
+    }
+}
 
 /// Up to eight channels with the same number of stages, one per lane.
 class LaneGroup
@@ -47,6 +58,9 @@ public:
             processTile(planar + first, count, std::min(kTileRows, count - first));
         }
         storeHistory();
+        for (const Channel &channel : m_channels) {
+            dropInvalidHistory(channel, planar, count);
+        }
     }
 
 private:
@@ -213,6 +227,7 @@ void ChannelFilterBank::process(float *planar, std::size_t samplesPerChannel)
     }
     for (const Channel &channel : m_plan->alone) {
         processAlone(channel, planar + channel.index * samplesPerChannel, samplesPerChannel);
+        dropInvalidHistory(channel, planar, samplesPerChannel);
     }
 }
 

@@ -31,7 +31,8 @@ public:
     void follow(const std::shared_ptr<FilterFeed> &feed);
 
     /// Filters in place; channel i occupies [i · samplesPerChannel, (i + 1) · samplesPerChannel). The samples are, bit
-    /// for bit, those of every filter's Process in list order. Allocates only after a list has changed.
+    /// for bit, those of every filter's Process in list order. A channel whose last sample comes out as no finite
+    /// number starts the next block with its filters reset. Allocates only after a list has changed.
     void process(float *planar, std::size_t samplesPerChannel);
 
 private:
