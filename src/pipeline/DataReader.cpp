@@ -3,12 +3,11 @@
 #include "algorithms/AlgorithmManager.h"
 #include "algorithms/CustomAlgorithm.h"
 #include "devices/Amplifier.h"
-#include "devices/AmplifierChannel.h"
 #include "filters/ChannelFilterBank.h"
-#include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
 #include "pipeline/BlockRecorder.h"
 #include "pipeline/MontageMix.h"
+#include "pipeline/MontageSetup.h"
 #include "pipeline/StreamOutlets.h"
 #include "pipeline/TaskQueue.h"
 
@@ -27,17 +26,6 @@ constexpr std::size_t kAverageSamples = 1048576;
 qint64 nowMs()
 {
     return QDateTime::currentMSecsSinceEpoch();
-}
-
-/// A device channel number from a montage; none when the device has no such channel.
-unsigned knownChannel(unsigned number, unsigned channels)
-{
-    return number <= channels ? number : 0;
-}
-
-unsigned referentNumber(int number, unsigned channels)
-{
-    return number > 0 ? knownChannel(static_cast<unsigned>(number), channels) : 0;
 }
 
 } // namespace
@@ -76,7 +64,8 @@ void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> 
         BPCommon::log(BPCommon::LogReader, "DataReader::setNewMontage no device or no montage");
         return;
     }
-    m_tasks->post([this, device, montage] { attach(device, montage); });
+    const auto setup = std::make_shared<const bp::MontageSetup>(*device, montage);
+    m_tasks->post([this, setup] { attach(*setup); });
 }
 
 bool DataReader::isThreadRunning() const
@@ -198,21 +187,20 @@ void DataReader::runningThread(bool running)
     emit runningChanged(running);
 }
 
-void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montage)
+void DataReader::attach(const bp::MontageSetup &setup)
 {
-    const float frequency = device->getFreqValue();
-    endRecordingThatNoLongerFits(static_cast<int>(montage->size()), frequency);
-    m_filters->clear(); // it borrows the filters of the montage before
-    m_montage = montage;
-    m_montage->removeChannelFilterList();
-    m_device = device;
-    m_info = device->getAmplifierInfo();
-    m_frequency = frequency;
-    m_montage->setCurrentSampleFreq(frequency);
-    m_montage->createChannelFilterList();
+    endRecordingThatNoLongerFits(static_cast<int>(setup.table.size()), setup.frequency);
+    m_montage = setup.montage;
+    m_device = setup.device;
+    m_info = setup.info;
+    m_frequency = setup.frequency;
+    *m_table = setup.table;
+    m_leftReferent = setup.leftReferent;
+    m_rightReferent = setup.rightReferent;
+    m_filters->follow(setup.filters);
     m_algorithms->setMontage(m_info, m_montage);
     resizeWorkBuffers();
-    chooseHandlers();
+    chooseHandlers(setup.filterFree);
     m_outlets->changeMontage(m_info, m_montage);
 }
 
@@ -232,41 +220,8 @@ void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
 void DataReader::resizeWorkBuffers()
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::resizeWorkBuffers");
-    fillMontageTable();
     m_halfSecond = std::max(1, static_cast<int>(m_frequency * 0.5f)); // one sample at least, below 2 Hz too
     setBufferSizes(static_cast<std::size_t>(m_halfSecond) * static_cast<std::size_t>(std::max(0, m_info.channels())));
-}
-
-void DataReader::fillMontageTable()
-{
-    const unsigned size = m_montage->size();
-    const auto channels = static_cast<unsigned>(std::max(0, m_info.channels()));
-    const Montage_Type type = m_montage->getType();
-    std::vector<std::vector<AbstractFilter *>> filters(size);
-    *m_table = {std::vector<unsigned>(size), std::vector<unsigned>(size), std::vector<float>(size)};
-    for (unsigned i = 0; i < size; ++i) {
-        const AmplifierChannel *channel = m_montage->getData()[i];
-        const unsigned group2 = channel->getGroup2();
-        m_table->group1[i] = knownChannel(channel->getGroup1(), channels);
-        m_table->group2[i] = type == Montage_Usual                           ? knownChannel(group2, channels)
-            : type == Montage_Average && group2 > 2 && group2 - 2 > channels ? 1
-                                                                             : group2;
-        m_table->scale[i] = channel->getScale();
-        if (m_table->group1[i] != channel->getGroup1() || m_table->group2[i] != group2) {
-            BPCommon::log(BPCommon::LogReader,
-                          "DataReader::resizeWorkBuffers channel %s reads an input that the device lacks",
-                          channel->getName());
-        }
-        for (const auto &filter : channel->getFilterRef().objects) {
-            filters[i].push_back(filter.get());
-        }
-    }
-    m_leftReferent = m_rightReferent = 0;
-    if (const auto *bipolar = dynamic_cast<const BipolarMontage *>(m_montage.data())) {
-        m_leftReferent = referentNumber(bipolar->getLeftReferent().number, channels);
-        m_rightReferent = referentNumber(bipolar->getRightReferent().number, channels);
-    }
-    m_filters->setChannels(filters);
 }
 
 void DataReader::setBufferSizes(std::size_t rawSize)
@@ -279,10 +234,11 @@ void DataReader::setBufferSizes(std::size_t rawSize)
     m_filtered.resize(outputSize);
 }
 
-void DataReader::chooseHandlers()
+void DataReader::chooseHandlers(bool filterFree)
 {
-    if (m_device->isFilterFreeData()) {
-        m_blockHandler = &DataReader::acceptReadDataWFree;
+    if (filterFree) {
+        // A recording that survived endRecordingThatNoLongerFits() goes on.
+        m_blockHandler = m_recorder->isEdfWanted() ? &DataReader::acceptReadDataAll : &DataReader::acceptReadDataWFree;
         m_montageHandler = &DataReader::acceptMontageFilterFree;
         return;
     }
@@ -297,6 +253,13 @@ void DataReader::chooseHandlers()
         m_montageHandler = &DataReader::acceptAvMontageAll;
         break;
     }
+}
+
+/// What algorithms get that want raw data. The bipolar handler writes no unfiltered block, so the filtered one stands
+/// in.
+const std::vector<float> &DataReader::unfilteredBlock() const
+{
+    return m_montageHandler == &DataReader::acceptBPMontageAll ? m_filtered : m_unfiltered;
 }
 
 void DataReader::run()
@@ -315,7 +278,7 @@ void DataReader::run()
             }
             (this->*m_blockHandler)();
             pushDataToLSL();
-            const int algorithmMs = m_algorithms->processData(m_samples, m_unfiltered, m_filtered);
+            const int algorithmMs = m_algorithms->processData(m_samples, unfilteredBlock(), m_filtered);
             m_recorder->poll();
             sleepUntilNextPoll(algorithmMs);
             keepRecordingTime();
