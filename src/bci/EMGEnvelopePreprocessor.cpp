@@ -1,6 +1,9 @@
 #include "bci/EMGEnvelopePreprocessor.h"
 
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
+
+#include <limits>
 
 namespace {
 
@@ -29,6 +32,15 @@ bool EMGEnvelopePreprocessor::prepareFilter()
         BPCommon::log(m_logLevel, "%s::doPreprocess no envelope of %i Hz at %i Hz", kind(), m_cutOff, m_fs);
     }
     return isReady;
+}
+
+bool EMGEnvelopePreprocessor::spoilEnvelope(const vector<float> &raw, vector<float> &envelope)
+{
+    if (bp::isFinite(raw)) {
+        return false;
+    }
+    envelope.assign(raw.size(), std::numeric_limits<float>::quiet_NaN());
+    return true;
 }
 
 QJsonObject EMGEnvelopePreprocessor::model() const
