@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <random>
 
 namespace {
@@ -82,7 +83,13 @@ bool OfflineDataSource::setFileList(QList<QString> &files, QList<fileProperty> &
         return refuse(QStringLiteral("%1 files come with %2 properties.").arg(files.size()).arg(properties.size()));
     }
     m_labelType = static_cast<LabelType>(labelKind);
-    if (!load(files)) {
+    bool isLoaded = false;
+    try {
+        isLoaded = load(files);
+    } catch (const std::bad_alloc &) {
+        refuse(QStringLiteral("The files need more memory than there is."));
+    }
+    if (!isLoaded) {
         forget();
         return false;
     }
