@@ -230,7 +230,8 @@ void TestTraining::damagedModels_data()
     const auto row = [](const char *field, const QJsonValue &value, const char *what) {
         QTest::addRow("%s: %s", field, what) << QByteArray(field) << value;
     };
-    for (const char *field : {"rate", "window", "step", "channels", "classes", "preprocessor", "processor", "kind"}) {
+    for (const char *field : {"rate", "window", "step", "channels", "classes", "preprocessor", "processor", "kind",
+                              "version", "highpass"}) {
         row(field, QJsonValue(), "missing");
         row(field, -1, "negative");
     }

@@ -28,6 +28,11 @@ void say(const QString &text)
     qDebug().noquote() << text;
 }
 
+bool isAnyTrained(const std::vector<float> &thresholds)
+{
+    return std::any_of(thresholds.begin(), thresholds.end(), [](float threshold) { return threshold > 0.0f; });
+}
+
 /// Samples further than limit deviations from the mean. At most 4 % of any samples lie five of their own deviations
 /// away (Chebyshev), so mean and deviation are those of the 95 % nearest to the median. The rise of the envelope from
 /// zero at the window's start doesn't count. Without any deviation, every other value is an outlier.
@@ -233,8 +238,9 @@ bool EMGBCIProcessor::setModel(const QJsonObject &model, QString &reason)
         : !bp::toInt(read("movements"), movements) || movements < 1                  ? "movements"
         : !readRow("restMean", means)                                                ? "restMean"
         : !readRow("restDeviation", deviations) || deviations.size() != means.size() ? "restDeviation"
-        : !readRow("thresholds", thresholds) || thresholds.size() > means.size()     ? "thresholds"
-                                                                                     : nullptr;
+        : !readRow("thresholds", thresholds) || thresholds.size() > means.size() || !isAnyTrained(thresholds)
+        ? "thresholds"
+        : nullptr;
     if (bad != nullptr) {
         return bp::damaged(kind(), bad, reason);
     }

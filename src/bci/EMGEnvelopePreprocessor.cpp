@@ -56,7 +56,8 @@ bool EMGEnvelopePreprocessor::setModel(const QJsonObject &model, QString &reason
     if (!bp::checkHeader(model, kind(), reason)) {
         return false;
     }
-    if (!bp::toInt(model[QLatin1String(kCutOff)], cutOff)) {
+    const bool isNumber = bp::toInt(model[QLatin1String(kCutOff)], cutOff);
+    if (!isNumber || cutOff <= 0 || (m_fs > 0 && cutOff >= (m_fs + 1) / 2)) {
         return bp::damaged(kind(), kCutOff, reason);
     }
     m_cutOff = cutOff;

@@ -12,6 +12,7 @@ class BIOPROCESSING_EXPORT EMGEnvelopePreprocessor : public Preprocessor
     Q_OBJECT
 public:
     QJsonObject model() const override;
+    /// Rejects a cut-off that the rate does not allow, where there is one already.
     bool setModel(const QJsonObject &model, QString &reason) override;
 
 protected:

@@ -140,8 +140,12 @@ bool ModelFile::read(const QString &path, QString &reason)
     if (json.value(QLatin1String("format")).toString() != kFormat) {
         return refuse(reason, path, QStringLiteral("is no model"));
     }
-    if (json.value(QLatin1String("version")).toInt() > kVersion) {
+    const int version = json.value(QLatin1String("version")).toInt();
+    if (version > kVersion) {
         return refuse(reason, path, QStringLiteral("was written by a newer version"));
+    }
+    if (version < 1 || !json.value(QLatin1String("highpass")).isDouble()) {
+        return refuse(reason, path, QStringLiteral("lacks its version or high-pass"));
     }
     return readJson(path, json, reason);
 }
@@ -177,6 +181,7 @@ bool ModelFile::readJson(const QString &path, const QJsonObject &json, QString &
     if (!why.isEmpty()) {
         return refuse(reason, path, why);
     }
+    pair.preprocessor->setFs(rate); // by which settings are judged
     if (!pair.preprocessor->setModel(json.value(QLatin1String("preprocessor")).toObject(), why)
         || !pair.processor->setModel(json.value(QLatin1String("processor")).toObject(), why)) {
         return refuse(reason, path, QStringLiteral("is damaged: %1").arg(why));
