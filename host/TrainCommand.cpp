@@ -221,15 +221,10 @@ void finish(bp::ModelFile &model, const Windows &windows, const QString &path)
     }
 }
 
-Console::ExitStatus train(const QCommandLineParser &parser)
+/// What is to be trained. Throws a Refusal when it could not be used.
+bp::ModelFile emptyModel(const QCommandLineParser &parser, const bp::LearningSettings &settings,
+                         const TrainingData &data, double highPass)
 {
-    bp::LearningSettings settings = settingsFrom(parser);
-    const double highPass = parser.isSet(QStringLiteral("highpass")) ? Option::number(parser, "highpass", 0.0, 1e6)
-        : isMuscle(settings.kind)                                    ? kMuscleHighPass
-                                                                     : 0.0;
-    const TrainingData data = TrainingData::read(parser, highPass);
-    settings.channels = static_cast<int>(data.recordings.front().rows.size());
-
     bp::ModelFile model;
     model.kind = settings.kind;
     model.rate = data.rate;
@@ -249,7 +244,19 @@ Console::ExitStatus train(const QCommandLineParser &parser)
     }
     model.pair = bp::makeLearningPair(settings);
     model.pair.preprocessor->setFs(data.rate);
+    return model;
+}
 
+Console::ExitStatus train(const QCommandLineParser &parser)
+{
+    bp::LearningSettings settings = settingsFrom(parser);
+    const double highPass = parser.isSet(QStringLiteral("highpass")) ? Option::number(parser, "highpass", 0.0, 1e6)
+        : isMuscle(settings.kind)                                    ? kMuscleHighPass
+                                                                     : 0.0;
+    const TrainingData data = TrainingData::read(parser, highPass);
+    settings.channels = static_cast<int>(data.recordings.front().rows.size());
+
+    bp::ModelFile model = emptyModel(parser, settings, data, highPass);
     Windows windows(model.windowSamples(), model.stepSamples());
     windows.cut(data.recordings, data.segments, *model.pair.preprocessor);
     checkClasses(data, windows, settings.kind);

@@ -3,6 +3,8 @@
 #include "files/EDFReader.h"
 #include "files/TextTable.h"
 
+#include <QScopeGuard>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -70,6 +72,7 @@ OfflineDataSource::~OfflineDataSource()
     // The timer goes with this object, so its thread has to end first.
     quit();
     wait();
+    m_sendings.load(std::memory_order_acquire);
     BPCommon::log(m_logLevel, "OfflineDataSource::~OfflineDataSource remove");
 }
 
@@ -338,6 +341,7 @@ void OfflineDataSource::SendData(bool realTime)
 
 void OfflineDataSource::Send()
 {
+    const auto published = qScopeGuard([this] { m_sendings.fetch_add(1, std::memory_order_release); });
     if (!m_ready) {
         return;
     }

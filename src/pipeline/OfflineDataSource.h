@@ -117,6 +117,7 @@ private:
     std::size_t m_fileStart = 0; ///< samples
     int m_fileStackCount = 0;
     std::atomic<bool> m_ready{false};
+    std::atomic<unsigned> m_sendings{0}; ///< shows the thread sanitizer that waiting for the thread orders its writes
     BPCommon::LogEvent m_logLevel = BPCommon::LogDataSource;
     QTimer m_timer;
     QString m_errorText;
