@@ -438,6 +438,10 @@ void TestAlgorithms::linksMadeByHand()
     listener.clearSenders();
     QCOMPARE(publish(), "second!"_s);
     listener.setSenderAlgorithm(first.get());
+    listener.setSigner(first.get());
+    listener.clearSenders();
+    QCOMPARE(publish(), "first! second!"_s); // made by hand while it was linked: it stays
+    listener.setSenderAlgorithm(first.get());
     first.reset();
     QCOMPARE(listener.getSenderAlgorithm(), nullptr);
     QCOMPARE(publish(), "second!"_s);

@@ -115,6 +115,7 @@ QString TrainingSide::start(const QString &folder, const QList<int> &states)
     reader.close();
     m_source = std::make_unique<OfflineDataSource>(std::vector<QString>(), rate, kStepSeconds, channels,
                                                    OfflineDataSource::EDF);
+    m_source->setSegmentsWithinFiles(true);
     if (!m_source->setFileList(files, labels, DataSource::TrialLabels)) {
         return QStringLiteral("starttraining: ") + m_source->errorText();
     }
