@@ -79,7 +79,8 @@ public:
     bool isClosingFiles() const { return m_closingFiles.load(); }
     /// Seconds of padding at the end of the last file closed. Any thread.
     double paddedSeconds() const { return m_paddedSeconds.load(); }
-    bool isTiming() const { return m_timing; }
+    /// Whether a recording's clock runs. Any thread.
+    bool isTiming() const { return m_timing.load(); }
 
     /// @param planar  filtered block, samples per montage channel
     void record(unsigned samples, const float *planar);
@@ -126,7 +127,6 @@ private:
     qint64 m_edfSamples = 0; ///< per channel, in the file
     bool m_edf = false;
     bool m_rhythm = false;
-    bool m_timing = false;
     bool m_writeRemainder = false;
     bool m_writeFailed = false; ///< reported once per file
 
@@ -141,6 +141,7 @@ private:
     qint64 m_sheetStartMs = 0; ///< of the spreadsheet
     qint64 m_sheetDateMs = 0; ///< date and time of its start, since the epoch
 
+    std::atomic<bool> m_timing{false};
     std::atomic<bool> m_closingFiles{false};
     std::atomic<double> m_paddedSeconds{0.0};
 };

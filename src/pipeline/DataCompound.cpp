@@ -70,7 +70,7 @@ void DataCompound::createComponents()
         }
         m_algorithmsDue = !m_algorithms.empty();
         m_reader->setWriteStateTime(-1);
-    } else if (!m_reader->isRecording()) {
+    } else if (!m_reader->isAnyRecordingOpen()) {
         m_reader->setWriteStateTime(-1); // a recording that is running keeps its time on another montage
     }
 }

@@ -87,6 +87,11 @@ bool DataReader::isRecording() const
     return m_writeEdf.load();
 }
 
+bool DataReader::isAnyRecordingOpen() const
+{
+    return isRecording() || m_recorder->isTiming();
+}
+
 bool DataReader::isClosingFiles() const
 {
     return m_recorder->isClosingFiles();

@@ -149,6 +149,8 @@ private:
     friend class DataCompound;
     /// Whether the loop runs, or will as soon as its thread has started. Any thread.
     bool isLoopActive() const { return m_loopState.load() != LoopState::Idle; }
+    /// Whether anything is recorded, the rhythms alone included. Any thread.
+    bool isAnyRecordingOpen() const;
     /// Does what the loop would have done at its end, after its thread was terminated within a call of the device. For
     /// whoever waited for the thread.
     void finishForTerminatedThread();
