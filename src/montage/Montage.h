@@ -7,7 +7,9 @@
 
 #include <QJsonObject>
 #include <QList>
+#include <QMetaType>
 #include <QSet>
+#include <QSharedPointer>
 #include <QString>
 #include <QStringList>
 
@@ -123,3 +125,6 @@ private:
     std::vector<AmplifierChannel *> m_channels; ///< owned
     std::atomic<float> m_sampleFreq{100.0f}; ///< a reader's loop looks at it, too
 };
+
+// Signals carry montages between threads.
+Q_DECLARE_METATYPE(QSharedPointer<Montage>)
