@@ -1,6 +1,7 @@
 #include "filters/ButterworthFilter.h"
 #include "filters/ChannelFilterBank.h"
 #include "filters/FIRfilter.h"
+#include "filters/FilterFeed.h"
 #include "filters/Filtrator.h"
 #include "filters/IIRFilter.h"
 #include "filters/NotchFilter.h"
@@ -33,6 +34,15 @@ struct OpenNotch : NotchFilter
 struct Step : AbstractFilter
 {
     static float run(AbstractFilter &filter, float sample) { return (filter.*(&Step::InternalProcess))(sample); }
+};
+
+/// A subclass that says what its step is and nothing else.
+template <class Filter> struct Constant : Filter
+{
+    using Filter::Filter;
+
+protected:
+    float InternalProcess(float) override { return 7.0f; }
 };
 
 template <class Filter, class... Arguments> FilterMaker maker(Arguments... arguments)
@@ -103,6 +113,10 @@ private slots:
     void twoSlots();
     void blockIsSampleBySample();
     void bankIsOneByOne();
+    void bankFollowsItsLists();
+    void bankForgetsInvalidSamples();
+    void runsTheStepOfASubclass();
+    void designsStableFilters();
     void vectors();
     void recursion();
     void notchAndFirCoefficients();
@@ -152,6 +166,7 @@ void TestFilters::spectralMask()
     check(maker<ButterworthFilter>(F::LowPass, 4, 250.0f, 30.0f, 30.0f), 250, {std::begin(low), std::end(low)});
     check(maker<ButterworthFilter>(F::HighPass, 4, 500.0f, 1.0f, 1.0f), 500, {std::begin(high), std::end(high)});
     check(maker<NotchFilter>(F::BandStop, 500.0f, 50.0f, 1.0f), 500, {std::begin(notch), std::end(notch)});
+    QCOMPARE(NotchFilter(F::BandPass, 500.0f, 50.0f, 1.0f).getFilterType(), F::BandStop); // as every notch
     check(maker<NotchFilter>(F::BandPass, 500.0f, 50.0f, 1.0f), 500,
           {{0, 40, kAny, -20}, {50, 50, -0.1, 0.1}, {60, 250, kAny, -20}});
     check(maker<FIRfilter>(F::BandPass, FIRfilter::BlackmanWindow, 150, 250.0f, 8.0f, 30.0f), 250,
@@ -209,13 +224,10 @@ void TestFilters::blockIsSampleBySample()
 
 void TestFilters::bankIsOneByOne()
 {
-    std::vector<std::unique_ptr<AbstractFilter>> filters;
-    const auto build = [&filters] {
-        std::vector<std::vector<AbstractFilter *>> lists(36);
+    const auto build = [] {
+        std::vector<bp::FilterList::Filters> lists(36);
         for (std::size_t channel = 0; channel < lists.size(); ++channel) {
-            const auto add = [&](const FilterMaker &make) {
-                lists[channel].push_back(filters.emplace_back(make()).get());
-            };
+            const auto add = [&](const FilterMaker &make) { lists[channel].push_back(make()); };
             const float spread = static_cast<float>(channel);
             const float hertz = 0.5f + 0.1f * spread;
             if (channel % 3 != 2) {
@@ -242,7 +254,7 @@ void TestFilters::bankIsOneByOne()
         Samples expected = planar;
         bank.process(planar.data(), static_cast<std::size_t>(count));
         for (std::size_t channel = 0; channel < twins.size(); ++channel) {
-            for (AbstractFilter *filter : twins[channel]) {
+            for (const auto &filter : twins[channel]) {
                 if (filter != nullptr) {
                     filter->Process(expected.data(), static_cast<int>(channel) * count, count);
                 }
@@ -254,6 +266,139 @@ void TestFilters::bankIsOneByOne()
             Samples own = noise(40);
             each->at(0)[0]->Process(own);
             each->at(0)[2]->Reset();
+        }
+    }
+}
+
+void TestFilters::bankFollowsItsLists()
+{
+    const FilterMaker low = maker<ButterworthFilter>(F::LowPass, 4, 250.0f, 30.0f, 30.0f);
+    const FilterMaker high = maker<ButterworthFilter>(F::HighPass, 4, 250.0f, 1.0f, 1.0f);
+    const FilterMaker notch = maker<NotchFilter>(F::BandStop, 250.0f, 50.0f, 1.0f);
+    constexpr std::size_t kChannels = 5;
+    bp::FilterList lists[kChannels];
+    const auto feed = std::make_shared<bp::FilterFeed>(kChannels);
+    for (std::size_t i = 0; i < kChannels; ++i) {
+        lists[i].push_back(low());
+        lists[i].follow(feed, i);
+    }
+    bp::ChannelFilterBank bank;
+    bank.follow(feed);
+    std::vector<bp::FilterList::Filters> twins(kChannels);
+    for (auto &twin : twins) {
+        twin.push_back(low());
+    }
+    const auto compare = [&](unsigned seed) {
+        Samples planar = noise(kChannels * 60, seed);
+        Samples expected = planar;
+        bank.process(planar.data(), 60);
+        for (std::size_t i = 0; i < kChannels; ++i) {
+            for (const auto &filter : twins[i]) {
+                filter->Process(expected.data(), static_cast<int>(i) * 60, 60);
+            }
+        }
+        return sameBits(planar, expected);
+    };
+    QVERIFY(compare(1));
+    lists[0].push_back(high()); // the low-pass before it keeps its history
+    twins[0].push_back(high());
+    lists[1].clear();
+    twins[1].clear();
+    lists[2].insert(lists[2].begin(), notch());
+    twins[2].insert(twins[2].begin(), notch());
+    lists[3].assign({high(), notch()}); // twice before a block: the last one counts
+    lists[3].erase(lists[3].begin());
+    twins[3] = {notch()};
+    QVERIFY(compare(2));
+    QVERIFY(compare(3));
+    // Another bank takes the lists over: the first one goes on with what it has.
+    const auto other = std::make_shared<bp::FilterFeed>(kChannels);
+    for (std::size_t i = 0; i < kChannels; ++i) {
+        lists[i].follow(other, i);
+        lists[i].clear();
+    }
+    QVERIFY(compare(4));
+    Samples planar = noise(kChannels * 60);
+    bp::ChannelFilterBank second;
+    second.follow(other);
+    second.process(planar.data(), 60);
+    QVERIFY(sameBits(planar, noise(kChannels * 60)));
+}
+
+void TestFilters::bankForgetsInvalidSamples()
+{
+    const FilterMaker high = maker<ButterworthFilter>(F::HighPass, 4, 250.0f, 1.0f, 1.0f);
+    for (const std::size_t channels : {std::size_t{1}, std::size_t{5}}) { // one by one, and in lanes
+        std::vector<bp::FilterList::Filters> lists(channels);
+        for (auto &list : lists) {
+            list.push_back(high());
+        }
+        bp::ChannelFilterBank bank;
+        bank.setChannels(lists);
+        const auto filtered = [&](float first) {
+            Samples planar = noise(channels * 50);
+            planar[0] = first;
+            bank.process(planar.data(), 50);
+            return Samples(planar.begin(), planar.begin() + 50);
+        };
+        const Samples fresh = filtered(1.0f);
+        QVERIFY(std::isnan(filtered(std::nanf(""))[49]));
+        QVERIFY(sameBits(filtered(1.0f), fresh));
+    }
+}
+
+void TestFilters::runsTheStepOfASubclass()
+{
+    const FilterMaker makers[] = {
+        maker<Constant<NotchFilter>>(F::BandStop, 250.0f, 50.0f, 1.0f),
+        maker<Constant<ButterworthFilter>>(F::LowPass, 4, 250.0f, 30.0f, 30.0f),
+        maker<Constant<IIRFilter>>(Samples{1.0f, 0.0f, 0.0f}, Samples{1.0f, 0.0f, 0.0f}),
+        maker<Constant<FIRfilter>>(F::LowPass, FIRfilter::BlackmanWindow, 8, 8.0f, 1.0f, 1.0f)};
+    for (const FilterMaker &make : makers) {
+        Samples samples = noise(70);
+        make()->Process(samples);
+        QCOMPARE(samples, Samples(70, 7.0f));
+        Samples planar = noise(4 * 70);
+        bp::ChannelFilterBank bank;
+        bank.setChannels({{make()}, {make()}, {make()}, {make()}});
+        bank.process(planar.data(), 70);
+        QCOMPARE(planar, Samples(4 * 70, 7.0f));
+    }
+}
+
+// Every choice that a channel offers, at every usual rate.
+void TestFilters::designsStableFilters()
+{
+    constexpr float kRates[] = {100, 125, 128, 200,  250,  256,  300,  360,  400,
+                                500, 512, 600, 1000, 1024, 2000, 2048, 4000, 8000};
+    constexpr float kCutOffs[] = {0.5f, 1, 2, 5, 10, 20, 30, 40, 50, 60, 70};
+    for (const float rate : kRates) {
+        for (const float cutOff : kCutOffs) {
+            for (const auto type : {F::LowPass, F::HighPass}) {
+                if (cutOff >= rate / 2.0f) {
+                    continue;
+                }
+                const auto filter = ButterworthFilter::makeStable(type, 4, rate, cutOff);
+                Samples response = impulse(static_cast<std::size_t>(2000.0f + rate * 20.0f / std::min(cutOff, 10.0f)));
+                filter->Process(response);
+                const QString what = QStringLiteral("%1 Hz of %2 Hz").arg(cutOff).arg(rate);
+                QVERIFY2(std::fabs(response.back()) < 1e-5f, qPrintable(what));
+                const float fraction = cutOff / rate;
+                const bool stable = type == F::LowPass || fraction < 0.165f || fraction > 0.335f;
+                QCOMPARE(ButterworthFilter::isStable(type, 4, rate, cutOff), stable);
+                if (stable) {
+                    continue;
+                }
+                // The textbook's high-pass, whose level follows from the warped frequencies alone.
+                QCOMPARE(filter->getFilterType(), F::HighPass);
+                const auto warped = [&](double hertz) { return std::tan(kPi * hertz / static_cast<double>(rate)); };
+                for (int i = 1; i < 50; ++i) {
+                    const double hertz = static_cast<double>(rate) * i / 100.0;
+                    const double ratio = warped(static_cast<double>(cutOff)) / warped(hertz);
+                    const double level = std::pow(10.0, levelDb(response, hertz, static_cast<double>(rate)) / 20.0);
+                    QVERIFY2(std::fabs(level - 1.0 / std::sqrt(1.0 + std::pow(ratio, 8.0))) < 1e-3, qPrintable(what));
+                }
+            }
         }
     }
 }

@@ -84,6 +84,7 @@ private slots:
     void copiesDeeplyAndMoves();
     void staysWithinItsList();
     void buildsFilters();
+    void readsChannelLines();
     void readsJson();
     void writesTheFileLayout();
     void readsBackWhatItWrote();
@@ -225,6 +226,7 @@ void TestMontage::buildsFilters()
         TraceCapture trace;
         montage.createChannelFilterList();
         QCOMPARE(trace.count(QStringLiteral("Fz: ")), leftOut);
+        QCOMPARE(montage.filterNotes().size(), leftOut);
         montage.createChannelFilterList(); // adds none
         QList<int> built;
         for (const auto &filter : montage[0]->getFilterRef().objects) {
@@ -239,6 +241,30 @@ void TestMontage::buildsFilters()
     check(250.0f, {-1.0f, nan, 50.0f}, {3}, 2);
     check(0.0f, {30.0f, 0.0f, 50.0f}, {}, 2);
     check(nan, {30.0f, 0.0f, 0.0f}, {}, 1);
+    check(250.0f, {0.0f, 50.0f, 0.0f}, {1}, 1); // another design
+
+    Montage montage = makeMontage("Fz Cz");
+    montage[1]->setLPF(70.0f);
+    montage[1]->setHPF(20.0f);
+    montage.setCurrentSampleFreq(100.0f);
+    QCOMPARE(montage.filterNotes(),
+             QStringList({QStringLiteral("Cz: the low-pass of 70 Hz is left out, because it has to lie between 0 and "
+                                         "half of the rate of 100 Hz."),
+                          QStringLiteral("Cz: the high-pass of 20 Hz has the textbook's design, because the usual one "
+                                         "is unstable at a rate of 100 Hz.")}));
+}
+
+void TestMontage::readsChannelLines()
+{
+    const QString line = QStringLiteral("index=1;name=%1;type=EEG;g1=1;g2=0;scale=1;LPF=30");
+    const auto names = [](const QString &text) { return Montage(text).getChannelNames().join(QLatin1Char('|')); };
+    const QString a = line.arg(QLatin1Char('a'));
+    const QString b = line.arg(QLatin1Char('b'));
+    QCOMPARE(names(a + QLatin1Char('\n') + b), QStringLiteral("a|b"));
+    QCOMPARE(names(a + QLatin1Char('\n') + b + QLatin1Char('\n')), QStringLiteral("a|b"));
+    QCOMPARE(names(a + QLatin1String("\n\n") + b), QStringLiteral("a||b")); // an empty line is a default channel
+    QCOMPARE(names(a), QStringLiteral("a"));
+    QCOMPARE(names(QStringLiteral("no;such;file")), QString());
 }
 
 void TestMontage::readsJson()
@@ -292,6 +318,14 @@ void TestMontage::readsBackWhatItWrote()
             QCOMPARE(referentsOf(*bipolar), QStringLiteral("A1@4 A2@5"));
         }
     }
+    // Names with the separators of the text form.
+    const auto odd = QSharedPointer<BipolarMontage>::create(makeMontage("A;1 Cz M=2"));
+    odd->setLeftReferent(QStringLiteral("A;1"));
+    odd->setRightReferent(QStringLiteral("M=2"));
+    MontageXmlReader reader;
+    QVERIFY(reader.writeMontageToFile(path, odd));
+    QCOMPARE(referentsOf(*reader.readMontage(path).dynamicCast<BipolarMontage>()), QStringLiteral("A;1@1 M=2@3"));
+    QCOMPARE(Montage(path).getChannelNames(), odd->getChannelNames());
 }
 
 void TestMontage::readsPartsOfAFile()
@@ -307,7 +341,7 @@ void TestMontage::readsPartsOfAFile()
     const QByteArray untouched = "index=0;name=;type=EEG;g1=0;g2=0;scale=1;LPF=0;HPF=0;BSO=0|";
     check("comments", "<!-- a --><Channel><!-- b -->" + cz.mid(9) + "<!-- c -->", good);
     check("no channels", "", "");
-    check("separators in a name", changed("Cz", "a;b=\nc"), QByteArray(good).replace("Cz", "a_b__c"));
+    check("separators in a name", changed("Cz", "a;b=\nc"), QByteArray(good).replace("Cz", "a;b=\nc"));
     check("short channel", "<Channel><index>7</index><name>x</name></Channel><Channel/>" + cz,
           untouched + untouched + good);
     check("another order", changed("<index>1</index>", "").replace("</C", "<index>1</index></C"), untouched);
@@ -360,6 +394,17 @@ void TestMontage::keepsTheFileThatItCannotReplace()
     const QString path = writeFile("old");
     QVERIFY(!reader.writeMontageToFile(path, {}));
     QCOMPARE(QFileInfo(path).size(), qint64{3});
+
+    // What could not be read back isn't written.
+    const auto large = QSharedPointer<Montage>::create();
+    large->resize(Montage::kMaxChannels);
+    QVERIFY(reader.writeMontageToFile(path, large));
+    large->push_back(new AmplifierChannel);
+    QVERIFY(!reader.writeMontageToFile(path, large)
+            && reader.errorText().contains(QLatin1String("this montage has 4097")));
+    montage->setMontageName(QString(static_cast<int>(MontageXmlReader::kMaxFileSize), QLatin1Char('x')));
+    QVERIFY(!reader.writeMontageToFile(path, montage) && reader.errorText().contains(QLatin1String("too large")));
+    QCOMPARE(reader.readMontage(path)->size(), Montage::kMaxChannels);
 
     montage->setMontageName(QString(QChar(1)) + QChar(0xd800) + QChar(0xffff) + QStringLiteral("\U0001F600"));
     QVERIFY(reader.writeMontageToFile(path, montage)); // what XML cannot carry doesn't make the file unreadable

@@ -4,6 +4,8 @@
 #include "devices/DeviceSearcher.h"
 #include "files/EDFReader.h"
 #include "files/XLSReader.h"
+#include "filters/ButterworthFilter.h"
+#include "filters/NotchFilter.h"
 #include "montage/AverageMontage.h"
 #include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
@@ -147,6 +149,9 @@ private slots:
     void reportsWhatEndsTheLoop();
     void growsForARemainder();
     void survivesMontagesThatDoNotFitTheDevice();
+    void runsTheFiltersOfTheChannel();
+    void followsFiltersWhileTheyChange();
+    void givesAlgorithmsARawBlockOfABipolarMontage();
     void recordsEveryBlock();
     void recordsFromTheFirstBlock_data();
     void recordsFromTheFirstBlock();
@@ -420,6 +425,160 @@ void TestPipeline::survivesMontagesThatDoNotFitTheDevice()
         runHere(reader, again, montage);
         QCOMPARE(received.blocks.back().size(), std::size_t{3 * 125});
     }
+
+    // A device that filters by itself gets differences of its channels, whatever the kind of the montage.
+    script.filterFree = true;
+    auto free = QSharedPointer<BipolarMontage>::create(*montageOf({{1, 0}, {2, 0}, {2, 0}, {1, 0}}));
+    (*free)[0]->setGroup2(0);
+    (*free)[1]->setGroup2(1);
+    (*free)[2]->setGroup2(3);
+    (*free)[3]->setGroup2(30000000);
+    FakeAmplifier again(script);
+    runHere(reader, again, free);
+    const std::vector<float> &block = received.blocks.back();
+    QCOMPARE(block[125], 1000.0f);
+    QCOMPARE(block[250], block[0] + 1000.0f);
+    QCOMPARE(block[375], block[0]);
+}
+
+void TestPipeline::runsTheFiltersOfTheChannel()
+{
+    using Filters = bp::FilterList::Filters;
+    const auto butterworth = [](AbstractFilter::FilterTypeEnum type, float cutOff) {
+        return std::make_shared<ButterworthFilter>(type, 4, 250.0f, cutOff, cutOff);
+    };
+    const auto notch = [] { return std::make_unique<NotchFilter>(AbstractFilter::BandStop, 250.0f, 50.0f, 1.0f); };
+    FakeScript otherScript;
+    otherScript.rate = 500.0f;
+    FakeAmplifier otherDevice(otherScript);
+    DataReader other;
+    struct Change
+    {
+        const char *name;
+        std::function<void(const QSharedPointer<Montage> &)> change; ///< between the third and the fourth block
+        std::function<void(Filters &)> expected;
+    };
+    const Change changes[] = {
+        {"other settings",
+         [](const QSharedPointer<Montage> &montage) { (*montage)[0]->setFilterData(AmplifierChannel::Filters()); },
+         [](Filters &filters) { filters.clear(); }},
+        {"removed", [](const QSharedPointer<Montage> &montage) { montage->removeChannelFilterList(); },
+         [](Filters &filters) { filters.clear(); }},
+        {"another cut-off",
+         [](const QSharedPointer<Montage> &montage) {
+             (*montage)[0]->setLPF(40.0f);
+             montage->removeChannelFilterList();
+             montage->createChannelFilterList();
+         },
+         [&](Filters &filters) {
+             filters = {butterworth(AbstractFilter::LowPass, 40.0f), butterworth(AbstractFilter::HighPass, 1.0f)};
+         }},
+        {"one appended",
+         [&](const QSharedPointer<Montage> &montage) { (*montage)[0]->getFilterRef().objects.push_back(notch()); },
+         [&](Filters &filters) { filters.push_back(notch()); }},
+        {"channels deleted", [](const QSharedPointer<Montage> &montage) { montage->clearChannel(); }, [](Filters &) {}},
+        {"given to another reader",
+         [&](const QSharedPointer<Montage> &montage) { other.setNewMontage(&otherDevice, montage); }, [](Filters &) {}},
+    };
+    for (const Change &change : changes) {
+        FakeScript script;
+        script.errorAfterReads = 6;
+        FakeAmplifier device(script);
+        const QSharedPointer<Montage> montage = plainMontage(2);
+        (*montage)[0]->setLPF(30.0f);
+        (*montage)[0]->setHPF(1.0f);
+        DataReader reader;
+        Received received(reader);
+        connect(&reader, &DataReader::newData, [&](const std::vector<float> &, int) {
+            if (received.blocks.size() == 3) {
+                change.change(montage);
+            }
+        });
+        runHere(reader, device, montage);
+        QCOMPARE(received.blocks.size(), std::size_t{6});
+
+        Filters twins{butterworth(AbstractFilter::LowPass, 30.0f), butterworth(AbstractFilter::HighPass, 1.0f)};
+        for (int block = 0; block < 6; ++block) {
+            if (block == 3) {
+                change.expected(twins);
+            }
+            std::vector<float> samples(25);
+            for (int k = 0; k < 25; ++k) {
+                samples[static_cast<std::size_t>(k)] = script.value(1, block * 25 + k);
+            }
+            for (const auto &filter : twins) {
+                filter->Process(samples);
+            }
+            received.blocks[static_cast<std::size_t>(block)].resize(25);
+            QVERIFY2(received.blocks[static_cast<std::size_t>(block)] == samples, change.name);
+        }
+    }
+}
+
+void TestPipeline::followsFiltersWhileTheyChange()
+{
+    FakeScript script;
+    script.value = [](int, qint64) { return 1000.0f; };
+    FakeAmplifier devices[2] = {FakeAmplifier(script), FakeAmplifier(script)};
+    const QSharedPointer<Montage> montage = plainMontage(8);
+    for (unsigned i = 0; i < montage->size(); ++i) {
+        (*montage)[i]->setHPF(1.0f);
+    }
+    DataCompound first(&devices[0], montage);
+    DataCompound second(&devices[1], montage);
+    QSignalSpy firstBlocks(&first, &DataCompound::newSampleData);
+    QSignalSpy secondBlocks(&second, &DataCompound::newSampleData);
+    first.startReadData();
+    second.startReadData();
+    for (unsigned i = 0; i < 2000; ++i) {
+        AmplifierChannel &channel = *(*montage)[i % montage->size()];
+        switch (i / 8 % 4) {
+        case 0:
+            channel.setFilterData(channel.getFilterRef());
+            break;
+        case 1:
+            channel.setLPF(20.0f + static_cast<float>(i % 50));
+            montage->createChannelFilterList();
+            break;
+        case 2:
+            channel.getFilterRef().objects.push_back(
+                std::make_unique<NotchFilter>(AbstractFilter::BandStop, 250.0f, 50.0f, 1.0f));
+            break;
+        default:
+            montage->removeChannelFilterList();
+            break;
+        }
+        if (i % 100 == 0) {
+            second.setNewAmplifier(&devices[1], montage);
+            QCoreApplication::processEvents();
+        }
+    }
+    montage->removeChannelFilterList();
+    const auto lastValue = [](const QSignalSpy &blocks) {
+        return blocks.isEmpty() ? 0.0f : blocks.last()[0].value<std::vector<float>>().front();
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(lastValue(secondBlocks), 1000.0f, kTimeoutMs);
+    // The one that had the montage before still runs its high-pass, which has nearly settled.
+    QTRY_VERIFY_WITH_TIMEOUT(std::fabs(lastValue(firstBlocks)) < 1.0f && !firstBlocks.isEmpty(), kTimeoutMs);
+}
+
+void TestPipeline::givesAlgorithmsARawBlockOfABipolarMontage()
+{
+    FakeScript script;
+    script.errorAfterReads = 2;
+    FakeAmplifier device(script);
+    DataReader reader;
+    custom_param raw;
+    raw.key = QStringLiteral("raw");
+    raw.defaultValue = QStringLiteral("1");
+    UnitParams params;
+    params.push_back(raw);
+    auto *algorithm = new FakeAlgorithm(params, {}, {});
+    reader.setAlgorithmClass(algorithm);
+    const auto montage = QSharedPointer<BipolarMontage>::create(*plainMontage(2));
+    montage->setLeftReferent(QStringLiteral("C1"));
+    runHere(reader, device, montage);
+    QCOMPARE(algorithm->acquired, (std::vector<float>{1000.0f, 1025.0f}));
 }
 
 void TestPipeline::recordsEveryBlock()

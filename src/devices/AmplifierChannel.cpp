@@ -1,7 +1,6 @@
 #include "devices/AmplifierChannel.h"
 
 #include "base/TextHelper.h"
-#include "filters/AbstractFilter.h"
 
 #include <algorithm>
 #include <array>
@@ -228,6 +227,11 @@ void AmplifierChannel::parseStringData(const QString &text)
             storeValue(position, pieces[1]);
         }
     }
+}
+
+bool AmplifierChannel::isTextForm(const QString &text)
+{
+    return text.split(QLatin1Char(';'), TextHelper::SkipEmptyParts).size() >= kLeastTextPairs;
 }
 
 void AmplifierChannel::storeValue(int position, const QString &value)

@@ -2,17 +2,13 @@
 
 #include "common/BPCommon.h"
 #include "common/BPExport.h"
+#include "filters/FilterList.h"
 
 #include <QByteArray>
 #include <QJsonObject>
 #include <QList>
 #include <QString>
 #include <QStringList>
-
-#include <memory>
-#include <vector>
-
-class AbstractFilter;
 
 /// One channel of a device or of a montage: number, name, signal type, scale, filter settings and montage inputs.
 class BIOPROCESSING_EXPORT AmplifierChannel
@@ -21,7 +17,7 @@ public:
     /// Filter settings of a channel and the filters built from them.
     ///
     /// A copy has the settings and no objects, and so has the target of an assignment: filter objects hold the history
-    /// of one stream.
+    /// of one stream. Belongs to the thread that sets the montage up, also while a reader runs the filters.
     struct BIOPROCESSING_EXPORT Filters
     {
         Filters();
@@ -36,7 +32,7 @@ public:
         QList<float> LPFValues; ///< choices offered to the user, Hz
         QList<float> HPFValues;
         QList<float> BSFValues;
-        std::vector<std::unique_ptr<AbstractFilter>> objects; ///< in running order
+        bp::FilterList objects; ///< in running order; a reader runs what stands here, from its next block on
     };
 
     /// Inputs of a montage channel; what the numbers mean depends on the montage (Montage.h).
@@ -90,7 +86,7 @@ public:
 
     Filters &getFilterRef() { return m_filters; }
     const Filters &getFilterRef() const { return m_filters; }
-    /// Takes the settings and deletes the filter objects of the channel: not while a reader runs them.
+    /// Takes the settings and empties the list of filter objects.
     void setFilterData(const Filters &filters) { m_filters = filters; }
 
     /// The choices as texts.
@@ -111,6 +107,8 @@ public:
     /// files depend on it). Fewer than seven pairs change nothing; a number that cannot be read is 0, one that is not
     /// finite changes nothing.
     void parseStringData(const QString &text);
+    /// Whether parseStringData() takes the text: seven pairs or more.
+    static bool isTextForm(const QString &text);
     /// Display text such as "LP:30 HP:0.5 BS:50".
     QString getTextFilterView() const;
 

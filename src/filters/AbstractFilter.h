@@ -54,9 +54,8 @@ public:
     virtual bool appendStages(std::vector<bp::CascadeStage> &stages);
 
 protected:
-    /// Filters count samples in place, bit for bit as InternalProcess one by one would; allocates nothing. Whoever
-    /// overrides one of the three, InternalProcess, appendStages and processBlock, in a subclass of a ready filter
-    /// overrides all of them.
+    /// Filters count samples in place, bit for bit as InternalProcess one by one would; allocates nothing. The ready
+    /// filters have fast ways through a block, for themselves only: a subclass of theirs runs by its InternalProcess.
     virtual void processBlock(float *samples, std::size_t count);
 
 private:

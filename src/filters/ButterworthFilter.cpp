@@ -6,12 +6,71 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <typeinfo>
 
 namespace {
 
 constexpr double kPi = 3.141592653589793;
 
 using Row = double[5];
+
+/// A design counts as unstable when it settles this many times slower than the textbook's.
+constexpr double kMostRinging = 10.0;
+
+int evenOrder(int order)
+{
+    const int limited = std::clamp(order, 0, ButterworthFilter::kMaxOrder);
+    return limited + (limited & 1);
+}
+
+/// A cascade as rows b0 b1 b2 a0 a1 a2 and one gain.
+struct Design
+{
+    std::vector<std::vector<float>> sections;
+    float gain = 1.0f;
+};
+
+Design standardDesign(bool highPass, int order, float cutOff, float sampleRate)
+{
+    Design design;
+    ButterworthFilter::Butter(design.sections, design.gain, highPass ? 1 : 0, order, cutOff, cutOff, sampleRate);
+    return design;
+}
+
+/// Bilinear transform of the analogue pole pairs, which are the same as in the standard design.
+Design textbookDesign(bool highPass, int order, float cutOff, float sampleRate)
+{
+    Design design;
+    const int even = evenOrder(order);
+    const double warped = std::tan(kPi * static_cast<double>(cutOff) / static_cast<double>(sampleRate));
+    const double square = warped * warped;
+    double gain = 1.0;
+    for (int k = 0; k < even / 2; ++k) {
+        const double damped = 2.0 * warped * std::cos((2 * k + 1) * kPi / (2 * even));
+        const double d = 1.0 + damped + square;
+        gain *= (highPass ? 1.0 : square) / d;
+        design.sections.push_back({1.0f, highPass ? -2.0f : 2.0f, 1.0f, 1.0f,
+                                   static_cast<float>(2.0 * (square - 1.0) / d),
+                                   static_cast<float>((1.0 - damped + square) / d)});
+    }
+    design.gain = static_cast<float>(gain);
+    return design;
+}
+
+/// Distance of the outermost pole from the unit circle: the larger, the sooner the filter settles; not above 0 when it
+/// is unstable.
+double poleMargin(const Design &design)
+{
+    double largest = 0.0;
+    for (const std::vector<float> &section : design.sections) {
+        const double half = static_cast<double>(section[4]) / 2.0;
+        const double product = static_cast<double>(section[5]);
+        const double discriminant = half * half - product;
+        const double radius = discriminant < 0.0 ? std::sqrt(product) : std::fabs(half) + std::sqrt(discriminant);
+        largest = std::max(largest, radius);
+    }
+    return 1.0 - largest;
+}
 
 std::unique_ptr<IIRFilter> designed(bool highPass, int order, float cutOff, float sampleRate)
 {
@@ -20,10 +79,8 @@ std::unique_ptr<IIRFilter> designed(bool highPass, int order, float cutOff, floa
                       "ButterworthFilter::ButterworthFilter %f Hz is not between 0 and half of %f Hz", cutOff,
                       sampleRate);
     }
-    std::vector<std::vector<float>> sections;
-    float gain = 1.0f;
-    ButterworthFilter::Butter(sections, gain, highPass ? 1 : 0, order, cutOff, cutOff, sampleRate);
-    return std::make_unique<IIRFilter>(sections, gain);
+    const Design design = standardDesign(highPass, order, cutOff, sampleRate);
+    return std::make_unique<IIRFilter>(design.sections, design.gain);
 }
 
 /// The conjugate pole pairs of the low-pass prototype as sections with unity gain at 0 Hz.
@@ -117,21 +174,44 @@ ButterworthFilter::ButterworthFilter(FilterTypeEnum type, int order, float sampl
     }
 }
 
+ButterworthFilter::ButterworthFilter(FilterTypeEnum type, std::unique_ptr<IIRFilter> stage)
+    : AbstractFilter(type, RecursiveResponse, QStringLiteral("ButterworthFilter"))
+    , m_kind(type)
+{
+    (type == HighPass ? m_highPass : m_lowPass) = std::move(stage);
+}
+
 ButterworthFilter::~ButterworthFilter() = default;
+
+bool ButterworthFilter::isStable(FilterTypeEnum type, int order, float sampleRate, float cutOff)
+{
+    const bool highPass = type == HighPass;
+    return kMostRinging * poleMargin(standardDesign(highPass, order, cutOff, sampleRate))
+        > poleMargin(textbookDesign(highPass, order, cutOff, sampleRate));
+}
+
+std::unique_ptr<ButterworthFilter> ButterworthFilter::makeStable(FilterTypeEnum type, int order, float sampleRate,
+                                                                 float cutOff)
+{
+    if (isStable(type, order, sampleRate, cutOff)) {
+        return std::make_unique<ButterworthFilter>(type, order, sampleRate, cutOff, cutOff);
+    }
+    const Design design = textbookDesign(type == HighPass, order, cutOff, sampleRate);
+    return std::unique_ptr<ButterworthFilter>(
+        new ButterworthFilter(type, std::make_unique<IIRFilter>(design.sections, design.gain)));
+}
 
 void ButterworthFilter::Butter(std::vector<std::vector<float>> &sections, float &gain, int highPass, int order,
                                float cutOff, float cutOff2, float sampleRate)
 {
     Q_UNUSED(cutOff2)
-    const int limited = std::clamp(order, 0, kMaxOrder);
-    const int evenOrder = limited + (limited & 1);
     const double rate = static_cast<double>(sampleRate);
     const double target = static_cast<double>(cutOff) / rate;
     const double prototype = highPass != 0 ? (rate - static_cast<double>(cutOff)) / rate : target;
 
     std::vector<std::vector<double>> b;
     std::vector<std::vector<double>> a;
-    lowPassSections(b, a, evenOrder, std::tan(kPi * prototype));
+    lowPassSections(b, a, evenOrder(order), std::tan(kPi * prototype));
     const int length = highPass != 0 ? FilterTransform(b, a, 1, prototype, target, 0.0) : 3;
 
     gain = 1.0f;
@@ -208,6 +288,9 @@ float ButterworthFilter::InternalProcess(float sample)
 
 bool ButterworthFilter::appendStages(std::vector<bp::CascadeStage> &stages)
 {
+    if (typeid(*this) != typeid(ButterworthFilter)) {
+        return false;
+    }
     const std::size_t before = stages.size();
     for (IIRFilter *stage : {m_lowPass.get(), m_highPass.get()}) {
         if (stage != nullptr && !stage->appendStages(stages)) {
@@ -220,6 +303,10 @@ bool ButterworthFilter::appendStages(std::vector<bp::CascadeStage> &stages)
 
 void ButterworthFilter::processBlock(float *samples, std::size_t count)
 {
+    if (typeid(*this) != typeid(ButterworthFilter)) {
+        AbstractFilter::processBlock(samples, count);
+        return;
+    }
     for (IIRFilter *stage : {m_lowPass.get(), m_highPass.get()}) {
         if (stage != nullptr) {
             stage->processBlock(samples, count);

@@ -26,6 +26,17 @@ public:
     ButterworthFilter(FilterTypeEnum type, int order, float sampleRate, float f1, float f2, QObject *parent = nullptr);
     ~ButterworthFilter() override;
 
+    /// Whether the design of a low-pass or high-pass is stable and settles in about the time of the textbook's one.
+    ///
+    /// From order 4 on the high-pass is not between about 1/6 and 1/3 of the rate, where its poles leave the unit
+    /// circle.
+    /// @param cutOff  Hz, between 0 and half the rate
+    static bool isStable(FilterTypeEnum type, int order, float sampleRate, float cutOff);
+    /// A low-pass or high-pass of this design where it is stable. Elsewhere one of the textbook's design: the same
+    /// analogue poles through the bilinear transform, −3 dB at the cut-off.
+    static std::unique_ptr<ButterworthFilter> makeStable(FilterTypeEnum type, int order, float sampleRate,
+                                                         float cutOff);
+
     /// Designs one cascade.
     /// @param sections  out: one row b0 b1 b2 a0 a1 a2 per section, b0 and a0 being 1
     /// @param gain      out: factor for the whole cascade
@@ -46,6 +57,8 @@ protected:
     void processBlock(float *samples, std::size_t count) override;
 
 private:
+    ButterworthFilter(FilterTypeEnum type, std::unique_ptr<IIRFilter> stage);
+
     /// Re-maps second-order low-pass sections in place and scales each to a0 = 1.
     /// @param mode  0 to low-pass, 1 to high-pass, 2 to band-pass, 3 to band-stop
     /// @param wp    the sections' cut-off, wt and w2 the target's, all as fractions of the rate; modes 0 and 1 ignore

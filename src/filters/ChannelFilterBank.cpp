@@ -2,9 +2,11 @@
 
 #include "filters/AbstractFilter.h"
 #include "filters/Cascade.h"
+#include "filters/FilterFeed.h"
 #include "filters/LaneSection.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <utility>
 
@@ -23,6 +25,16 @@ struct Channel
     std::vector<AbstractFilter *> filters;
     std::vector<CascadeStage> stages; ///< empty when the filters have to run one after the other
 };
+
+/// A sample that is no number, as a device may give one, would stay in a recursive history for good.
+void dropInvalidHistory(const Channel &channel, const float *planar, std::size_t count)
+{
+    if (count > 0 && !std::isfinite(planar[channel.index * count + count - 1])) {
+        for (AbstractFilter *filter : channel.filters) {
+            filter->Reset();
+        }
+    }
+}
 
 /// Up to eight channels with the same number of stages, one per lane.
 class LaneGroup
@@ -46,6 +58,9 @@ public:
             processTile(planar + first, count, std::min(kTileRows, count - first));
         }
         storeHistory();
+        for (const Channel &channel : m_channels) {
+            dropInvalidHistory(channel, planar, count);
+        }
     }
 
 private:
@@ -126,16 +141,17 @@ void processAlone(const Channel &channel, float *samples, std::size_t count)
 }
 
 /// The channels that have filters, flattened where no other channel, or place in the list, uses the same filter.
-std::vector<Channel> flatten(const std::vector<std::vector<AbstractFilter *>> &lists)
+std::vector<Channel> flatten(const std::vector<FilterList::Filters> &lists)
 {
     std::map<AbstractFilter *, int> uses;
     std::vector<Channel> channels;
     for (std::size_t i = 0; i < lists.size(); ++i) {
-        Channel channel{i, lists[i], {}};
-        channel.filters.erase(std::remove(channel.filters.begin(), channel.filters.end(), nullptr),
-                              channel.filters.end());
-        for (AbstractFilter *filter : channel.filters) {
-            ++uses[filter];
+        Channel channel{i, {}, {}};
+        for (const auto &filter : lists[i]) {
+            if (filter != nullptr) {
+                channel.filters.push_back(filter.get());
+                ++uses[filter.get()];
+            }
         }
         if (!channel.filters.empty()) {
             channels.push_back(std::move(channel));
@@ -167,11 +183,27 @@ ChannelFilterBank::ChannelFilterBank()
 
 ChannelFilterBank::~ChannelFilterBank() = default;
 
-void ChannelFilterBank::setChannels(const std::vector<std::vector<AbstractFilter *>> &lists)
+void ChannelFilterBank::setChannels(std::vector<FilterList::Filters> lists)
 {
-    clear();
+    m_feed.reset();
+    *m_plan = Plan(); // before the filters that it borrows go
+    m_lists = std::move(lists);
+    plan();
+}
+
+void ChannelFilterBank::follow(const std::shared_ptr<FilterFeed> &feed)
+{
+    std::vector<FilterList::Filters> lists(feed->channels());
+    feed->take(lists);
+    setChannels(std::move(lists));
+    m_feed = feed;
+}
+
+void ChannelFilterBank::plan()
+{
+    *m_plan = Plan();
     std::map<std::size_t, std::vector<Channel>> byStageCount;
-    for (Channel &channel : flatten(lists)) {
+    for (Channel &channel : flatten(m_lists)) {
         std::vector<Channel> &alike = channel.stages.empty() ? m_plan->alone : byStageCount[channel.stages.size()];
         alike.push_back(std::move(channel));
     }
@@ -184,18 +216,18 @@ void ChannelFilterBank::setChannels(const std::vector<std::vector<AbstractFilter
     }
 }
 
-void ChannelFilterBank::clear()
-{
-    *m_plan = Plan();
-}
-
 void ChannelFilterBank::process(float *planar, std::size_t samplesPerChannel)
 {
+    if (m_feed != nullptr && m_feed->hasChanges()) {
+        m_feed->take(m_lists);
+        plan();
+    }
     for (LaneGroup &group : m_plan->groups) {
         group.process(planar, samplesPerChannel);
     }
     for (const Channel &channel : m_plan->alone) {
         processAlone(channel, planar + channel.index * samplesPerChannel, samplesPerChannel);
+        dropInvalidHistory(channel, planar, samplesPerChannel);
     }
 }
 

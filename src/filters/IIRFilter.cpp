@@ -4,6 +4,7 @@
 #include "filters/Cascade.h"
 
 #include <algorithm>
+#include <typeinfo>
 #include <utility>
 
 namespace {
@@ -109,12 +110,19 @@ float IIRFilter::processDirect(float sample)
 
 bool IIRFilter::appendStages(std::vector<bp::CascadeStage> &stages)
 {
+    if (typeid(*this) != typeid(IIRFilter)) {
+        return false;
+    }
     stages.insert(stages.end(), m_stages.begin(), m_stages.end());
     return !m_stages.empty();
 }
 
 void IIRFilter::processBlock(float *samples, std::size_t count)
 {
+    if (typeid(*this) != typeid(IIRFilter)) {
+        AbstractFilter::processBlock(samples, count);
+        return;
+    }
     if (m_stages.empty()) {
         AbstractFilter::processBlock(samples, count);
     } else {

@@ -3,13 +3,14 @@
 #include "filters/IIRFilter.h"
 
 #include <cmath>
+#include <typeinfo>
 
 namespace {
 constexpr double kPi = 3.141592653589793;
 }
 
 NotchFilter::NotchFilter(FilterTypeEnum type, float sampleRate, float centre, float bandwidth, QObject *parent)
-    : AbstractFilter(type, RecursiveResponse, QStringLiteral("NotchFilter"), parent)
+    : AbstractFilter(BandStop, RecursiveResponse, QStringLiteral("NotchFilter"), parent)
 {
     std::vector<float> numerator;
     std::vector<float> denominator;
@@ -50,10 +51,17 @@ float NotchFilter::InternalProcess(float sample)
 
 bool NotchFilter::appendStages(std::vector<bp::CascadeStage> &stages)
 {
+    if (typeid(*this) != typeid(NotchFilter)) {
+        return false;
+    }
     return m_filter->appendStages(stages);
 }
 
 void NotchFilter::processBlock(float *samples, std::size_t count)
 {
+    if (typeid(*this) != typeid(NotchFilter)) {
+        AbstractFilter::processBlock(samples, count);
+        return;
+    }
     m_filter->processBlock(samples, count);
 }

@@ -7,7 +7,8 @@
 
 class IIRFilter;
 
-/// Second-order resonator that removes (band-stop) or keeps (band-pass) a narrow band.
+/// Second-order resonator that removes (band-stop) or keeps (band-pass) a narrow band; its filter type is BandStop
+/// either way.
 ///
 /// Single-pole-pair design after S. W. Smith, "The Scientist and Engineer's Guide to Digital Signal Processing",
 /// ch. 19.

@@ -17,37 +17,79 @@ namespace {
 constexpr int kFilterOrder = 4;
 constexpr float kNotchWidthHz = 1.0f;
 
-/// Whether a filter of that frequency is wanted; one that cannot be designed is traced.
-bool isWanted(BPCommon::LogEvent level, const AmplifierChannel &channel, const char *filter, float frequency)
+/// One of the three filters that a channel may have.
+struct Setting
 {
-    if (frequency == 0.0f) {
-        return false;
-    }
-    const float rate = channel.getFilterRef().sampleFreq;
-    if (frequency > 0.0f && std::isfinite(rate) && frequency < rate / 2.0f) {
-        return true;
-    }
-    BPCommon::log(level, "Montage::createChannelFilterList %s: %s %g Hz cannot be built for %g Hz, it is left out",
-                  channel.getName(), filter, frequency, rate);
-    return false;
+    const char *name;
+    AbstractFilter::FilterTypeEnum type;
+    float AmplifierChannel::Filters::*frequency; ///< Hz, 0 is off
+};
+
+constexpr Setting kSettings[] = {{"low-pass", AbstractFilter::LowPass, &AmplifierChannel::Filters::LPF},
+                                 {"high-pass", AbstractFilter::HighPass, &AmplifierChannel::Filters::HPF},
+                                 {"notch", AbstractFilter::BandStop, &AmplifierChannel::Filters::BSF}};
+
+bool isPossible(float frequency, float rate)
+{
+    return frequency > 0.0f && std::isfinite(rate) && frequency < rate / 2.0f;
 }
 
-void buildFilters(BPCommon::LogEvent level, AmplifierChannel &channel)
+/// Null when the filter is off or cannot be built.
+std::shared_ptr<AbstractFilter> makeFilter(const Setting &setting, float frequency, float rate)
+{
+    if (!isPossible(frequency, rate)) {
+        return nullptr;
+    }
+    if (setting.type == AbstractFilter::BandStop) {
+        return std::make_shared<NotchFilter>(setting.type, rate, frequency, kNotchWidthHz);
+    }
+    return ButterworthFilter::makeStable(setting.type, kFilterOrder, rate, frequency);
+}
+
+/// What a user should know of a filter that is not built as usual; empty when there is nothing.
+QString noteOn(const AmplifierChannel &channel, const Setting &setting)
+{
+    const float frequency = channel.getFilterRef().*setting.frequency;
+    const float rate = channel.getFilterRef().sampleFreq;
+    const bool possible = isPossible(frequency, rate);
+    if (frequency == 0.0f
+        || (possible
+            && (setting.type == AbstractFilter::BandStop
+                || ButterworthFilter::isStable(setting.type, kFilterOrder, rate, frequency)))) {
+        return QString();
+    }
+    const QString text = possible
+        ? QStringLiteral(
+            "%1: the %2 of %3 Hz has the textbook's design, because the usual one is unstable at a rate of "
+            "%4 Hz.")
+        : QStringLiteral("%1: the %2 of %3 Hz is left out, because it has to lie between 0 and half of the rate of "
+                         "%4 Hz.");
+    return text.arg(channel.getName(), QString::fromLatin1(setting.name),
+                    QString::number(static_cast<double>(frequency)), QString::number(static_cast<double>(rate)));
+}
+
+void buildFilters(AmplifierChannel &channel)
 {
     AmplifierChannel::Filters &filters = channel.getFilterRef();
-    const float rate = filters.sampleFreq;
-    if (isWanted(level, channel, "LPF", filters.LPF)) {
-        filters.objects.push_back(
-            std::make_unique<ButterworthFilter>(AbstractFilter::LowPass, kFilterOrder, rate, filters.LPF, filters.LPF));
+    bp::FilterList::Filters built;
+    for (const Setting &setting : kSettings) {
+        if (auto filter = makeFilter(setting, filters.*setting.frequency, filters.sampleFreq)) {
+            built.push_back(std::move(filter));
+        }
     }
-    if (isWanted(level, channel, "HPF", filters.HPF)) {
-        filters.objects.push_back(std::make_unique<ButterworthFilter>(AbstractFilter::HighPass, kFilterOrder, rate,
-                                                                      filters.HPF, filters.HPF));
+    filters.objects.assign(std::move(built)); // in one step: a reader may run it from now on
+}
+
+QStringList notesOn(const AmplifierChannel &channel)
+{
+    QStringList notes;
+    for (const Setting &setting : kSettings) {
+        const QString note = noteOn(channel, setting);
+        if (!note.isEmpty()) {
+            notes << note;
+        }
     }
-    if (isWanted(level, channel, "BSF", filters.BSF)) {
-        filters.objects.push_back(
-            std::make_unique<NotchFilter>(AbstractFilter::BandStop, rate, filters.BSF, kNotchWidthHz));
-    }
+    return notes;
 }
 
 int boundedCount(int count)
@@ -61,9 +103,9 @@ int boundedCount(int count)
 
 std::vector<AmplifierChannel *> channelsFromText(const QString &lines)
 {
-    // What stands behind the last line break is no line; an empty line is a channel without a usable text.
+    // An empty line is a channel without a usable text, unless it is what stands behind the last line break.
     const QStringList list = lines.split(QLatin1Char('\n'));
-    const int count = boundedCount(list.size() - 1);
+    const int count = boundedCount(list.constLast().isEmpty() ? list.size() - 1 : list.size());
     std::vector<AmplifierChannel *> channels;
     channels.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
@@ -90,7 +132,7 @@ Montage::Montage() = default;
 Montage::Montage(const Montage &other)
     : m_fileName(other.m_fileName)
     , m_name(other.m_name)
-    , m_sampleFreq(other.m_sampleFreq)
+    , m_sampleFreq(other.getCurrentSampleFreq())
 {
     other.copyChannels(m_channels);
 }
@@ -99,7 +141,7 @@ Montage::Montage(Montage &&other) noexcept
     : m_fileName(std::exchange(other.m_fileName, QString()))
     , m_name(std::exchange(other.m_name, QString()))
     , m_channels(std::exchange(other.m_channels, {}))
-    , m_sampleFreq(other.m_sampleFreq)
+    , m_sampleFreq(other.getCurrentSampleFreq())
 {
     other.channelsChanged();
 }
@@ -121,7 +163,7 @@ Montage::Montage(const QJsonObject &json)
 
 Montage::Montage(const QString &text)
 {
-    if (text.contains(QLatin1Char('\n'))) {
+    if (text.contains(QLatin1Char('\n')) || (AmplifierChannel::isTextForm(text) && !QFile::exists(text))) {
         m_channels = channelsFromText(text);
     } else if (!text.isEmpty()) {
         makeNewListFromFile(text);
@@ -133,7 +175,7 @@ Montage &Montage::operator=(const Montage &other)
     if (this != &other) {
         m_fileName = other.m_fileName;
         m_name = other.m_name;
-        m_sampleFreq = other.m_sampleFreq;
+        m_sampleFreq = other.getCurrentSampleFreq();
         std::vector<AmplifierChannel *> copies;
         other.copyChannels(copies);
         takeChannels(std::move(copies));
@@ -339,9 +381,21 @@ void Montage::createChannelFilterList()
     BPCommon::log(m_logLevel, "Montage::createChannelFilterList");
     for (AmplifierChannel *channel : m_channels) {
         if (channel->getFilterRef().objects.empty()) {
-            buildFilters(m_logLevel, *channel);
+            for (const QString &note : notesOn(*channel)) {
+                BPCommon::log(m_logLevel, "Montage::createChannelFilterList %s", note);
+            }
+            buildFilters(*channel);
         }
     }
+}
+
+QStringList Montage::filterNotes() const
+{
+    QStringList notes;
+    for (const AmplifierChannel *channel : m_channels) {
+        notes << notesOn(*channel);
+    }
+    return notes;
 }
 
 void Montage::removeChannelFilterList()
@@ -361,6 +415,7 @@ void Montage::makeNewListFromFile(const QString &path)
     QFile file(path);
     XMLChannel reader;
     m_channels = channelsFromText(reader.readFile(file));
+    reader.restoreNames(m_channels);
     if (!reader.errorText().isEmpty()) {
         BPCommon::log(m_logLevel, "Montage::makeNewListFromFile %s: %s", path, reader.errorText());
     }

@@ -13,6 +13,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <atomic>
 #include <vector>
 
 class AmplifierChannel;
@@ -27,7 +28,11 @@ class AmplifierChannel;
 /// | bipolar | active input, 0 reads device channel 1     | 0 none, 1 left referent, 2 right referent, 3 mean of both |
 /// | average | active input, 0 reads device channel 1     | 0 the average, 1 and 2 none, n ≥ 3 device channel n − 2   |
 ///
-/// Owns its channels; copies are deep. Not synchronised: once a reader runs it, only the reader's operations change it.
+/// Owns its channels; copies are deep. Belongs to one thread, which is also the one that gives it to a reader. While a
+/// reader runs, the filters of the channels may be changed (by the operations below, and in the channels' lists) and
+/// count from its next block on; names, inputs and scales may not: they count when the montage is given to the reader
+/// again. Where several readers have the montage, the one that got it last follows the changes, and the others go on
+/// with the filters they have.
 class BIOPROCESSING_EXPORT Montage
 {
 public:
@@ -41,8 +46,8 @@ public:
     /// Takes the channels over; null ones are dropped.
     explicit Montage(const QList<AmplifierChannel *> &channels);
     explicit Montage(const QJsonObject &json);
-    /// @param text  channels in their text form, each ended by a line break; a text without any line break is the path
-    ///              of a montage file, of which only the channels are read
+    /// @param text  channels in their text form, one per line; any other text without a line break is the path of a
+    ///              montage file, of which only the channels are read
     explicit Montage(const QString &text);
     Montage &operator=(const Montage &other);
     /// Null changes nothing.
@@ -87,13 +92,19 @@ public:
     void copyChannels(std::vector<AmplifierChannel *> &channels) const;
 
     /// Hz.
-    float getCurrentSampleFreq() const { return m_sampleFreq; }
+    float getCurrentSampleFreq() const { return m_sampleFreq.load(); }
     /// Filters that are already built stay as they are.
     void setCurrentSampleFreq(float frequency);
-    /// Builds the filters of every channel that has none: low-pass, high-pass, notch. One whose frequency does not lie
-    /// between 0 and half the channel's rate is left out and traced.
+    /// Builds the filters of every channel that has none: low-pass, high-pass, notch. What filterNotes() says of them
+    /// is traced.
     void createChannelFilterList();
+    /// While a reader runs, a block that falls between this and createChannelFilterList() is not filtered; giving the
+    /// montage to the reader again replaces the filters without a gap.
     void removeChannelFilterList();
+    /// A sentence for the user on each channel filter that createChannelFilterList() leaves out at the present rate,
+    /// because its frequency does not lie between 0 and half the rate, or designs another way, because the usual design
+    /// is unstable there (ButterworthFilter::isStable). Empty when all are as usual.
+    QStringList filterNotes() const;
 
 protected:
     /// Called when channels were added, moved or taken out, before any of them is deleted.
@@ -112,7 +123,7 @@ private:
     QString m_fileName;
     QString m_name;
     std::vector<AmplifierChannel *> m_channels; ///< owned
-    float m_sampleFreq = 100.0f;
+    std::atomic<float> m_sampleFreq{100.0f}; ///< a reader's loop looks at it, too
 };
 
 // Signals carry montages between threads.

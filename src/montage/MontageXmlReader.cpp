@@ -7,6 +7,7 @@
 #include "montage/Montage.h"
 #include "montage/XMLChannel.h"
 
+#include <QBuffer>
 #include <QFileInfo>
 #include <QSaveFile>
 
@@ -48,18 +49,28 @@ bool MontageXmlReader::writeMontageToFile(const QString &path, const QSharedPoin
         setError("writeMontageToFile", path, QStringLiteral("there is no montage to write"));
         return false;
     }
-    QSaveFile file(path);
-    file.setDirectWriteFallback(true);
-    if (!file.open(QIODevice::WriteOnly)) {
-        setError("writeMontageToFile", path, file.errorString());
+    if (montage->size() > Montage::kMaxChannels) {
+        setError("writeMontageToFile", path,
+                 QStringLiteral("a montage file holds at most %1 channels, this montage has %2")
+                     .arg(Montage::kMaxChannels)
+                     .arg(montage->size()));
         return false;
     }
+    QBuffer content;
+    content.open(QIODevice::WriteOnly);
     m_montage = montage;
-    m_writer.setDevice(&file);
+    m_writer.setDevice(&content);
     writeFile();
     m_writer.setDevice(nullptr);
     m_montage.reset();
-    if (!file.commit()) {
+    if (content.size() > kMaxFileSize) {
+        setError("writeMontageToFile", path,
+                 QStringLiteral("the montage is too large, give its channels shorter names"));
+        return false;
+    }
+    QSaveFile file(path);
+    file.setDirectWriteFallback(true);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content.data()) != content.size() || !file.commit()) {
         setError("writeMontageToFile", path, file.errorString());
     }
     return m_error.isEmpty();
@@ -97,7 +108,6 @@ bool MontageXmlReader::openFile(const QString &path)
     return true;
 }
 
-/// Reads the elements before the first channel.
 bool MontageXmlReader::readFile()
 {
     m_typeText.clear();
@@ -123,15 +133,13 @@ bool MontageXmlReader::readFile()
 
 QString MontageXmlReader::readChannel()
 {
-    XMLChannel channels;
-    QString lines = channels.readFile(m_file);
-    if (!channels.errorText().isEmpty()) {
-        setError("readMontage", m_file.fileName(), channels.errorText());
+    QString lines = m_channels.readFile(m_file);
+    if (!m_channels.errorText().isEmpty()) {
+        setError("readMontage", m_file.fileName(), m_channels.errorText());
     }
     return lines;
 }
 
-/// Advances over an element's end and the whitespace behind it, to the next start or end of an element.
 void MontageXmlReader::doubleNext()
 {
     do {
@@ -160,6 +168,8 @@ void MontageXmlReader::readHeaderText()
 QSharedPointer<Montage> MontageXmlReader::makeMontage(const QString &lines) const
 {
     auto usual = QSharedPointer<Montage>::create(lines);
+    AmplifierChannel *const *channels = usual->getData();
+    m_channels.restoreNames({channels, channels + usual->size()});
     if (m_typeText == kBipolarText) {
         auto bipolar = QSharedPointer<BipolarMontage>::create(*usual);
         bipolar->setLeftReferent(m_leftName);

@@ -1,6 +1,5 @@
 #include "montage/XMLChannel.h"
 
-#include "common/BPCommon.h"
 #include "devices/AmplifierChannel.h"
 #include "montage/Montage.h"
 
@@ -39,6 +38,7 @@ QString XMLChannel::readFile(QFile &file)
     }
     file.seek(0);
     m_reader.setDevice(&file);
+    m_names.clear();
     QString lines;
     unsigned count = 0;
     while (!m_reader.atEnd()) {
@@ -63,22 +63,43 @@ QString XMLChannel::readFile(QFile &file)
 void XMLChannel::readChannel(QString &lines)
 {
     QStringList pairs;
+    QString name; // where the text form has it, in the second pair
     for (const QString &key : qAsConst(m_keys)) {
         doubleNext();
         if (!m_reader.isStartElement()) {
             break;
         }
-        if (m_reader.name() == key) {
-            pairs << key + QLatin1Char('=') + plainValue(m_reader.readElementText(QXmlStreamReader::SkipChildElements));
-        } else {
+        if (m_reader.name() != key) {
             m_reader.skipCurrentElement();
+            continue;
+        }
+        const QString value = m_reader.readElementText(QXmlStreamReader::SkipChildElements);
+        if (pairs.size() == 1 && key == QLatin1String("name")) {
+            name = value;
+        }
+        pairs << key + QLatin1Char('=') + plainValue(value);
+    }
+    const QString line = pairs.join(QLatin1Char(';'));
+    if (plainValue(name) != name && AmplifierChannel::isTextForm(line)) {
+        m_names.insert(lines.count(QLatin1Char('\n')), name);
+    }
+    lines += line + QLatin1Char('\n');
+}
+
+void XMLChannel::restoreNames(const std::vector<AmplifierChannel *> &channels) const
+{
+    for (auto name = m_names.cbegin(); name != m_names.cend(); ++name) {
+        if (name.key() < static_cast<int>(channels.size())) {
+            channels[static_cast<std::size_t>(name.key())]->setChannelName(name.value());
         }
     }
-    lines += pairs.join(QLatin1Char(';')) + QLatin1Char('\n');
 }
 
 bool XMLChannel::writeFile(QFile &file, const std::vector<AmplifierChannel *> &channels) const
 {
+    if (channels.size() > Montage::kMaxChannels) {
+        return false; // readFile() would not take them
+    }
     QXmlStreamWriter writer(&file);
     writer.setAutoFormatting(true);
     for (const AmplifierChannel *channel : channels) {
@@ -123,16 +144,12 @@ void XMLChannel::doubleNext()
 }
 
 /// The value as the text form can carry it, in which ";", "=" and line breaks separate.
-QString XMLChannel::plainValue(const QString &value) const
+QString XMLChannel::plainValue(QString value)
 {
-    QString plain = value;
-    for (QChar &c : plain) {
+    for (QChar &c : value) {
         if (c == QLatin1Char(';') || c == QLatin1Char('=') || c == QLatin1Char('\n') || c == QLatin1Char('\r')) {
             c = QLatin1Char('_');
         }
     }
-    if (plain != value) {
-        BPCommon::log(BPCommon::LogMontage, "XMLChannel::readChannel \"%s\" is read as \"%s\"", value, plain);
-    }
-    return plain;
+    return value;
 }

@@ -3,12 +3,11 @@
 #include "algorithms/AlgorithmManager.h"
 #include "algorithms/CustomAlgorithm.h"
 #include "devices/Amplifier.h"
-#include "devices/AmplifierChannel.h"
 #include "filters/ChannelFilterBank.h"
-#include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
 #include "pipeline/BlockRecorder.h"
 #include "pipeline/MontageMix.h"
+#include "pipeline/MontageSetup.h"
 #include "pipeline/StreamOutlets.h"
 #include "pipeline/TaskQueue.h"
 
@@ -33,17 +32,6 @@ struct Termination : QThread
 {
     using QThread::setTerminationEnabled;
 };
-
-/// A device channel number from a montage; none when the device has no such channel.
-unsigned knownChannel(unsigned number, unsigned channels)
-{
-    return number <= channels ? number : 0;
-}
-
-unsigned referentNumber(int number, unsigned channels)
-{
-    return number > 0 ? knownChannel(static_cast<unsigned>(number), channels) : 0;
-}
 
 } // namespace
 
@@ -81,9 +69,10 @@ void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> 
         BPCommon::log(BPCommon::LogReader, "DataReader::setNewMontage no device or no montage");
         return;
     }
-    m_tasks->post([this, device, montage] {
+    const auto setup = std::make_shared<const bp::MontageSetup>(*device, montage);
+    m_tasks->post([this, setup] {
         if (!m_isDeviceLost) {
-            attach(device, montage);
+            attach(*setup);
         }
     });
 }
@@ -234,29 +223,29 @@ void DataReader::runningThread(bool running)
     emit runningChanged(running);
 }
 
-void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montage)
+void DataReader::attach(const bp::MontageSetup &setup)
 {
-    const float frequency = device->getFreqValue();
-    endRecordingThatNoLongerFits(montage, frequency);
-    m_filters->clear(); // it borrows the filters of the montage before
-    m_montage = montage;
-    m_montage->removeChannelFilterList();
-    m_device = device;
-    m_info = device->getAmplifierInfo();
-    m_frequency = frequency;
-    m_montage->setCurrentSampleFreq(frequency);
-    m_montage->createChannelFilterList();
+    endRecordingThatNoLongerFits(setup);
+    m_montage = setup.montage;
+    m_device = setup.device;
+    m_info = setup.info;
+    m_frequency = setup.frequency;
+    *m_table = setup.table;
+    m_leftReferent = setup.leftReferent;
+    m_rightReferent = setup.rightReferent;
+    m_filters->follow(setup.filters);
     m_algorithms->setMontage(m_info, m_montage);
     resizeWorkBuffers();
-    chooseHandlers();
+    chooseHandlers(setup.filterFree);
     m_outlets->changeMontage(m_info, m_montage);
 }
 
-void DataReader::endRecordingThatNoLongerFits(const QSharedPointer<Montage> &montage, float frequency)
+void DataReader::endRecordingThatNoLongerFits(const bp::MontageSetup &setup)
 {
+    const int frequency = static_cast<int>(setup.frequency);
     if (!m_recorder->isFileOpened()
-        || (m_table->size() == montage->size() && static_cast<int>(m_frequency) == static_cast<int>(frequency))
-        || m_recorder->reopenEmptyEdf({montage, static_cast<int>(frequency), m_algorithms})) {
+        || (m_table->size() == setup.table.size() && static_cast<int>(m_frequency) == frequency)
+        || m_recorder->reopenEmptyEdf({setup.montage, frequency, m_algorithms})) {
         return;
     }
     m_blockHandler = &DataReader::acceptReadDataWFree;
@@ -268,41 +257,8 @@ void DataReader::endRecordingThatNoLongerFits(const QSharedPointer<Montage> &mon
 void DataReader::resizeWorkBuffers()
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::resizeWorkBuffers");
-    fillMontageTable();
     m_halfSecond = std::max(1, static_cast<int>(m_frequency * 0.5f)); // one sample at least, below 2 Hz too
     setBufferSizes(static_cast<std::size_t>(m_halfSecond) * static_cast<std::size_t>(std::max(0, m_info.channels())));
-}
-
-void DataReader::fillMontageTable()
-{
-    const unsigned size = m_montage->size();
-    const auto channels = static_cast<unsigned>(std::max(0, m_info.channels()));
-    const Montage_Type type = m_montage->getType();
-    std::vector<std::vector<AbstractFilter *>> filters(size);
-    *m_table = {std::vector<unsigned>(size), std::vector<unsigned>(size), std::vector<float>(size)};
-    for (unsigned i = 0; i < size; ++i) {
-        const AmplifierChannel *channel = m_montage->getData()[i];
-        const unsigned group2 = channel->getGroup2();
-        m_table->group1[i] = knownChannel(channel->getGroup1(), channels);
-        m_table->group2[i] = type == Montage_Usual                           ? knownChannel(group2, channels)
-            : type == Montage_Average && group2 > 2 && group2 - 2 > channels ? 1
-                                                                             : group2;
-        m_table->scale[i] = channel->getScale();
-        if (m_table->group1[i] != channel->getGroup1() || m_table->group2[i] != group2) {
-            BPCommon::log(BPCommon::LogReader,
-                          "DataReader::resizeWorkBuffers channel %s reads an input that the device lacks",
-                          channel->getName());
-        }
-        for (const auto &filter : channel->getFilterRef().objects) {
-            filters[i].push_back(filter.get());
-        }
-    }
-    m_leftReferent = m_rightReferent = 0;
-    if (const auto *bipolar = dynamic_cast<const BipolarMontage *>(m_montage.data())) {
-        m_leftReferent = referentNumber(bipolar->getLeftReferent().number, channels);
-        m_rightReferent = referentNumber(bipolar->getRightReferent().number, channels);
-    }
-    m_filters->setChannels(filters);
 }
 
 void DataReader::setBufferSizes(std::size_t rawSize)
@@ -315,9 +271,9 @@ void DataReader::setBufferSizes(std::size_t rawSize)
     m_filtered.resize(outputSize);
 }
 
-void DataReader::chooseHandlers()
+void DataReader::chooseHandlers(bool filterFree)
 {
-    if (m_device->isFilterFreeData()) {
+    if (filterFree) {
         m_montageHandler = &DataReader::acceptMontageFilterFree;
         return;
     }
@@ -332,6 +288,13 @@ void DataReader::chooseHandlers()
         m_montageHandler = &DataReader::acceptAvMontageAll;
         break;
     }
+}
+
+/// What algorithms get that want raw data. The bipolar handler writes no unfiltered block, so the filtered one stands
+/// in.
+const std::vector<float> &DataReader::unfilteredBlock() const
+{
+    return m_montageHandler == &DataReader::acceptBPMontageAll ? m_filtered : m_unfiltered;
 }
 
 void DataReader::run()
@@ -400,7 +363,7 @@ int DataReader::runLoop()
         }
         (this->*m_blockHandler)();
         pushDataToLSL();
-        const int algorithmMs = m_algorithms->processData(m_samples, m_unfiltered, m_filtered);
+        const int algorithmMs = m_algorithms->processData(m_samples, unfilteredBlock(), m_filtered);
         m_recorder->poll(m_samples, static_cast<int>(m_frequency));
         sleepUntilNextPoll(algorithmMs);
         keepRecordingTime();

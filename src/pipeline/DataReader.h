@@ -25,6 +25,7 @@ class BlockRecorder;
 class ChannelFilterBank;
 class StreamOutlets;
 class TaskQueue;
+struct MontageSetup;
 struct MontageTable;
 struct RawBlock;
 } // namespace bp
@@ -48,9 +49,10 @@ public:
 
     /// Attaches a device (borrowed; it must outlive the reader or the next call) and the montage to compute from it.
     ///
-    /// The montage's filters are built anew for the device's rate. A recording goes on when channel count and rate stay
-    /// as they are; otherwise it is closed and recordError() says so. Input numbers beyond the device's channels count
-    /// as none.
+    /// The montage's filters are built anew for the device's rate; what the host changes in them later counts from the
+    /// next block on. Call it on the thread that the montage belongs to. A recording goes on when channel count and
+    /// rate stay as they are; otherwise it is closed and recordError() says so. Input numbers beyond the device's
+    /// channels count as none.
     void setNewMontage(Amplifier *device, const QSharedPointer<Montage> &montage);
 
     /// Whether the loop is wanted to run.
@@ -159,12 +161,12 @@ private:
     void setPublishingBounded() { m_isPublishingBounded = true; }
     void blockTaken(std::size_t floats) { m_waitingFloats.fetch_sub(static_cast<qint64>(floats)); }
 
-    void attach(Amplifier *device, const QSharedPointer<Montage> &montage);
-    void endRecordingThatNoLongerFits(const QSharedPointer<Montage> &montage, float frequency);
+    void attach(const bp::MontageSetup &setup);
+    void endRecordingThatNoLongerFits(const bp::MontageSetup &setup);
     void resizeWorkBuffers();
-    void fillMontageTable();
     void setBufferSizes(std::size_t rawSize);
-    void chooseHandlers();
+    void chooseHandlers(bool filterFree);
+    const std::vector<float> &unfilteredBlock() const;
 
     template <class Call> void callDevice(const Call &call);
     bool startDevice();
