@@ -225,7 +225,7 @@ void DataReader::runningThread(bool running)
 
 void DataReader::attach(const bp::MontageSetup &setup)
 {
-    endRecordingThatNoLongerFits(setup.montage, setup.frequency);
+    endRecordingThatNoLongerFits(setup);
     m_montage = setup.montage;
     m_device = setup.device;
     m_info = setup.info;
@@ -240,11 +240,12 @@ void DataReader::attach(const bp::MontageSetup &setup)
     m_outlets->changeMontage(m_info, m_montage);
 }
 
-void DataReader::endRecordingThatNoLongerFits(const QSharedPointer<Montage> &montage, float frequency)
+void DataReader::endRecordingThatNoLongerFits(const bp::MontageSetup &setup)
 {
+    const int frequency = static_cast<int>(setup.frequency);
     if (!m_recorder->isFileOpened()
-        || (m_table->size() == montage->size() && static_cast<int>(m_frequency) == static_cast<int>(frequency))
-        || m_recorder->reopenEmptyEdf({montage, static_cast<int>(frequency), m_algorithms})) {
+        || (m_table->size() == setup.table.size() && static_cast<int>(m_frequency) == frequency)
+        || m_recorder->reopenEmptyEdf({setup.montage, frequency, m_algorithms})) {
         return;
     }
     m_blockHandler = &DataReader::acceptReadDataWFree;

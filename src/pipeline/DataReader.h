@@ -162,7 +162,7 @@ private:
     void blockTaken(std::size_t floats) { m_waitingFloats.fetch_sub(static_cast<qint64>(floats)); }
 
     void attach(const bp::MontageSetup &setup);
-    void endRecordingThatNoLongerFits(const QSharedPointer<Montage> &montage, float frequency);
+    void endRecordingThatNoLongerFits(const bp::MontageSetup &setup);
     void resizeWorkBuffers();
     void setBufferSizes(std::size_t rawSize);
     void chooseHandlers(bool filterFree);
