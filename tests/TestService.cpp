@@ -555,8 +555,8 @@ void TestService::keepsItsModel()
     RunningService service(m_folder->path());
     QVERIFY(service.start(kEyes));
     QTRY_VERIFY_WITH_TIMEOUT(service.ask("getstates").json()[QLatin1String("amount")].toString().toInt() > 3, 10000);
-    QVERIFY(service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("7")}}).ok);
-    QVERIFY(service.ask("getstates").body.contains(R"("state":"7")"));
+    QVERIFY(!service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("7")}}).ok); // the model knows two
+    QVERIFY(service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("2")}}).ok);
     QVERIFY(service.terminate());
 }
 

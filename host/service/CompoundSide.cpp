@@ -213,6 +213,20 @@ UnitParams CompoundSide::withChannels(const UnitParams &params) const
     return chosen;
 }
 
+QString CompoundSide::channelRefusal(const UnitParams &params) const
+{
+    for (const custom_param &param : params.getParamList()) {
+        const bool isList = m_device != nullptr && param.controlType == custom_param::ControlChannels;
+        const QStringList names = isList ? param.getValue().split(QLatin1Char(';'), Qt::SkipEmptyParts) : QStringList();
+        for (const QString &name : names) {
+            if (m_montage->getIndexByName(name) < 0) {
+                return QStringLiteral("There is no channel ") + name;
+            }
+        }
+    }
+    return {};
+}
+
 std::vector<UnitParams> CompoundSide::withChannels(const std::vector<UnitParams> &params) const
 {
     std::vector<UnitParams> chosen;

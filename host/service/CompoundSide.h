@@ -57,6 +57,9 @@ public:
     /// Writes a mental state into the recording.
     void setState(int state);
 
+    /// Why the acquiring device cannot do with the channels that a set names; empty when it can, or none acquires.
+    QString channelRefusal(const UnitParams &params) const;
+
     RecordKeeper &records() { return m_records; }
 
 signals:

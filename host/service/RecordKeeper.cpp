@@ -24,6 +24,9 @@ constexpr qint64 kCloseWaitMs = 5000;
 constexpr unsigned long kClosePollMs = 5;
 constexpr int kNoBlockMs = 2000; ///< after which none is waited for: the device has ended
 
+/// Of the labels of a recording that was never closed.
+const QString kJournalSuffix = QStringLiteral(".labels");
+
 QString sheetPath(const QString &recordPath)
 {
     return recordPath.left(recordPath.size() - 4) + QLatin1String("_rt.xls");
@@ -167,18 +170,19 @@ void RecordKeeper::takeBlock()
 
 void RecordKeeper::settle()
 {
-    const std::vector<Recording> closed = std::exchange(m_closing, {});
-    for (const Recording &recording : closed) {
+    const std::vector<Recording> settled = std::exchange(m_closing, {});
+    for (const Recording &recording : settled) {
         if (!recording.target.isEmpty()) {
             finishState(recording);
         }
         if (recording.isUnwanted) {
             QFile::remove(recording.path);
             QFile::remove(sheetPath(recording.path));
+            QFile::remove(recording.path + kJournalSuffix);
         }
     }
-    if (!closed.empty() && !isBusy()) {
-        emit this->closed();
+    if (!settled.empty() && !isBusy()) {
+        emit closed();
     }
 }
 
@@ -223,11 +227,12 @@ QString RecordKeeper::removeAll()
     QStringList kept;
     const auto keep = [&kept](Recording &recording) {
         recording.isUnwanted = recording.isEnding && recording.target.isEmpty();
-        kept << recording.path << sheetPath(recording.path);
+        kept << recording.path << sheetPath(recording.path) << recording.path + kJournalSuffix;
     };
     std::for_each(m_open.begin(), m_open.end(), keep);
     std::for_each(m_closing.begin(), m_closing.end(), keep);
-    const QStringList names{QStringLiteral("*.edf"), QStringLiteral("*_rt.xls")};
+    const QStringList names{QStringLiteral("*.edf"), QStringLiteral("*_rt.xls"),
+                            QStringLiteral("*.edf") + kJournalSuffix};
     const QFileInfoList files = QDir(m_folder).entryInfoList(names, QDir::Files | QDir::Hidden);
     QString left;
     for (const QFileInfo &file : files) {
