@@ -86,6 +86,11 @@ void RequestGetAlgorithms::setParameters()
     if (!askServer("getAlgorithms")) {
         return;
     }
+    if (m_exchange.algorithms.empty()) { // nobody has told which there are: the model is to know
+        UnitParams params = ParamFactory::makeCustomProperty(text("name"));
+        params.setParamDescriptor(text("desc"));
+        m_exchange.algorithms = {params};
+    }
     const bool isKnown = takeAlgorithm();
     const QJsonValue values = body()[QLatin1String("data")];
     if (!isKnown || !m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}})) {
