@@ -8,7 +8,6 @@
 #include "files/edf/EdfText.h"
 #include "montage/Montage.h"
 
-#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QStorageInfo>
@@ -172,7 +171,7 @@ void EDFWriter::requestHeaderFields()
 {
     edf_set_number_of_annotation_signals(m_handle, Limits::annotationSignals(m_channelCount));
     // Otherwise EDFlib takes the time of the first record, when a second of the recording is over.
-    const QDateTime now = QDateTime::currentDateTime();
+    const QDateTime now = m_startDateTime.isValid() ? m_startDateTime : QDateTime::currentDateTime();
     edf_set_startdatetime(m_handle, now.date().year(), now.date().month(), now.date().day(), now.time().hour(),
                           now.time().minute(), now.time().second());
     m_journal->begin(m_path, now.toString(QStringLiteral("dd.MM.yyhh.mm.ss")).toLatin1());

@@ -4,6 +4,7 @@
 #include "common/BPExport.h"
 #include "files/PatientInfo.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QSharedPointer>
 #include <QString>
@@ -89,6 +90,9 @@ public:
     /// duration, both in seconds.
     bool addAnnotation(double onsetSeconds, double durationSeconds, const QString &text);
 
+    /// Start of the recording in the header of the next file opened; the clock's time when invalid.
+    void setStartDateTime(const QDateTime &start) { m_startDateTime = start; }
+
     /// Patient data go into the header, and so must be given between open() and the first complete record; ignored
     /// while no file is open. The header is ASCII: accents are dropped, other alphabets become "?".
     void setPatientInfo(const PatientInfo &patient);
@@ -125,6 +129,7 @@ private:
     quint32 m_position = 0;
     int m_channelCount = 0;
     int m_recordsWritten = 0; ///< since clearShift(), failed ones included
+    QDateTime m_startDateTime;
     qint64 m_startTime = 0;
     qint64 m_elapsed = 0;
     std::vector<qint16> m_buffer; ///< the current record, channel-major, digital values

@@ -111,9 +111,14 @@ void XLSWriter::setParamList(const std::vector<UnitParams> &params)
     }
 }
 
+bool XLSWriter::hasRows() const
+{
+    return m_running && m_row > bp::sheet::kHeaderRow;
+}
+
 void XLSWriter::startWrite()
 {
-    if (m_running || m_params.empty()) {
+    if (hasRows() || m_params.empty()) {
         return;
     }
     if (m_ownClock) {

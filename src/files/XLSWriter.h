@@ -49,8 +49,11 @@ public:
     /// Appends the sets whose "visible" is "1" to those to be written, and forgets all values received so far. The list
     /// is emptied by stopWrite() only.
     void setParamList(const std::vector<UnitParams> &params);
-    /// Does nothing while there are no parameter sets, or while it writes.
+    /// Does nothing while there are no parameter sets. While it writes and has no row yet, it starts anew at the
+    /// present moment; once there are rows it goes on.
     void startWrite();
+    /// Whether it writes and has written a row.
+    bool hasRows() const;
     /// Ends writing and saves the spreadsheet. What is at its path is replaced only by a complete file, and only when
     /// it is a workbook: beside anything else, "_rt.xls" is appended.
     /// @return false, with one trace line and lastError(), when it could not be saved; the workbook is then kept until

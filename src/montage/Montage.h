@@ -7,7 +7,9 @@
 
 #include <QJsonObject>
 #include <QList>
+#include <QMetaType>
 #include <QSet>
+#include <QSharedPointer>
 #include <QString>
 #include <QStringList>
 
@@ -112,3 +114,6 @@ private:
     std::vector<AmplifierChannel *> m_channels; ///< owned
     float m_sampleFreq = 100.0f;
 };
+
+// Signals carry montages between threads.
+Q_DECLARE_METATYPE(QSharedPointer<Montage>)

@@ -7,32 +7,63 @@
 #include "files/EDFWriter.h"
 #include "files/XLSWriter.h"
 
-#include <QDateTime>
+#include <QElapsedTimer>
 
 #include <algorithm>
-
-namespace bp {
+#include <utility>
 
 namespace {
 
-qint64 nowMs()
+constexpr qint64 kMsPerSecond = 1000;
+
+/// The system's clock as it was at the first call, steady from then on.
+class SteadyClock
 {
-    return QDateTime::currentMSecsSinceEpoch();
-}
+public:
+    SteadyClock()
+        : m_startMs(QDateTime::currentMSecsSinceEpoch())
+    {
+        m_timer.start();
+    }
+    qint64 ms() const { return m_startMs + m_timer.elapsed(); }
+
+private:
+    qint64 m_startMs;
+    QElapsedTimer m_timer;
+};
 
 } // namespace
+
+namespace bp {
 
 BlockRecorder::BlockRecorder(QObject *parent)
     : QObject(parent)
     , m_edfWriter(std::make_unique<EDFWriter>())
-    , m_rhythmWriter(new XLSWriter(this))
+    , m_rhythmWriter(new XLSWriter([this] { return m_sheetDateMs + now() - m_sheetStartMs; }, this))
 {
     m_rhythmWriter->setTimerEnabled(false); // the thread's event loop goes on when the reader's loop has ended
+    clockMs();
 }
 
 BlockRecorder::~BlockRecorder()
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::removeEDFFileReader");
+    blockSignals(true);
+    if (isFileOpened()) {
+        closeEdf();
+    }
+    delete m_rhythmWriter; // now, because its clock is this object's
+}
+
+qint64 BlockRecorder::clockMs()
+{
+    static const SteadyClock clock;
+    return clock.ms();
+}
+
+qint64 BlockRecorder::now() const
+{
+    return m_signalClock ? m_signalStartMs + m_signalSamples * kMsPerSecond / m_frequency : clockMs();
 }
 
 void BlockRecorder::setPatientInfo(const PatientInfo &patient)
@@ -41,20 +72,62 @@ void BlockRecorder::setPatientInfo(const PatientInfo &patient)
     m_edfWriter->setPatientInfo(patient);
 }
 
+void BlockRecorder::setSignalClock(bool on)
+{
+    if (on != m_signalClock) {
+        m_signalStartMs = clockMs();
+        m_signalSamples = 0;
+        m_signalClock = on;
+    }
+}
+
+void BlockRecorder::resume()
+{
+    const qint64 present = now();
+    for (qint64 *start : {&m_startMs, &m_edfStartMs, &m_sheetStartMs}) {
+        *start = present - std::max<qint64>(0, m_pausedMs - *start); // started in the pause: begins now
+    }
+    m_isPaused = false;
+}
+
+void BlockRecorder::pause()
+{
+    m_pausedMs = now();
+    m_isPaused = true;
+}
+
 void BlockRecorder::apply(bool edf, bool rhythm, const QString &path, const RecordedStream &stream)
 {
-    if (edf != m_edf) {
-        m_edf = edf && openEdf(path, stream);
-        if (!m_edf) {
-            closeEdf();
-        }
-    }
-    if (rhythm != m_rhythm) {
+    applyEdf(edf, path, stream);
+    if (rhythm != m_rhythm || (!rhythm && m_rhythmWriter->isRunning())) {
         m_rhythm = rhythm;
         applyRhythms(rhythm, path, stream.algorithms);
     }
     m_timing = m_edf || m_rhythm;
-    m_startMs = nowMs();
+    m_startMs = now();
+}
+
+void BlockRecorder::applyEdf(bool edf, const QString &path, const RecordedStream &stream)
+{
+    if (!edf) {
+        if (m_edf || isFileOpened()) {
+            m_edf = false;
+            closeEdf();
+        }
+        return;
+    }
+    if (m_edf && path == m_edfPath) {
+        return;
+    }
+    if (m_edf && m_edfSamples > 0) {
+        emit recordError(QStringLiteral("%1 is not recorded: %2 is still being recorded. Stop that recording first.")
+                             .arg(path, m_edfPath));
+        return;
+    }
+    m_edf = openEdf(path, stream);
+    if (!m_edf) {
+        closeEdf();
+    }
 }
 
 void BlockRecorder::applyRhythms(bool on, const QString &path, AlgorithmManager *algorithms)
@@ -68,12 +141,15 @@ void BlockRecorder::applyRhythms(bool on, const QString &path, AlgorithmManager 
         }
         return;
     }
-    if (m_rhythmWriter->isRunning()) {
-        return;
+    if (!m_rhythmWriter->isRunning()) {
+        connectRhythms(*algorithms);
+        m_rhythmWriter->setPath(path);
     }
-    connectRhythms(*algorithms);
-    m_rhythmWriter->setPath(path);
-    m_rhythmWriter->startWrite();
+    if (!m_rhythmWriter->hasRows()) {
+        m_sheetStartMs = now();
+        m_sheetDateMs = m_startTime.isValid() ? m_startTime.toMSecsSinceEpoch() : QDateTime::currentMSecsSinceEpoch();
+        m_rhythmWriter->startWrite();
+    }
 }
 
 void BlockRecorder::connectRhythms(AlgorithmManager &algorithms)
@@ -91,7 +167,8 @@ void BlockRecorder::connectRhythms(AlgorithmManager &algorithms)
 
 void BlockRecorder::forgetWishes()
 {
-    m_edf = m_rhythm = m_timing = false;
+    m_edf = m_rhythm = false;
+    m_timing = m_timing && (isFileOpened() || m_rhythmWriter->isRunning());
 }
 
 void BlockRecorder::abandonEdf(const QString &reason)
@@ -102,59 +179,106 @@ void BlockRecorder::abandonEdf(const QString &reason)
     emit recordError(reason);
 }
 
+bool BlockRecorder::reopenEmptyEdf(const RecordedStream &stream)
+{
+    return m_edf && m_edfSamples == 0 && openEdf(m_edfPath, stream);
+}
+
 bool BlockRecorder::isFileOpened() const
 {
     return m_edfWriter->isFileOpened();
 }
 
+/// A file that is open and has no samples was asked for before the signal: its labels are the new file's.
 bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
 {
+    if (isFileOpened() && m_edfSamples > 0) {
+        closeEdf();
+    }
     m_writeFailed = false;
+    m_edfPath = path;
+    m_edfSamples = 0;
+    m_recordSamples = std::max(1, stream.frequency);
+    m_edfWriter->setStartDateTime(m_startTime);
     if (!m_edfWriter->prepareWriter(path, stream.montage, stream.frequency)) {
         emit recordError(m_edfWriter->lastError());
         return false;
     }
     m_edfWriter->takeStartTime();
-    m_edfStartMs = nowMs();
+    m_edfStartMs = now();
     if (m_patient) {
         m_edfWriter->setPatientInfo(*m_patient);
+    }
+    for (const Label &label : std::exchange(m_earlyLabels, {})) {
+        writeLabel(label.text, label.elapsedMs);
     }
     return true;
 }
 
 void BlockRecorder::closeEdf()
 {
+    const bool isOpen = isFileOpened();
+    m_closingFiles.store(isOpen);
+    const bool isPadded = isOpen && m_writeRemainder && writeRemainder();
     m_edfWriter->resetStartTime();
     m_edfWriter->clearShift();
-    if (m_edfWriter->isFileOpened()) {
-        m_closingFiles.store(true);
-        m_edfWriter->close();
-        m_closingFiles.store(false);
+    const bool isComplete = !isOpen || m_edfWriter->close();
+    m_closingFiles.store(false);
+    if (isOpen) {
+        const qint64 missing = isPadded ? m_recordSamples - m_edfSamples % m_recordSamples : 0;
+        m_paddedSeconds.store(static_cast<double>(missing) / m_recordSamples);
+    }
+    m_earlyLabels.clear();
+    if (!isComplete && !m_writeFailed) {
+        const QString reason = m_edfWriter->lastError();
+        emit recordError(reason.isEmpty() ? QStringLiteral("%1 could not be completed: check the disk.").arg(m_edfPath)
+                                          : reason);
     }
     emit endWritingAndCloseFile();
 }
 
+bool BlockRecorder::writeRemainder()
+{
+    if (m_edfSamples % m_recordSamples == 0) {
+        return false;
+    }
+    const bool isWritten = m_edfWriter->writeRemainderToFile();
+    if (!isWritten && !m_writeFailed) {
+        m_writeFailed = true;
+        emit recordError(m_edfWriter->lastError());
+    }
+    return isWritten;
+}
+
 void BlockRecorder::record(unsigned samples, const float *planar)
 {
+    m_edfSamples += samples;
     if (!m_edfWriter->writeData(samples, planar) && !m_writeFailed) {
         m_writeFailed = true;
         emit recordError(m_edfWriter->lastError());
     }
 }
 
-void BlockRecorder::poll()
+void BlockRecorder::poll(unsigned samples, int frequency)
 {
+    if (frequency != m_frequency) {
+        m_signalStartMs = now();
+        m_signalSamples = 0;
+        m_frequency = std::max(1, frequency);
+    }
+    m_signalSamples += samples;
     m_rhythmWriter->poll();
 }
 
 qint64 BlockRecorder::elapsed() const
 {
-    return m_timing ? nowMs() - m_startMs : 0;
+    return m_timing ? now() - m_startMs : 0;
 }
 
 qint64 BlockRecorder::sinceOpening(qint64 atMs) const
 {
-    return std::max<qint64>(0, atMs - m_edfStartMs);
+    const qint64 present = m_signalClock ? now() : atMs;
+    return std::max<qint64>(0, (m_isPaused ? std::min(present, m_pausedMs) : present) - m_edfStartMs);
 }
 
 void BlockRecorder::annotate(const QString &label, qint64 atMs)
@@ -164,17 +288,27 @@ void BlockRecorder::annotate(const QString &label, qint64 atMs)
 
 void BlockRecorder::annotateAt(const QString &label, qint64 elapsedMs)
 {
-    const auto written = m_edfWriter->addAnnotationAt(std::max<qint64>(0, elapsedMs), label);
-    emit annotationLabel(written.first ? TextHelper::TimeToText(static_cast<double>(written.second) / 1000.0, true)
-                                       : QStringLiteral("-"),
+    const auto written = writeLabel(label, std::max<qint64>(0, elapsedMs));
+    emit annotationLabel(written.first
+                             ? TextHelper::TimeToText(static_cast<double>(written.second) / kMsPerSecond, true)
+                             : QStringLiteral("-"),
                          label);
 }
 
 void BlockRecorder::writeState(unsigned char state, qint64 atMs)
 {
     if (m_edf) {
-        m_edfWriter->addAnnotationAt(sinceOpening(atMs), QString::number(state));
+        writeLabel(QString::number(state), sinceOpening(atMs));
     }
+}
+
+std::pair<bool, long long> BlockRecorder::writeLabel(const QString &label, qint64 elapsedMs)
+{
+    const auto written = m_edfWriter->addAnnotationAt(elapsedMs, label);
+    if (written.first && m_edfSamples == 0) {
+        m_earlyLabels.push_back({elapsedMs, label});
+    }
+    return written;
 }
 
 } // namespace bp

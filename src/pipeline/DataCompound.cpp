@@ -1,6 +1,5 @@
 #include "pipeline/DataCompound.h"
 
-#include "algorithms/UnitParams.h"
 #include "common/BPCommon.h"
 #include "devices/Amplifier.h"
 #include "montage/Montage.h"
@@ -8,6 +7,7 @@
 
 #include <QThread>
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kPollAttempts = 50;
 constexpr unsigned long kPollMs = 100;
+constexpr unsigned long kTerminationMs = 1000;
 
 } // namespace
 
@@ -52,6 +53,9 @@ void DataCompound::prepeareThread()
 {
     createComponents();
     m_reader->setNewMontage(m_device, m_montage);
+    if (std::exchange(m_algorithmsDue, false)) {
+        m_reader->setAlgorithmParams(m_receiver, m_algorithms); // they are made for a montage
+    }
 }
 
 void DataCompound::createComponents()
@@ -61,8 +65,22 @@ void DataCompound::createComponents()
         m_reader = std::make_unique<DataReader>();
         connectComponents();
         m_reader->moveToThread(m_thread.get());
+        for (const auto &setting : m_settings) {
+            setting.second(*m_reader);
+        }
+        m_algorithmsDue = !m_algorithms.empty();
+        m_reader->setWriteStateTime(-1);
+    } else if (!m_reader->isRecording()) {
+        m_reader->setWriteStateTime(-1); // a recording that is running keeps its time on another montage
     }
-    m_reader->setWriteStateTime(-1);
+}
+
+void DataCompound::set(Setting setting, Apply apply)
+{
+    if (m_reader != nullptr) {
+        apply(*m_reader);
+    }
+    m_settings[setting] = std::move(apply);
 }
 
 void DataCompound::connectComponents()
@@ -78,6 +96,8 @@ void DataCompound::connectComponents()
     connect(reader, &DataReader::endWritingAndCloseFile, this, &DataCompound::endWritingAndCloseFile);
     connect(reader, &DataReader::annotationLabel, this, &DataCompound::currentLabel);
     connect(reader, &DataReader::recordError, this, &DataCompound::recordError);
+    connect(reader, &DataReader::samplesMissed, this, &DataCompound::samplesMissed);
+    reader->setPublishingBounded();
 }
 
 bool DataCompound::startReadData()
@@ -107,8 +127,11 @@ void DataCompound::setThreadRunning(bool running)
 
 void DataCompound::startThread()
 {
-    if (!m_running && m_thread->isRunning()) {
-        waitForThread(); // still ending from the stop before: a start now would be lost
+    if (m_thread->isRunning() && !(m_running && m_reader->isLoopActive())) {
+        endThread(); // still ending from the stop before, or of a device that has failed: a start now would be lost
+        if (m_reader == nullptr) {
+            prepeareThread();
+        }
     }
     m_running = true;
     m_reader->runningThread(true);
@@ -131,10 +154,15 @@ void DataCompound::askThreadToStop()
 void DataCompound::stopThread()
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::setThreadRunning %i", 0);
+    endThread();
+}
+
+/// A thread that had to be terminated takes the reader with it.
+void DataCompound::endThread()
+{
     askThreadToStop();
     if (!waitForThread()) {
-        m_thread->terminate();
-        m_thread->wait();
+        terminateThread();
     }
 }
 
@@ -150,16 +178,42 @@ bool DataCompound::waitForThread()
     return !m_thread->isRunning();
 }
 
+void DataCompound::terminateThread()
+{
+    BPCommon::log(BPCommon::LogReader, "DataCompound::terminateThread the device does not answer");
+    m_reader->giveUpDevice();
+    m_thread->terminate();
+    while (!m_thread->wait(kTerminationMs) && m_reader->isClosingFiles()) { }
+    const bool isTerminated = m_thread->isFinished();
+    if (isTerminated) {
+        m_reader->finishForTerminatedThread();
+    }
+    disconnect(m_reader.get(), nullptr, nullptr, nullptr);
+    disconnect(m_thread.get(), nullptr, m_reader.get(), nullptr);
+    if (!isTerminated) {
+        // The thread is still within a call of the device that never waits, so it cannot be terminated, and it uses
+        // both objects. They are left to it on purpose; should it end one day, they go with it.
+        QThread *thread = m_thread.release();
+        connect(thread, &QThread::finished, m_reader.release(), &QObject::deleteLater);
+        connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    }
+    m_reader.reset();
+    m_thread.reset();
+}
+
 void DataCompound::removeComponents()
 {
     if (m_reader == nullptr) {
         return;
     }
+    disconnect(m_reader.get(), nullptr, this, nullptr); // a host must not be called by an object that is going
     stopThread();
-    disconnect(m_reader.get(), nullptr, nullptr, nullptr);
-    disconnect(m_thread.get(), nullptr, m_reader.get(), nullptr);
-    m_reader.reset();
-    m_thread.reset();
+    if (m_reader != nullptr) {
+        disconnect(m_reader.get(), nullptr, nullptr, nullptr);
+        disconnect(m_thread.get(), nullptr, m_reader.get(), nullptr);
+        m_reader.reset();
+        m_thread.reset();
+    }
 }
 
 bool DataCompound::isRecording() const
@@ -185,7 +239,7 @@ void DataCompound::startRecord(const QString &path, bool edf, bool rhythm, int s
 {
     createComponents();
     m_reader->setWriteStateTime(seconds);
-    m_reader->setRecordPath(path);
+    set(Setting::RecordPath, [path](DataReader &reader) { reader.setRecordPath(path); });
     setStartWriteDataFlag(edf, rhythm);
     emit recordStarted(path);
     emit recordDurationChanged(0);
@@ -206,7 +260,7 @@ void DataCompound::setStartWriteDataFlag(bool edf, bool rhythm)
     BPCommon::log(BPCommon::LogReader, "DataCompound::setStartWriteDataFlag %i", edf);
     m_recordEdf = edf;
     m_recordRhythm = rhythm;
-    m_recordFromStart = !m_running && (edf || rhythm);
+    m_recordFromStart = (edf || rhythm) && !(m_running && m_reader != nullptr && m_reader->isLoopActive());
     if (m_reader != nullptr) {
         m_reader->setWriteDataFlag(edf, rhythm);
     }
@@ -214,9 +268,27 @@ void DataCompound::setStartWriteDataFlag(bool edf, bool rhythm)
 
 void DataCompound::setPatientInfo(const PatientInfo &patient)
 {
-    if (m_reader != nullptr) {
-        m_reader->setPatientInfo(patient);
-    }
+    set(Setting::Patient, [patient](DataReader &reader) { reader.setPatientInfo(patient); });
+}
+
+void DataCompound::setWriteRemainder(bool on)
+{
+    set(Setting::WriteRemainder, [on](DataReader &reader) { reader.setWriteRemainder(on); });
+}
+
+double DataCompound::paddedSeconds() const
+{
+    return m_reader != nullptr ? m_reader->paddedSeconds() : 0.0;
+}
+
+void DataCompound::setRecordStartTime(const QDateTime &start)
+{
+    set(Setting::StartTime, [start](DataReader &reader) { reader.setRecordStartTime(start); });
+}
+
+void DataCompound::setSignalClock(bool on)
+{
+    set(Setting::SignalClock, [on](DataReader &reader) { reader.setSignalClock(on); });
 }
 
 void DataCompound::setLabelToEDFAt(const QString &label, double seconds)
@@ -243,6 +315,9 @@ void DataCompound::setAlgorithmClass(CustomAlgorithm *algorithm)
 void DataCompound::setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::setAlgorithmParams %i", params.size());
+    m_receiver = receiver;
+    m_algorithms = params;
+    m_algorithmsDue = m_reader == nullptr;
     if (m_reader != nullptr) {
         m_reader->setAlgorithmParams(receiver, params);
     }
@@ -258,6 +333,7 @@ void DataCompound::resetAlgorithm(const std::vector<UnitParams> &params)
 void DataCompound::updateAlgorithm(const std::vector<UnitParams> &params)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::updateAlgorithm %i", params.size());
+    std::for_each(params.begin(), params.end(), [this](const UnitParams &set) { rememberAlgorithm(set); });
     if (m_reader != nullptr) {
         m_reader->updateAlgorithm(params);
     }
@@ -266,8 +342,21 @@ void DataCompound::updateAlgorithm(const std::vector<UnitParams> &params)
 void DataCompound::updateAlgorithm(const UnitParams &params)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::updateAlgorithm");
+    rememberAlgorithm(params);
     if (m_reader != nullptr) {
         m_reader->updateAlgorithm(params);
+    }
+}
+
+void DataCompound::rememberAlgorithm(const UnitParams &params)
+{
+    const auto same = std::find_if(m_algorithms.begin(), m_algorithms.end(), [&params](const UnitParams &known) {
+        return known.getName() == params.getName() && known.getParamDescriptor() == params.getParamDescriptor();
+    });
+    if (same != m_algorithms.end()) {
+        *same = params;
+    } else {
+        m_algorithms.push_back(params);
     }
 }
 
@@ -295,6 +384,9 @@ void DataCompound::slotTakeCurrentState(unsigned char state)
 void DataCompound::takeCurrentData(const vector<float> &data, int count)
 {
     BPCommon::log(BPCommon::LogReader, "DataCompound::takeCurrentData %i", count);
+    if (m_reader != nullptr && sender() == m_reader.get()) {
+        m_reader->blockTaken(data.size());
+    }
     emit newSampleData(data, count);
 }
 

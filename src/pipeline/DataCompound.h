@@ -1,28 +1,33 @@
 #pragma once
 
+#include "algorithms/UnitParams.h"
 #include "common/BPExport.h"
 #include "common/MetaTypes.h"
 #include "devices/AmplifierInfo.h"
 #include "files/PatientInfo.h"
 
+#include <QDateTime>
 #include <QObject>
+#include <QPointer>
 #include <QSharedPointer>
 #include <QString>
 
+#include <functional>
+#include <map>
 #include <memory>
+#include <vector>
 
 class Amplifier;
 class CustomAlgorithm;
 class DataReader;
 class Montage;
 class QThread;
-class UnitParams;
 
 /// What a host holds for one acquiring device: the worker thread, the reader that lives on it, and the signals that
 /// bring its data home.
 ///
 /// Lives on the host's thread, which needs an event loop; all signals are emitted there. A recording is started and
-/// stopped at any time while acquiring.
+/// stopped at any time while acquiring. What is set before there is a device counts when it comes.
 class BIOPROCESSING_EXPORT DataCompound : public QObject
 {
     Q_OBJECT
@@ -31,6 +36,11 @@ public:
     DataCompound(Amplifier *device, QSharedPointer<Montage> montage, QObject *parent = nullptr);
     /// Stops the thread and closes a recording. A thread that does not end within five seconds is terminated; the time
     /// that files take to be closed does not count.
+    ///
+    /// The same goes for a start and for another device while the one before does not end. Recordings are then closed,
+    /// recordError() says so, and acquisition begins on a new thread; what was set is set again, algorithms that were
+    /// added by setAlgorithmClass() are lost. When termination has no effect because the device never waits, its thread
+    /// is left alone with the recording, which is closed if the device's call ever returns.
     ~DataCompound() override;
 
     /// Takes a device and a montage. Another montage of the same device is taken up while acquiring; with another
@@ -38,7 +48,8 @@ public:
     /// @return false, and nothing is ready, when the device is null or the montage null or empty
     bool setNewAmplifier(Amplifier *device, QSharedPointer<Montage> montage);
 
-    /// Both return true always; they do nothing while not ready.
+    /// Both return true always; they do nothing while not ready. A start while acquiring changes nothing; after the
+    /// device has failed it begins again.
     bool startReadData();
     bool stopReadData();
     void setThreadRunning(bool running);
@@ -47,7 +58,8 @@ public:
     bool isDataCompoundReady() const;
     Amplifier *getAmplifier() const;
 
-    /// Asked for before startReadData(), the recording begins with the first block.
+    /// Asked for before startReadData(), the recording begins with the first block; labels set until then stand at its
+    /// start.
     ///
     /// @param path    of the EDF+ file
     /// @param edf     record the signals
@@ -57,6 +69,11 @@ public:
     void stopRecord();
     void setStartWriteDataFlag(bool edf, bool rhythm);
     void setPatientInfo(const PatientInfo &patient);
+    /// As the reader's operations of the same names; they last for all recordings that follow.
+    void setWriteRemainder(bool on);
+    double paddedSeconds() const;
+    void setRecordStartTime(const QDateTime &start);
+    void setSignalClock(bool on);
     /// Writes a label at a given time of the recording, for devices whose time is not the clock's (a recording that is
     /// played faster). Answered by currentLabel().
     /// @param seconds from the start of the recording
@@ -87,8 +104,11 @@ signals:
     /// −1 when the device refused to start, otherwise its own code. Acquisition has ended; stopReadData() is still due.
     void currentDeviceReturnError(int code);
     void currentLabel(const QString &time, const QString &label);
-    /// One sentence on why a recording did not start or lost data.
+    /// One sentence on why a recording did not start, lost data or could not be completed.
     void recordError(const QString &reason);
+    /// The host took blocks too slowly, and so many samples per channel are missing before the next newSampleData().
+    /// Blocks wait for a host in 128 MiB at most. A recording has them all.
+    void samplesMissed(qint64 samples);
 
 public slots:
     void slotErrorCurrentDevice(int code);
@@ -98,13 +118,20 @@ public slots:
     void takeCurrentImpedance(const vector<unsigned int> &impedance, int count);
 
 private:
+    enum class Setting { RecordPath, Patient, WriteRemainder, StartTime, SignalClock };
+    using Apply = std::function<void(DataReader &)>;
+
+    void set(Setting setting, Apply apply);
+    void rememberAlgorithm(const UnitParams &params);
     void prepeareThread();
     void createComponents();
     void connectComponents();
     void startThread();
     void askThreadToStop();
     void stopThread();
+    void endThread();
     bool waitForThread();
+    void terminateThread();
     void removeComponents();
 
     bool m_running = false;
@@ -117,4 +144,9 @@ private:
     Amplifier *m_device = nullptr;
     QSharedPointer<Montage> m_montage;
     AmplifierInfo m_info;
+    // For every reader that is made.
+    std::map<Setting, Apply> m_settings;
+    QPointer<QObject> m_receiver; ///< of the algorithms
+    std::vector<UnitParams> m_algorithms;
+    bool m_algorithmsDue = false; ///< the reader does not have them yet
 };

@@ -12,22 +12,27 @@
 #include "pipeline/StreamOutlets.h"
 #include "pipeline/TaskQueue.h"
 
-#include <QDateTime>
 #include <QPointer>
 #include <QThread>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 constexpr qint64 kDefaultWriteStateMs = 10000;
 constexpr int kLeastSleepMs = 5;
+constexpr int kLongestSleepMs = 100; ///< after which the loop looks whether it shall end
 constexpr std::size_t kAverageSamples = 1048576;
+// A receiver that stops for a while gets everything later, within this memory: minutes of an ordinary device.
+constexpr qint64 kMostWaitingFloats = 32 << 20;
+constexpr qint64 kManyWaitingFloats = 4 << 20; ///< from here on only what is valid is copied
 
-qint64 nowMs()
+/// Qt lets only a thread's own class say where the thread may be terminated.
+struct Termination : QThread
 {
-    return QDateTime::currentMSecsSinceEpoch();
-}
+    using QThread::setTerminationEnabled;
+};
 
 /// A device channel number from a montage; none when the device has no such channel.
 unsigned knownChannel(unsigned number, unsigned channels)
@@ -65,7 +70,7 @@ DataReader::DataReader(QObject *parent)
 DataReader::~DataReader()
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::~DataReader");
-    if (m_looping.load()) {
+    if (isLoopActive()) {
         BPCommon::log(BPCommon::LogReader, "DataReader::~DataReader the loop was cut off");
     }
 }
@@ -76,7 +81,11 @@ void DataReader::setNewMontage(Amplifier *device, const QSharedPointer<Montage> 
         BPCommon::log(BPCommon::LogReader, "DataReader::setNewMontage no device or no montage");
         return;
     }
-    m_tasks->post([this, device, montage] { attach(device, montage); });
+    m_tasks->post([this, device, montage] {
+        if (!m_isDeviceLost) {
+            attach(device, montage);
+        }
+    });
 }
 
 bool DataReader::isThreadRunning() const
@@ -109,6 +118,26 @@ void DataReader::setPatientInfo(const PatientInfo &patient)
     m_tasks->post([this, patient] { m_recorder->setPatientInfo(patient); });
 }
 
+void DataReader::setWriteRemainder(bool on)
+{
+    m_tasks->post([this, on] { m_recorder->setWriteRemainder(on); });
+}
+
+double DataReader::paddedSeconds() const
+{
+    return m_recorder->paddedSeconds();
+}
+
+void DataReader::setRecordStartTime(const QDateTime &start)
+{
+    m_tasks->post([this, start] { m_recorder->setStartTime(start); });
+}
+
+void DataReader::setSignalClock(bool on)
+{
+    m_tasks->post([this, on] { m_recorder->setSignalClock(on); });
+}
+
 void DataReader::setWriteStateTime(int seconds)
 {
     m_writeStateMs.store(qint64{seconds} * 1000);
@@ -136,12 +165,12 @@ void DataReader::addLSLStreamParams(const QString &streamName, bool synchro, con
 void DataReader::setCurrentState(unsigned char state)
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::setCurrentState Current state %i", state);
-    m_tasks->post([this, state, at = nowMs()] { m_recorder->writeState(state, at); });
+    m_tasks->post([this, state, at = bp::BlockRecorder::clockMs()] { m_recorder->writeState(state, at); });
 }
 
 void DataReader::slotSetLabelToEdf(const QString &label)
 {
-    m_tasks->post([this, label, at = nowMs()] { m_recorder->annotate(label, at); });
+    m_tasks->post([this, label, at = bp::BlockRecorder::clockMs()] { m_recorder->annotate(label, at); });
 }
 
 void DataReader::setLabelToEdfAt(const QString &label, qint64 elapsedMs)
@@ -188,7 +217,9 @@ CustomAlgorithm *DataReader::getAlgorithmClass(const UnitParams &params)
 void DataReader::runningThread(bool running)
 {
     BPCommon::log(BPCommon::LogReader, "DataReader::runningThread %i", running);
-    if (running) {
+    LoopState expected = running ? LoopState::Idle : LoopState::Wanted;
+    const bool isChanged = m_loopState.compare_exchange_strong(expected, running ? LoopState::Wanted : LoopState::Idle);
+    if (running && isChanged) {
         // What is still asked for from the run before ends here and not in run(), so that a recording which is asked
         // for between the start of the thread and its first block is not lost. A file that is open stays open.
         m_writeEdf.store(false);
@@ -201,7 +232,7 @@ void DataReader::runningThread(bool running)
 void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montage)
 {
     const float frequency = device->getFreqValue();
-    endRecordingThatNoLongerFits(static_cast<int>(montage->size()), frequency);
+    endRecordingThatNoLongerFits(montage, frequency);
     m_filters->clear(); // it borrows the filters of the montage before
     m_montage = montage;
     m_montage->removeChannelFilterList();
@@ -216,11 +247,11 @@ void DataReader::attach(Amplifier *device, const QSharedPointer<Montage> &montag
     m_outlets->changeMontage(m_info, m_montage);
 }
 
-void DataReader::endRecordingThatNoLongerFits(int channels, float frequency)
+void DataReader::endRecordingThatNoLongerFits(const QSharedPointer<Montage> &montage, float frequency)
 {
     if (!m_recorder->isFileOpened()
-        || (static_cast<int>(m_table->size()) == channels
-            && static_cast<int>(m_frequency) == static_cast<int>(frequency))) {
+        || (m_table->size() == montage->size() && static_cast<int>(m_frequency) == static_cast<int>(frequency))
+        || m_recorder->reopenEmptyEdf({montage, static_cast<int>(frequency), m_algorithms})) {
         return;
     }
     m_blockHandler = &DataReader::acceptReadDataWFree;
@@ -282,7 +313,6 @@ void DataReader::setBufferSizes(std::size_t rawSize)
 void DataReader::chooseHandlers()
 {
     if (m_device->isFilterFreeData()) {
-        m_blockHandler = &DataReader::acceptReadDataWFree;
         m_montageHandler = &DataReader::acceptMontageFilterFree;
         return;
     }
@@ -301,62 +331,119 @@ void DataReader::chooseHandlers()
 
 void DataReader::run()
 {
-    m_looping.store(true);
+    m_loopState.store(LoopState::Working);
     m_tasks->enter();
-    if (startDevice()) {
-        int remainder = 0;
-        int samples = 0;
-        while (m_running.load()) {
-            m_tasks->runPending();
-            m_algorithms->updateProperties();
-            samples = readBlock(remainder);
-            if (samples < 0) {
-                break;
-            }
-            (this->*m_blockHandler)();
-            pushDataToLSL();
-            const int algorithmMs = m_algorithms->processData(m_samples, m_unfiltered, m_filtered);
-            m_recorder->poll();
-            sleepUntilNextPoll(algorithmMs);
-            keepRecordingTime();
-        }
-        if (samples < 0) {
-            BPCommon::log(BPCommon::LogReader, "DataReader::run Error code = %i", samples);
-            emit deviceReturnError(samples); // the device is left as it is: it has ended by itself
-        } else {
-            m_outlets->close();
-            m_device->stopAcquisition();
-        }
+    m_recorder->resume();
+    const int code = startDevice() ? runLoop() : -1;
+    reportMissedSamples();
+    if (m_isDeviceGivenUp.load()) {
+        endRunWithoutDevice();
+    } else if (code < 0) {
+        emit deviceReturnError(code); // the device is left as it is: it has ended by itself
+    } else {
+        m_outlets->close();
+        callDevice([this] { m_device->stopAcquisition(); });
     }
+    m_recorder->pause();
     m_tasks->leave();
-    m_looping.store(false);
+    m_loopState.store(LoopState::Idle);
+}
+
+/// The one place in which the thread may be terminated.
+template <class Call> void DataReader::callDevice(const Call &call)
+{
+    const bool isOwnThread = QThread::currentThread() == thread();
+    m_loopState.store(LoopState::InDevice);
+    if (isOwnThread) {
+        Termination::setTerminationEnabled(true);
+    }
+    call();
+    if (isOwnThread) {
+        Termination::setTerminationEnabled(false);
+    }
+    m_loopState.store(LoopState::Working);
 }
 
 bool DataReader::startDevice()
 {
-    if (m_device == nullptr || !m_device->startAcquisition()) {
-        emit deviceReturnError(-1);
-        return false;
+    bool isStarted = false;
+    if (m_device != nullptr) {
+        callDevice([this, &isStarted] {
+            isStarted = m_device->startAcquisition();
+            if (isStarted && !m_isDeviceGivenUp.load()) {
+                m_pollMs = m_device->readPeriodMs();
+                m_device->setReadBufferSize(static_cast<int>(m_raw.size()));
+            }
+        });
     }
-    m_pollMs = m_device->readPeriodMs();
-    m_device->setReadBufferSize(static_cast<int>(m_raw.size()));
-    return true;
+    return isStarted;
+}
+
+/// Returns the negative code of a device that has failed, otherwise 0.
+int DataReader::runLoop()
+{
+    while (m_running.load()) {
+        m_tasks->runPending();
+        m_algorithms->updateProperties();
+        const int samples = readBlock();
+        if (m_isDeviceGivenUp.load()) {
+            break;
+        }
+        if (samples < 0) {
+            BPCommon::log(BPCommon::LogReader, "DataReader::run Error code = %i", samples);
+            return samples;
+        }
+        (this->*m_blockHandler)();
+        pushDataToLSL();
+        const int algorithmMs = m_algorithms->processData(m_samples, m_unfiltered, m_filtered);
+        m_recorder->poll(m_samples, static_cast<int>(m_frequency));
+        sleepUntilNextPoll(algorithmMs);
+        keepRecordingTime();
+    }
+    return 0;
+}
+
+void DataReader::finishForTerminatedThread()
+{
+    if (isLoopActive()) {
+        endRunWithoutDevice();
+        m_recorder->pause();
+        m_tasks->leave();
+        m_loopState.store(LoopState::Idle);
+    }
+}
+
+/// What was asked for while the device hung still counts for the recordings. No new one is opened: nothing would ever
+/// be in it.
+void DataReader::endRunWithoutDevice()
+{
+    m_device = nullptr;
+    m_isDeviceLost = true;
+    m_tasks->runPending();
+    if (m_recorder->isFileOpened()) {
+        m_recorder->abandonEdf(QStringLiteral("The recording was closed: the device does not answer any more."));
+    }
+    applyWriteFlags(false, false, QString());
+    m_outlets->close();
 }
 
 /// Fills the raw block; m_samples per channel. Returns a negative code when the device has failed.
-int DataReader::readBlock(int &remainder)
+int DataReader::readBlock()
 {
     m_samples = 0;
-    int samples = m_device->readData(static_cast<int>(m_raw.size()), m_raw.data(), remainder);
+    int remainder = 0;
+    int samples = 0;
+    callDevice([&] { samples = m_device->readData(static_cast<int>(m_raw.size()), m_raw.data(), remainder); });
     const auto channels = static_cast<std::size_t>(std::max(0, m_info.channels()));
-    if (samples >= 0 && remainder > 0) {
+    if (samples >= 0 && remainder > 0 && !m_isDeviceGivenUp.load()) {
         BPCommon::log(BPCommon::LogReader, "DataReader::run remainder = %i", remainder);
         const std::size_t taken = channels * static_cast<std::size_t>(samples);
         setBufferSizes(std::max(m_raw.size(), taken + static_cast<std::size_t>(remainder)));
         const int room = static_cast<int>(m_raw.size() - taken);
         remainder = -1;
         // The tail fills the buffer behind the block; the block stays as long as the first call made it.
-        const int tail = m_device->readData(room, m_raw.data() + taken, remainder);
+        int tail = 0;
+        callDevice([&] { tail = m_device->readData(room, m_raw.data() + taken, remainder); });
         samples = tail < 0 ? tail : samples;
     }
     if (samples > 0) {
@@ -426,10 +513,37 @@ void DataReader::filterChannels()
 
 void DataReader::publishBlock()
 {
+    const qint64 waiting = m_isPublishingBounded ? m_waitingFloats.load() : 0;
+    if (waiting > kMostWaitingFloats) {
+        m_missedSamples += m_samples;
+        return;
+    }
+    reportMissedSamples();
     if (m_device->isImpedanceReady(m_impedance)) {
         emit newImpedance(m_impedance, static_cast<int>(m_impedance.size()));
     }
-    emit newData(m_filtered, static_cast<int>(m_table->size() * m_samples));
+    const int count = static_cast<int>(m_table->size() * m_samples);
+    if (waiting > kManyWaitingFloats) {
+        m_shortBlock.assign(m_filtered.begin(), m_filtered.begin() + count);
+        publish(m_shortBlock, count);
+    } else {
+        publish(m_filtered, count);
+    }
+}
+
+void DataReader::publish(const std::vector<float> &block, int count)
+{
+    m_waitingFloats.fetch_add(static_cast<qint64>(block.size()));
+    emit newData(block, count);
+}
+
+void DataReader::reportMissedSamples()
+{
+    if (m_missedSamples > 0) {
+        BPCommon::log(BPCommon::LogReader,
+                      "DataReader::publishBlock the receiver is too slow, %i samples were not sent", m_missedSamples);
+        emit samplesMissed(std::exchange(m_missedSamples, 0));
+    }
 }
 
 void DataReader::recordBlock()
@@ -445,7 +559,12 @@ void DataReader::pushDataToLSL()
 void DataReader::sleepUntilNextPoll(int algorithmMs)
 {
     const bool behind = static_cast<int>(m_samples) >= m_halfSecond || m_pollMs < algorithmMs;
-    QThread::msleep(static_cast<unsigned long>(behind ? kLeastSleepMs : m_pollMs - algorithmMs));
+    int left = behind ? kLeastSleepMs : std::max(kLeastSleepMs, m_pollMs - algorithmMs);
+    while (left > 0 && m_running.load()) {
+        const int step = std::min(left, kLongestSleepMs);
+        QThread::msleep(static_cast<unsigned long>(step));
+        left -= step;
+    }
 }
 
 void DataReader::keepRecordingTime()
@@ -464,11 +583,12 @@ void DataReader::keepRecordingTime()
 
 void DataReader::applyWriteFlags(bool edf, bool rhythm, const QString &path)
 {
-    const bool wasWanted = m_recorder->isEdfWanted();
-    m_recorder->apply(edf, rhythm, path, {m_montage, static_cast<int>(m_frequency), m_algorithms});
-    const bool isWanted = m_recorder->isEdfWanted();
-    if (edf != wasWanted) {
-        m_blockHandler = isWanted ? &DataReader::acceptReadDataAll : &DataReader::acceptReadDataWFree;
+    if (m_isDeviceLost && edf) {
+        emit recordError(QStringLiteral("%1 was not recorded: the device does not answer.").arg(path));
     }
-    m_writeEdf.store(isWanted);
+    edf = edf && !m_isDeviceLost;
+    rhythm = rhythm && !m_isDeviceLost;
+    m_recorder->apply(edf, rhythm, path, {m_montage, static_cast<int>(m_frequency), m_algorithms});
+    m_blockHandler = m_recorder->isFileOpened() ? &DataReader::acceptReadDataAll : &DataReader::acceptReadDataWFree;
+    m_writeEdf.store(m_recorder->isEdfWanted());
 }

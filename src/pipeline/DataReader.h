@@ -6,6 +6,7 @@
 #include "devices/AmplifierInfo.h"
 #include "files/PatientInfo.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QSharedPointer>
 #include <QString>
@@ -34,6 +35,9 @@ struct RawBlock;
 /// Lives on a worker thread (DataCompound owns both); run() is that thread's work. Every public operation may be called
 /// from the owner's thread at any time: what touches the loop's state is handed to the loop, which does it before its
 /// next block; while no loop runs it is done at once. Blocks are planar: montage channel i occupies [i·n, i·n + n).
+///
+/// While the loop runs, its thread can be terminated within the calls of the device and nowhere else (see
+/// QThread::setTerminationEnabled()), so that a device that hangs leaves everything else whole.
 class BIOPROCESSING_EXPORT DataReader : public QObject
 {
     Q_OBJECT
@@ -61,11 +65,24 @@ public:
     QString getRecordPath() const;
     /// Written into the recording that is open, and into every one opened later.
     void setPatientInfo(const PatientInfo &patient);
+    /// At the end of a recording its incomplete last record is padded with zeros and written. Off unless set: the
+    /// record, less than a second, is dropped.
+    void setWriteRemainder(bool on);
+    /// Seconds of padding at the end of the last recording closed, 0 without; from endWritingAndCloseFile() on.
+    double paddedSeconds() const;
+    /// Start time in the header of the recordings that follow, and in their spreadsheets; the clock's when invalid.
+    void setRecordStartTime(const QDateTime &start);
+    /// For a device that plays a recording at any speed: the recording's clock, currentTime(), labels without a given
+    /// time, the automatic stop and the rows of the spreadsheet follow the samples received instead of the clock. A
+    /// second is as many samples as a record of the file has. Off unless set; before a recording begins.
+    void setSignalClock(bool on);
     /// A recording ends by itself after this time; below 1 it does not. 10 s unless set.
     void setWriteStateTime(int seconds);
 
     /// Starts and stops recording: the EDF file at the record path, and the rhythms. Any call restarts the clock of a
-    /// recording that goes on. A file that cannot be opened is told by recordError() and endWritingAndCloseFile().
+    /// recording that goes on. A file that cannot be opened is told by recordError() and endWritingAndCloseFile(). A
+    /// recording that is running is not exchanged for one at another path; recordError() says so. What is not wanted is
+    /// closed, also when it was opened for a run before.
     void setWriteDataFlag(bool edf, bool rhythm);
     /// Starts and stops the rhythm spreadsheet beside the record path, for the rhythm indices and formulas that are
     /// configured at that moment. setWriteDataFlag() does so together with the recording's clock.
@@ -105,12 +122,19 @@ signals:
     void newImpedance(const vector<unsigned int> &impedance, int count);
     /// Answers a label: the time from the start of the recording as text, or "-" when it was not written.
     void annotationLabel(const QString &time, const QString &label);
-    /// One sentence on why a recording did not start or lost data; once per recording.
+    /// One sentence on why a recording did not start, lost data or could not be completed; before
+    /// endWritingAndCloseFile(), and once for each cause.
     void recordError(const QString &reason);
+    /// The receiver took blocks too slowly, and so many samples per channel were not published, right before the next
+    /// newData() or at the end. A recording has them, outlets and algorithms, too. Only with a DataCompound.
+    void samplesMissed(qint64 samples);
 
 public slots:
     /// The loop; connected to the worker thread's started().
     void run();
+    /// True: the next run() loops. Recordings that were wanted in the run before are not wanted any more, their files
+    /// stay open until setWriteDataFlag() or the automatic stop. While a loop runs, nothing changes. False: the loop
+    /// ends after its current block.
     void runningThread(bool running);
     /// Writes a label at the present time, while recording; answered by annotationLabel().
     void slotSetLabelToEdf(const QString &label);
@@ -118,16 +142,33 @@ public slots:
 private:
     using BlockHandler = void (DataReader::*)();
     using MontageHandler = void (DataReader::*)(const bp::RawBlock &);
+    enum class LoopState { Idle, Wanted, Working, InDevice };
+
+    friend class DataCompound;
+    /// Whether the loop runs, or will as soon as its thread has started. Any thread.
+    bool isLoopActive() const { return m_loopState.load() != LoopState::Idle; }
+    /// Does what the loop would have done at its end, after its thread was terminated within a call of the device. For
+    /// whoever waited for the thread.
+    void finishForTerminatedThread();
+    /// When the device's call returns after all, the loop closes its files and ends without touching the device. Any
+    /// thread.
+    void giveUpDevice() { m_isDeviceGivenUp.store(true); }
+    /// Bounds the memory of blocks that wait for a receiver, who must say which it has taken.
+    void setPublishingBounded() { m_isPublishingBounded = true; }
+    void blockTaken(std::size_t floats) { m_waitingFloats.fetch_sub(static_cast<qint64>(floats)); }
 
     void attach(Amplifier *device, const QSharedPointer<Montage> &montage);
-    void endRecordingThatNoLongerFits(int channels, float frequency);
+    void endRecordingThatNoLongerFits(const QSharedPointer<Montage> &montage, float frequency);
     void resizeWorkBuffers();
     void fillMontageTable();
     void setBufferSizes(std::size_t rawSize);
     void chooseHandlers();
 
+    template <class Call> void callDevice(const Call &call);
     bool startDevice();
-    int readBlock(int &remainder);
+    int runLoop();
+    void endRunWithoutDevice();
+    int readBlock();
     void sleepUntilNextPoll(int algorithmMs);
     void keepRecordingTime();
 
@@ -140,6 +181,8 @@ private:
     void computeMontage();
     void filterChannels();
     void publishBlock();
+    void publish(const std::vector<float> &block, int count);
+    void reportMissedSamples();
     void recordBlock();
     void pushDataToLSL();
 
@@ -147,7 +190,9 @@ private:
 
     // Set from any thread.
     std::atomic<bool> m_running{false};
-    std::atomic<bool> m_looping{false}; ///< the last thing that run() writes
+    std::atomic<LoopState> m_loopState{LoopState::Idle}; ///< Idle is the last thing that run() writes
+    std::atomic<bool> m_isDeviceGivenUp{false};
+    std::atomic<qint64> m_waitingFloats{0}; ///< published and not yet taken
     std::atomic<bool> m_writeEdf{false};
     std::atomic<qint64> m_writeStateMs;
 
@@ -161,6 +206,7 @@ private:
     std::unique_ptr<bp::StreamOutlets> m_outlets;
 
     Amplifier *m_device = nullptr;
+    bool m_isDeviceLost = false; ///< it hangs: nothing may be asked of it again
     AmplifierInfo m_info;
     QSharedPointer<Montage> m_montage;
     float m_frequency = 0.0f;
@@ -178,4 +224,7 @@ private:
     std::vector<float> m_filtered;
     std::vector<float> m_average;
     std::vector<unsigned int> m_impedance;
+    std::vector<float> m_shortBlock;
+    bool m_isPublishingBounded = false;
+    qint64 m_missedSamples = 0;
 };

@@ -86,6 +86,8 @@ DataServer::DataServer(server_state &state, const QHostAddress &address, quint16
 void DataServer::construct(const QHostAddress &address, quint16 port)
 {
     BPCommon::log(kLog, "DataServer::DataServer create");
+    qRegisterMetaType<AmplifierInfo>("AmplifierInfo");
+    qRegisterMetaType<QSharedPointer<Montage>>("QSharedPointer<Montage>");
     qRegisterMetaType<QList<AmplifierInfo>>("QList<AmplifierInfo>");
     qRegisterMetaType<QList<AmplifierInfo>>("QList<AmplifierInfo>&");
     m_state.clientActive = false;

@@ -4,6 +4,7 @@
 
 #include <QMutex>
 #include <QStringList>
+#include <QThread>
 
 #include <algorithm>
 #include <atomic>
@@ -27,6 +28,8 @@ struct FakeScript
     int remainder = 0; ///< floats that it leaves
     int tailResult = 0; ///< what the second call then returns
     float tailValue = -1.0f; ///< with which the second call fills its block
+    int hangAtRead = -1; ///< this read, from 0, does not return before release(); −1 never
+    bool hangsBusy = false; ///< without ever waiting, so that the thread cannot be terminated
     std::vector<unsigned int> impedance; ///< ready when not empty
     /// Sample k (from the start of acquisition) of device channel c (from 1).
     std::function<float(int c, qint64 k)> value = [](int c, qint64 k) {
@@ -56,6 +59,10 @@ public:
     std::atomic<bool> tailRemainderWasMinusOne{false};
     std::atomic<qint64> samples{0}; ///< per channel, delivered since the start
     std::atomic<int> bufferSize{0};
+
+    /// Lets a read that hangs return.
+    void release() { m_released = true; }
+    bool isHanging() const { return m_hanging; }
 
     /// Names of the operations called, in order; runs of readData count once.
     QStringList calls() const
@@ -119,6 +126,9 @@ public:
             return readTail(capacity, block, remainder);
         }
         const int read = reads++;
+        if (read == script.hangAtRead) {
+            hang();
+        }
         const int wanted = blockOf(read);
         if (wanted < 0) {
             return wanted;
@@ -130,11 +140,24 @@ public:
                 *block++ = script.value(c, first + k);
             }
         }
-        remainder = read == script.remainderAtRead ? script.remainder : 0;
+        if (read == script.remainderAtRead) {
+            remainder = script.remainder;
+        }
         return count;
     }
 
 private:
+    void hang()
+    {
+        m_hanging = true;
+        while (!m_released) {
+            if (!script.hangsBusy) {
+                QThread::msleep(1);
+            }
+        }
+        m_hanging = false;
+    }
+
     int blockOf(int read) const
     {
         if (script.errorAfterReads >= 0 && read >= script.errorAfterReads) {
@@ -144,13 +167,13 @@ private:
         return index < script.firstBlocks.size() ? script.firstBlocks[index] : script.blockSize;
     }
 
-    int readTail(int capacity, float *block, int &remainder)
+    /// Leaves the remainder as it is, as devices may.
+    int readTail(int capacity, float *block, int remainder)
     {
         ++tailReads;
         tailCapacity = capacity;
         tailRemainderWasMinusOne = remainder == -1;
         std::fill_n(block, std::min(capacity, script.remainder), script.tailValue);
-        remainder = 0;
         return script.tailResult;
     }
 
@@ -164,6 +187,8 @@ private:
     }
 
     std::atomic<bool> m_acquiring{false};
+    std::atomic<bool> m_hanging{false};
+    std::atomic<bool> m_released{false};
     mutable QMutex m_mutex;
     QStringList m_calls;
 };
