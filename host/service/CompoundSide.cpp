@@ -62,6 +62,10 @@ CompoundSide::CompoundSide(server_state &state, DataServer &server, const QStrin
 {
     connect(m_compound.get(), &DataCompound::newSampleData, this, &CompoundSide::takeData);
     connect(m_compound.get(), &DataCompound::currentDeviceReturnError, this, &CompoundSide::takeDeviceCode);
+    connect(m_compound.get(), &DataCompound::samplesMissed, this, [](qint64 samples) {
+        Console::error(
+            QStringLiteral("The service was too busy: %1 samples were recorded, but not handed out.").arg(samples));
+    });
     connect(m_compound.get(), &DataCompound::currentLabel, this, [](const QString &time, const QString &label) {
         if (time == QLatin1String("-")) {
             Console::error(QStringLiteral("The label \"%1\" could not be written.").arg(label));
@@ -172,6 +176,8 @@ void CompoundSide::acquire(Amplifier *device, const QSharedPointer<Montage> &mon
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
     m_records.reset();
 
+    // What is played at another speed has its own time, which labels and the rows of a spreadsheet follow.
+    m_compound->setSignalClock(device->getAmplifierInfo().name() == QLatin1String("Playback"));
     m_device = device;
     m_nextMontage.clear();
     useMontage(montage);

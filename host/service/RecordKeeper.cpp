@@ -87,6 +87,7 @@ void RecordKeeper::begin(const Recording &recording, bool rhythms, int seconds)
     m_lastError.clear();
     m_open.push_back(recording);
     updateFlags();
+    m_compound.setWriteRemainder(recording.target.isEmpty()); // padding is nothing to learn from
     m_compound.startRecord(recording.path, true, rhythms, seconds);
 }
 
