@@ -3,12 +3,16 @@
 #include "files/edf/EdfLayout.h"
 
 #include <QLocale>
+#include <QRegularExpression>
 
 #include <limits>
 
 namespace {
 
 constexpr int kNumberWidth = bp::EdfLayout::kNumberWidth;
+constexpr int kFirstYear = 1985; // two digits stand for this one and the 99 years behind it
+
+constexpr const char *kStartDate = "Startdate ";
 
 /// A free text as one subfield of an EDF+ header.
 QByteArray subfield(const QByteArray &text)
@@ -21,6 +25,21 @@ QByteArray subfield(const QByteArray &text)
 
 namespace bp {
 
+QDate edfDate(const QByteArray &text)
+{
+    static const QRegularExpression pattern(QStringLiteral("^(\\d\\d)\\.(\\d\\d)\\.(\\d\\d)$"));
+    const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(text));
+    const int year = match.captured(3).toInt() + kFirstYear / 100 * 100;
+    return match.hasMatch()
+        ? QDate(year < kFirstYear ? year + 100 : year, match.captured(2).toInt(), match.captured(1).toInt())
+        : QDate();
+}
+
+bool isEdfDate(const QDate &date)
+{
+    return date.year() >= kFirstYear && date.year() < kFirstYear + 100;
+}
+
 QByteArray edfPlusDate(const QDate &date)
 {
     return QLocale::c().toString(date, QStringLiteral("dd-MMM-yyyy")).toUpper().toLatin1();
@@ -28,17 +47,24 @@ QByteArray edfPlusDate(const QDate &date)
 
 void EdfFacts::moveStart(qint64 ticks)
 {
-    static const QByteArray mark = QByteArrayLiteral("Startdate ");
+    const QByteArray mark = kStartDate;
     const QByteArray oldDate = edfPlusDate(start.date());
     const qint64 sum = startTicks + ticks;
     start = start.addSecs(sum / kEdfTicks);
     startTicks = sum % kEdfTicks;
     if (startTicks != 0 && !plus) { // only the annotation signal can tell a fraction
-        plus = true;
-        patient = "X X X " + subfield(patient);
-        recording = mark + edfPlusDate(start.date()) + " X X " + subfield(recording);
+        makePlus();
     } else if (plus && recording.startsWith(mark + oldDate)) {
         recording.replace(mark.size(), oldDate.size(), edfPlusDate(start.date()));
+    }
+}
+
+void EdfFacts::makePlus()
+{
+    if (!plus) {
+        plus = true;
+        patient = "X X X " + subfield(patient);
+        recording = kStartDate + edfPlusDate(start.date()) + " X X " + subfield(recording);
     }
 }
 
