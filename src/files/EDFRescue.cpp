@@ -86,7 +86,7 @@ QString summary(const bp::EdfContents &contents, const QString &path, const QStr
                        .arg(contents.notes().size() - left)
                        .arg(path);
     if (excess > 0) {
-        text += QStringLiteral("; its last %1 bytes are no part of a whole record and left out").arg(excess);
+        text += QStringLiteral("; the %1 bytes behind these records are left out").arg(excess);
     }
     if (left > 0) {
         text += QStringLiteral("; %1 more found no room and stay in %2").arg(left).arg(bp::EdfJournal::pathFor(path));

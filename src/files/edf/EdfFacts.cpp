@@ -21,18 +21,28 @@ QByteArray subfield(const QByteArray &text)
     return kept.isEmpty() ? QByteArrayLiteral("X") : QByteArray(kept).replace(' ', '_');
 }
 
+/// The whole and the three parts of "dd.MM.yy" or "hh.mm.ss"; empty when it is something else.
+QStringList twoDigitParts(const QByteArray &text)
+{
+    static const QRegularExpression pattern(QStringLiteral("^([0-9]{2})\\.([0-9]{2})\\.([0-9]{2})$"));
+    return pattern.match(QString::fromLatin1(text)).capturedTexts();
+}
+
 } // namespace
 
 namespace bp {
 
 QDate edfDate(const QByteArray &text)
 {
-    static const QRegularExpression pattern(QStringLiteral("^(\\d\\d)\\.(\\d\\d)\\.(\\d\\d)$"));
-    const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(text));
-    const int year = match.captured(3).toInt() + kFirstYear / 100 * 100;
-    return match.hasMatch()
-        ? QDate(year < kFirstYear ? year + 100 : year, match.captured(2).toInt(), match.captured(1).toInt())
-        : QDate();
+    const QStringList parts = twoDigitParts(text);
+    const int year = parts.value(3).toInt() + kFirstYear / 100 * 100;
+    return parts.isEmpty() ? QDate() : QDate(year < kFirstYear ? year + 100 : year, parts[2].toInt(), parts[1].toInt());
+}
+
+QTime edfClock(const QByteArray &text)
+{
+    const QStringList parts = twoDigitParts(text);
+    return parts.isEmpty() ? QTime() : QTime(parts[1].toInt(), parts[2].toInt(), parts[3].toInt());
 }
 
 bool isEdfDate(const QDate &date)

@@ -92,6 +92,8 @@ struct EdfNote
 
 /// Of a header's "dd.MM.yy", whose years are those from 1985 to 2084; invalid when there is no such day.
 QDate edfDate(const QByteArray &text);
+/// Of a header's "hh.mm.ss"; invalid when there is no such time.
+QTime edfClock(const QByteArray &text);
 /// Whether a header can hold a date.
 bool isEdfDate(const QDate &date);
 /// A date as EDF+ headers have it, 02-MAR-1951.

@@ -5,7 +5,6 @@
 
 #include <QRegularExpression>
 #include <QTextCodec>
-#include <QTime>
 
 #include <cmath>
 #include <limits>
@@ -143,13 +142,12 @@ void mendAnnotationSignals(QByteArray &header, const EdfLayout &layout)
 QString startFault(const EdfLayout &layout)
 {
     const QByteArray date = layout.header.mid(EdfLayout::kStartAt, kDateWidth);
-    const QString time = QString::fromLatin1(layout.header.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth));
+    const QByteArray time = layout.header.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth);
     if (!bp::edfDate(date).isValid()) {
         return QStringLiteral("its date \"%1\" is none").arg(QString::fromLatin1(date));
     }
-    return QTime::fromString(time, QStringLiteral("hh.mm.ss")).isValid()
-        ? QString()
-        : QStringLiteral("its time \"%1\" is none").arg(time);
+    return bp::edfClock(time).isValid() ? QString()
+                                        : QStringLiteral("its time \"%1\" is none").arg(QString::fromLatin1(time));
 }
 
 /// A number of a signal; NaN when it is none.

@@ -61,7 +61,9 @@ EdfLayout EdfLayout::read(QFile &file)
     const QByteArray kind = layout.kind();
     layout.isMisnamed = layout.isPlus && layout.header.mid(kReservedAt, kind.size()) != kind;
     for (int i = 0; i < layout.signalCount; ++i) {
-        const QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth).replace('\0', ' ');
+        QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth);
+        std::replace_if(
+            label.begin(), label.end(), [](char c) { return static_cast<uchar>(c) < ' '; }, ' '); // as it is mended
         const qint64 samples =
             numberAt(layout.header, layout.fieldAt(i, kSampleCountBefore, kNumberWidth), kNumberWidth);
         if (samples < 1) {

@@ -11,8 +11,7 @@ using bp::EdfLayout;
 
 QDateTime parseStart(const QByteArray &text)
 {
-    return {bp::edfDate(text.left(8)), QTime::fromString(QString::fromLatin1(text.mid(8)), QStringLiteral("hh.mm.ss")),
-            Qt::UTC};
+    return {bp::edfDate(text.left(8)), bp::edfClock(text.mid(8)), Qt::UTC};
 }
 
 } // namespace
