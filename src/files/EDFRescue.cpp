@@ -82,14 +82,16 @@ QString summary(const bp::EdfContents &contents, const QString &path, const QStr
     const qint64 bytes = contents.header().size() + contents.records() * contents.layout().recordBytes;
     const qint64 excess = QFileInfo(path).size() - bytes;
     QString text = QStringLiteral("%1 has %2 s and %3 annotations of %4")
-                       .arg(target, QString::fromLatin1(bp::edfSeconds(contents.records() * contents.recordTicks())))
-                       .arg(contents.notes().size() - left)
-                       .arg(path);
+                       .arg(target, QString::fromLatin1(bp::edfSeconds(contents.records() * contents.recordTicks())),
+                            QString::number(contents.notes().size() - left), path);
     if (excess > 0) {
         text += QStringLiteral("; the %1 bytes behind these records are left out").arg(excess);
     }
     if (left > 0) {
-        text += QStringLiteral("; %1 more found no room and stay in %2").arg(left).arg(bp::EdfJournal::pathFor(path));
+        text += QStringLiteral("; %1 more find no room in it and stay in %2, and \"bioprocessing convert channels\" "
+                               "makes a file with all")
+                    .arg(left)
+                    .arg(bp::EdfJournal::pathFor(path));
     }
     return text + QLatin1Char('.');
 }
@@ -123,7 +125,9 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
                            : QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString()));
     }
     const int left = writeRepaired(contents, path, file);
-    const QString writeError = file.errorString();
+    const QString writeError = file.error() == QFileDevice::NoError
+        ? QStringLiteral("writing failed; the disk may be full")
+        : file.errorString();
     file.close();
     EDFReader reader(target);
     const bool readable = left >= 0 && reader.open();

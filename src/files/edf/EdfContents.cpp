@@ -133,7 +133,7 @@ QString EdfContents::describe() const
 
 QString EdfContents::missingNotice(const QString &path, int count, bool hasRoom)
 {
-    const QString remedy = QStringLiteral(": \"bioprocessing repair\" makes a copy with all of them");
+    const QString remedy = QStringLiteral(": \"bioprocessing repair\" puts them into a copy");
     return QStringLiteral("%1 lacks %2 of its labels, which are beside it%3.")
         .arg(path)
         .arg(count)
