@@ -1,4 +1,5 @@
 #include "devices/AmplifierChannel.h"
+#include "files/EDFConverter.h"
 #include "files/EDFReader.h"
 #include "files/EDFWriter.h"
 #include "montage/Montage.h"
@@ -76,6 +77,7 @@ private slots:
     void readerReadsPastEnd();
     void readerHeaderFacts();
     void readerMendsHeaders();
+    void factsOfOpenFiles();
     void readerRefusesFiles();
 
 private:
@@ -489,6 +491,24 @@ void TestFiles::readerMendsHeaders()
           ""); // no annotation signal
 }
 
+void TestFiles::factsOfOpenFiles()
+{
+    record();
+    EDFReader reader(path());
+    QVERIFY(reader.open());
+    const EDFInfo info = EDFReader::fileInfo(path());
+    QVERIFY2(info.valid, qPrintable(info.error));
+    QCOMPARE(info.channelNames, reader.getFileMontage()->getChannelNames());
+    QCOMPARE(info.durationSeconds, reader.getDuration());
+    QCOMPARE(info.startDateTime, reader.getStartDateTime());
+    QVERIFY(reader.isFileOpened() && !reader.getChannelData(0, 0, 1).empty());
+
+    EDFWriter writer(path(QStringLiteral("going_on.edf")), 1, 10);
+    QVERIFY(writer.writeData(20, std::vector<float>(20).data()));
+    QCOMPARE(EDFReader::fileInfo(path(QStringLiteral("going_on.edf"))).durationSeconds, qint64{2});
+    QVERIFY(writer.close());
+}
+
 void TestFiles::readerRefusesFiles()
 {
     const auto refuses = [this](const QByteArray &bytes, const char *message, const char *reason) {
@@ -511,9 +531,17 @@ void TestFiles::readerRefusesFiles()
     const QByteArray webPage = QByteArray("<!DOCTYPE html><html><body>").repeated(60);
     for (const QByteArray &bytes :
          {sound.left(512), sound.left(sound.size() - 3), QByteArray(sound + 'x'), webPage, QByteArray(2000, '\0'),
-          HandmadeEdf::changed(sound, 236, "99999999"), HandmadeEdf::changed(sound, 168, "99.99.99")}) {
+          HandmadeEdf::changed(sound, 236, "99999999"), HandmadeEdf::changed(sound, 168, "99.99.99"),
+          HandmadeEdf::changed(sound, 168, "31.02.20"), HandmadeEdf::changed(sound, 256 + 104, "nan     "),
+          HandmadeEdf::changed(sound, 256 + 112, "1e999   "), HandmadeEdf::changed(sound, 256 + 128, "32768   "),
+          HandmadeEdf::changed(sound, 256 + 128, "32766.5 ")}) {
         refuses(bytes, kFormatError, "format errors");
+        EDFConverter converter; // as in conversion
+        QVERIFY(!converter.crop(path(), path(QStringLiteral("out.edf")), 0.0, -1.0));
+        QVERIFY(!QFile::exists(path(QStringLiteral("out.edf"))));
     }
+    EDFReader leapDay(HandmadeEdf::write(HandmadeEdf::changed(sound, 168, "29.02.00"), path()));
+    QVERIFY2(leapDay.open(), qPrintable(leapDay.lastError()));
 }
 
 BP_TEST_MAIN(TestFiles)
