@@ -45,6 +45,7 @@ private slots:
     void countsBeatsAndNothingElse();
     void namesWhatGaveNothing();
     void takesAnnotationsAlong();
+    void ownsToPaddingAndClipping();
     void tellsOfSilence();
     void keepsWhatExists_data();
     void keepsWhatExists();
@@ -218,6 +219,23 @@ void TestHost::takesAnnotationsAlong()
     QCOMPARE(annotationsOf(words("--label 1:mine"), "n1.edf"), QStringLiteral("0.5 before,1 mine,2.5 here,5.25 there"));
     QCOMPARE(annotationsOf(words("--set start=2 --set repeat=1 --seconds 7"), "n2.edf"),
              QStringLiteral("0.5 here,3.25 there,4.5 here"));
+}
+
+void TestHost::ownsToPaddingAndClipping()
+{
+    // 0.1 mV more from sample to sample: from the 328th on beyond what a recording holds.
+    HandmadeEdf{{{"A", "mV", 100}}, 6, "1", {{"0", "x"}}}.writeTo(path("large.edf"));
+    const QJsonObject record = runHost(words("acquire --speed max --seconds 4.25 --json --patient Ann --set start=1 "
+                                             "--playback")
+                                       << path("large.edf") << QStringLiteral("--record") << path("padded.edf"))
+                                   .json()[QLatin1String("record")]
+                                   .toObject();
+    QCOMPARE(record[QLatin1String("padded_seconds")].toDouble(), 0.75);
+    QCOMPARE(record[QLatin1String("clipped_samples")].toObject()[QLatin1String("A")].toInt(), 425 - 228);
+    const QJsonObject info = runHost({QStringLiteral("info"), QStringLiteral("--json"), path("padded.edf")}).json();
+    QCOMPARE(info[QLatin1String("seconds")].toDouble(), 5.0);
+    QCOMPARE(info[QLatin1String("start")].toString(), QStringLiteral("2020-01-02T03:04:06"));
+    QCOMPARE(info[QLatin1String("patient")].toString(), QStringLiteral("Ann"));
 }
 
 void TestHost::tellsOfSilence()
