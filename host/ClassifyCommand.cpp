@@ -5,6 +5,7 @@
 #include "Interrupt.h"
 #include "MontageChoice.h"
 #include "Refusal.h"
+#include "SampleWatch.h"
 #include "bci/ModelFile.h"
 #include "bci/Preprocessor.h"
 #include "devices/Amplifier.h"
@@ -144,7 +145,11 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
                         montage->getChannelNames().join(QStringLiteral(", "))));
     }
     DataCompound compound(device, montage);
+    for (const QString &note : montage->filterNotes()) {
+        Console::error(note);
+    }
     Interrupt interrupt;
+    SampleWatch watch;
     QEventLoop loop;
     qint64 samples = 0;
     int deviceCode = 0;
@@ -155,6 +160,7 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
                      [&](int label) { print(nameOf(label, classifier.model().classes)); });
     QObject::connect(&classifier, &LiveClassifier::notClassified, &loop, [&] { print(QStringLiteral("none")); });
     QObject::connect(&compound, &DataCompound::newSampleData, &loop, [&](const std::vector<float> &data, int count) {
+        watch.takeBlock();
         samples += count / static_cast<int>(montage->size());
         classifier.takeSamples(data, count);
         if (limit > 0.0 && static_cast<double>(samples) >= limit * rate) {
@@ -166,8 +172,10 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
         loop.quit();
     });
     QObject::connect(&interrupt, &Interrupt::interrupted, &loop, &QEventLoop::quit);
+    watch.start();
     compound.startReadData();
     loop.exec();
+    watch.stop();
     compound.stopReadData();
     if (deviceCode != 0 && deviceCode != Amplifier::kEndOfData) {
         refuse(QStringLiteral("The device stopped with code %1 (%2).")

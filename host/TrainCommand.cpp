@@ -1,6 +1,7 @@
 #include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
+#include "OutputFile.h"
 #include "Refusal.h"
 #include "bci/ModelFile.h"
 #include "bci/Preprocessor.h"
@@ -55,6 +56,7 @@ void addOptions(QCommandLineParser &parser)
     add("minimum-rate", "Share of its own examples that every class must get right, 0 to 1.", "R", "0");
     add("save", "Write the model, trained on everything, into this file.", "MODEL");
     add("features", "Write every window's label, block and features into this file, tab-separated.", "FILE");
+    addForceOption(parser);
     parser.addOption({QStringLiteral("json"), QStringLiteral("Print the result as one JSON object on a line.")});
 }
 
@@ -247,8 +249,25 @@ bp::ModelFile emptyModel(const QCommandLineParser &parser, const bp::LearningSet
     return model;
 }
 
+/// Refuses, before anything is learned, what --save and --features would destroy.
+void checkOutputs(const QCommandLineParser &parser)
+{
+    QStringList inputs;
+    for (const QString &data : parser.values(QStringLiteral("data"))) {
+        inputs << data << data.left(data.lastIndexOf(QLatin1Char(':')));
+    }
+    for (const char *option : {"save", "features"}) {
+        const QString path = parser.value(QLatin1String(option));
+        if (!path.isEmpty()) {
+            refuseInput(path, inputs);
+            refuseToReplace(parser, path);
+        }
+    }
+}
+
 Console::ExitStatus train(const QCommandLineParser &parser)
 {
+    checkOutputs(parser);
     bp::LearningSettings settings = settingsFrom(parser);
     const double highPass = parser.isSet(QStringLiteral("highpass")) ? Option::number(parser, "highpass", 0.0, 1e6)
         : isMuscle(settings.kind)                                    ? kMuscleHighPass

@@ -162,7 +162,7 @@ void TestTraining::learnsAndClassifiesRecordings()
     QFETCH(QByteArray, second);
     QFETCH(double, least);
     const QByteArray train =
-        "train " + options + " --data @" + first + ":0 --data @" + second + ":1 --save @m.json --json";
+        "train " + options + " --data @" + first + ":0 --data @" + second + ":1 --save @m.json --force --json";
     const Outcome learned = runHost(inFolder(train.constData()));
     QCOMPARE(learned.status, 0);
     QVERIFY2(learned.json()[QLatin1String("accuracy")].toDouble() >= least, learned.output.constData());
