@@ -84,6 +84,16 @@ QVector<EdfNote> EdfJournal::missing(const QList<Entry> &entries, const QVector<
     return missing;
 }
 
+bool EdfJournal::hasEntries(const QString &recording)
+{
+    QFile file(pathFor(recording));
+    if (!file.open(QIODevice::ReadOnly) || !isJournal(file)) {
+        return false;
+    }
+    file.readLine();
+    return !file.atEnd();
+}
+
 void EdfJournal::begin(const QString &recording, const QByteArray &identity)
 {
     m_file.close();
@@ -93,7 +103,7 @@ void EdfJournal::begin(const QString &recording, const QByteArray &identity)
     if (m_file.exists()) {
         m_isUsable = m_file.open(QIODevice::ReadOnly) && isJournal(m_file);
         m_file.close();
-        m_isUsable = m_isUsable && m_file.remove();
+        m_isUsable = m_isUsable && !hasEntries(recording) && m_file.remove();
     }
 }
 
@@ -103,7 +113,13 @@ bool EdfJournal::note(const Entry &entry)
         return false;
     }
     const QByteArray bytes = line(entry);
-    return m_file.write(bytes) == bytes.size();
+    const qint64 end = m_file.size();
+    if (m_file.write(bytes) == bytes.size()) {
+        return true;
+    }
+    m_file.resize(end); // half a line would spoil the next one
+    m_file.seek(end);
+    return false;
 }
 
 bool EdfJournal::create()
