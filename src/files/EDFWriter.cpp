@@ -239,7 +239,7 @@ QString EDFWriter::closeFault(bool isInPlace)
 {
     if (!isInPlace) {
         const QString how = QFileInfo::exists(m_path) ? QStringLiteral("replaced") : QStringLiteral("removed");
-        const QString labels = m_guard->annotationCount() == 0
+        const QString labels = m_guard->annotationCount() == 0 || !m_journal->isComplete()
             ? QString()
             : QStringLiteral(" Its labels are in %1.").arg(bp::EdfJournal::pathFor(m_path));
         return QStringLiteral("%1 was %2 while it was being recorded: the recording is lost.").arg(m_path, how)
@@ -266,10 +266,11 @@ QString EDFWriter::lostLabels() const
         return QString();
     }
     BPCommon::log(m_logLevel, "EDFWriter::close %i annotations did not fit", lost);
-    return QStringLiteral(" %1 of its %2 labels found no room in it; all of them are in %3.")
+    return QStringLiteral(" %1 of its %2 labels found no room in it%3.")
         .arg(lost)
         .arg(m_guard->annotationCount())
-        .arg(bp::EdfJournal::pathFor(m_path));
+        .arg(m_journal->isComplete() ? QStringLiteral("; all of them are in ") + bp::EdfJournal::pathFor(m_path)
+                                     : QString());
 }
 
 bool EDFWriter::writeData(unsigned count, const float *samples)

@@ -16,7 +16,7 @@ QString lockPath(const QString &path)
     const QString canonical = file.canonicalFilePath();
     const QString folder = QFileInfo(file.absolutePath()).canonicalFilePath();
     const bool isNew = canonical.isEmpty() && !folder.isEmpty();
-    return (isNew               ? QDir(folder).filePath(file.fileName())
+    return (isNew                     ? QDir(folder).filePath(file.fileName())
                 : canonical.isEmpty() ? file.absoluteFilePath()
                                       : canonical)
         + QLatin1String(".lock");

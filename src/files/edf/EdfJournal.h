@@ -43,6 +43,8 @@ public:
     void begin(const QString &recording, const QByteArray &identity);
     /// @return false when the journal could not take it
     bool note(const Entry &entry);
+    /// Whether it took every entry.
+    bool isComplete() const { return m_isComplete; }
     /// Removes the journal: all of it is in the recording.
     void finish();
     /// Leaves the journal in its place.
@@ -54,6 +56,7 @@ private:
     QFile m_file;
     QByteArray m_identity;
     bool m_isUsable = false;
+    bool m_isComplete = true;
 };
 
 } // namespace bp
