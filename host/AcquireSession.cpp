@@ -36,6 +36,7 @@ AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montag
             [this](const std::vector<float> &data, int count) { takeData(data, count); });
     connect(m_compound.get(), &DataCompound::currentDeviceReturnError, this, &AcquireSession::takeDeviceCode);
     connect(m_compound.get(), &DataCompound::recordError, this, &AcquireSession::takeRecordError);
+    connect(m_compound.get(), &DataCompound::recordNotice, this, [](const QString &notice) { Console::error(notice); });
     connect(m_compound.get(), &DataCompound::currentLabel, this, &AcquireSession::takeLabelAnswer);
     connect(m_compound.get(), &DataCompound::endWritingAndCloseFile, this, [this] {
         if (m_stopping) {

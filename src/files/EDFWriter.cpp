@@ -233,6 +233,22 @@ bool EDFWriter::close()
     return false;
 }
 
+void EDFWriter::discard()
+{
+    if (!m_isOpen || m_guard->soundRecords() > 0) {
+        return;
+    }
+    m_isOpen = false;
+    const bool isInPlace = m_claim->isInPlace();
+    bp::EdfLibrary::close(m_handle);
+    m_handle = -1;
+    m_journal->finish();
+    m_claim->release();
+    if (isInPlace) {
+        QFile::remove(m_path);
+    }
+}
+
 /// Mends the closed file. Returns a sentence on what is missing in it; empty when nothing is.
 QString EDFWriter::closeFault(bool isInPlace)
 {
@@ -251,8 +267,11 @@ QString EDFWriter::closeFault(bool isInPlace)
         const QString cause = m_lastError.isEmpty() ? writeFailure() : m_lastError;
         return cause + QStringLiteral(" It holds the first %1 s.").arg(m_guard->soundRecords()) + lostLabels();
     }
-    if (written == 0 && (m_hasSamples || m_guard->annotationCount() > 0)) {
+    if (written == 0 && m_guard->annotationCount() > 0) {
         return QStringLiteral("%1 ended within its first second and holds nothing.").arg(m_path) + lostLabels();
+    }
+    if (written == 0 && m_hasSamples) {
+        addNotice("close", QStringLiteral("%1 ended within its first second and holds nothing.").arg(m_path));
     }
     return lostLabels().trimmed();
 }

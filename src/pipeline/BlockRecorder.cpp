@@ -195,6 +195,7 @@ bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
     if (isFileOpened() && m_edfSamples > 0) {
         closeEdf();
     }
+    m_edfWriter->discard();
     m_writeFailed = false;
     m_edfPath = path;
     m_edfSamples = 0;
@@ -229,6 +230,9 @@ void BlockRecorder::closeEdf()
         m_paddedSeconds.store(static_cast<double>(missing) / m_recordSamples);
     }
     m_earlyLabels.clear();
+    if (isOpen && !m_edfWriter->notice().isEmpty()) {
+        emit recordNotice(m_edfWriter->notice());
+    }
     if (!isComplete && !m_writeFailed) {
         const QString reason = m_edfWriter->lastError();
         emit recordError(reason.isEmpty() ? QStringLiteral("%1 could not be completed: check the disk.").arg(m_edfPath)

@@ -100,6 +100,7 @@ signals:
     void endWritingAndCloseFile();
     void annotationLabel(const QString &time, const QString &label);
     void recordError(const QString &reason);
+    void recordNotice(const QString &notice);
 
 private:
     struct Label
