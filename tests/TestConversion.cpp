@@ -245,6 +245,7 @@ void TestConversion::movesAnnotationsAndStart()
     }
     QCOMPARE(reader.getPatientName(), QStringLiteral("Ann"));
 
+    reader.close(); // what is open is not replaced
     // Over midnight and New Year, with a fraction of a second.
     QVERIFY(converter.crop(path("in"), path("out"), 10.5, 20.0));
     reader.setPath(path("out"));
