@@ -65,7 +65,7 @@ void RequestGetDiscoverDevice::setParameters()
     // The set's own name is the device's here, which is not the device's to take over.
     QJsonObject values;
     values.insert(QStringLiteral("data"), body().value(QLatin1String("data")));
-    if (m_exchange.params.isEmpty() || !m_exchange.params.fromJson(values)) {
+    if (m_exchange.params.isEmpty() || values.isEmpty() || !m_exchange.params.fromJson(values)) {
         error(QStringLiteral("Wrong param data"));
     } else if (askServer("setDeviceParametrs")) {
         ok();
