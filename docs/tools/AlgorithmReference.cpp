@@ -36,7 +36,11 @@ constexpr Purpose kPurposes[]{
      "Heart rate from the R peaks of one channel, of the signal before the channel filters. A result has the beats "
      "per\n"
      "minute, the interval in milliseconds, and where the peak lies, in samples. R peaks must be negative in the "
-     "blocks."},
+     "blocks.\n"
+     "\"ampMin\" is the least rise and fall of a beat, 20 ms before and 25 ms after its peak, in units of 70.7 µV: "
+     "the\n"
+     "default is 18 µV, which other waves reach too; 2.5 (177 µV) suits R peaks of about 1 mV. \"ampMax\" is not "
+     "used."},
     {"AsymmetryCoeff",
      "Asymmetry of the power that two channels have in a band: |A − B| / max(A, B) · 100, a single value, from the\n"
      "spectra of a SpectrumOnline, its depend name. Of a list of channels the first that the montage has counts."},
@@ -65,7 +69,9 @@ constexpr const char *kHead =
     "their\n"
     "montage names separated by \";\" (none: all). \"Set by\" says who sets a value: the user, the user as a formula, "
     "or the\n"
-    "user's pick from what there is; only the first is editable through the command service.\n";
+    "user's pick from what there is; only the first is editable through the command service. "
+    "`UnitParams::problemOf()`\n"
+    "says in a sentence why a value is outside its limits or no choice; setting one does not check.\n";
 
 constexpr const char *kRhythmsHead =
     "\n## Rhythms\n\n"
