@@ -536,7 +536,7 @@ void TestFiles::withinFirstSecond()
         unsigned samples;
         bool label, isPadded, isKept;
     };
-    constexpr Case kCases[]{{0, false, false, true}, {7, false, false, false}, {0, true, false, false},
+    constexpr Case kCases[]{{0, false, false, true}, {7, false, false, true}, {0, true, false, false},
                             {7, true, false, false}, {7, true, true, true},    {10, true, false, true}};
     for (const Case &row : kCases) {
         EDFWriter writer(path(), 2, 10);
@@ -545,6 +545,7 @@ void TestFiles::withinFirstSecond()
         QVERIFY(!row.isPadded || writer.writeRemainderToFile());
         QCOMPARE(writer.close(), row.isKept);
         QCOMPARE(writer.lastError().isEmpty(), row.isKept);
+        QCOMPARE(writer.notice().isEmpty(), row.samples % 10 == 0 || row.isPadded || !row.isKept);
         QCOMPARE(writer.paddedSeconds(), row.isPadded ? 0.3 : 0.0);
         QCOMPARE(QFile::remove(path(QStringLiteral("test.edf.labels"))), row.label && !row.isKept);
     }

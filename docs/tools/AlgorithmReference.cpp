@@ -75,7 +75,9 @@ constexpr const char *kHead =
     "their\n"
     "montage names separated by \";\" (none: all). \"Set by\" says who sets a value: the user, the user as a formula, "
     "or the\n"
-    "user's pick from what there is; only the first is editable through the command service.\n";
+    "user's pick from what there is; only the first is editable through the command service. "
+    "`UnitParams::problemOf()`\n"
+    "says in a sentence why a value is outside its limits or no choice; setting one does not check.\n";
 
 constexpr const char *kRhythmsHead =
     "\n## Rhythms\n\n"

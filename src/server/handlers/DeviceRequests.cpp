@@ -67,7 +67,8 @@ void RequestGetDiscoverDevice::setParameters()
     // The set's own name is the device's here, which is not the device's to take over.
     const QJsonValue values = body().value(QLatin1String("data"));
     const UnitParams before = m_exchange.params;
-    const bool isTaken = !before.isEmpty() && m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}});
+    const bool isTaken = values.isArray() && !before.isEmpty()
+        && m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}});
     if (!isTaken || !bp::unknownKeys(before, values.toArray()).isEmpty()
         || !bp::limitRefusal(m_exchange.params, before).isEmpty()) {
         error(QStringLiteral("Wrong param data"));
