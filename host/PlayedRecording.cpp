@@ -72,20 +72,11 @@ QStringList deviceNotes(Amplifier &device)
     UnitParams params;
     device.getUnitParams(params);
     QStringList notes;
-    for (const custom_param &param : params.getParamList()) {
-        const QString value = param.getValue();
-        if (param.isEditable() || value.isEmpty() || value == QLatin1String("0")
-            || param.key == QLatin1String("file")) {
-            continue;
-        }
-        if (param.key == QLatin1String("left_out")) {
-            notes << QStringLiteral("Left out, since their rate differs: %1.")
-                         .arg(QString(value).replace(QLatin1Char(';'), QLatin1String(", ")));
-        } else {
-            notes << QStringLiteral("%1: %2%3")
-                         .arg(param.getTitle(), value,
-                              value.endsWith(QLatin1Char('.')) ? QString() : QStringLiteral("."));
-        }
+    const UnitParams &values = params;
+    if (!values.getParamValue(QStringLiteral("left_out")).isEmpty()) {
+        notes << QStringLiteral("Left out, since their rate differs: %1.")
+                     .arg(QString(values.getParamValue(QStringLiteral("left_out")))
+                              .replace(QLatin1Char(';'), QLatin1String(", ")));
     }
     return notes;
 }

@@ -7,13 +7,8 @@
 #include <QStringList>
 
 class UnitParams;
-struct custom_param;
 
 namespace bp {
-
-/// Whether the value is what the parameter takes: a number within its limits, the index of one of its choices, "0" or
-/// "1" for a flag. An empty value brings the default back. Texts are not looked into.
-BIOPROCESSING_EXPORT bool isWithinLimits(const custom_param &param, const QString &value);
 
 /// One sentence on the first value that is not what its parameter takes; empty when all are. Values that are as before
 /// count as good.
