@@ -15,10 +15,10 @@ class FilterFeed;
 
 /// The filters of one channel, in running order, shared with the reader that runs them.
 ///
-/// Reads like a vector of pointers. It changes through its operations only, so that the reader sees every change: it runs
-/// the new list from its next block on, and a filter that stays in the list keeps its history. Belongs to one thread,
-/// the one that sets the montage up. A filter that leaves the list, or its reader, is deleted by whoever used it last,
-/// which may be the reader's thread: give it no QObject parent.
+/// Reads like a vector of pointers. It changes through its operations only, so that the reader sees every change: it
+/// runs the new list from its next block on, and a filter that stays in the list keeps its history. Belongs to one
+/// thread, the one that sets the montage up. A filter that leaves the list, or its reader, is deleted by whoever used
+/// it last, which may be the reader's thread: give it no QObject parent.
 class BIOPROCESSING_EXPORT FilterList
 {
 public:
@@ -45,7 +45,10 @@ public:
     /// Takes shared ownership; what a std::unique_ptr holds can be moved in. Null entries are skipped when running.
     void push_back(value_type filter) { insert(end(), std::move(filter)); }
     /// @param filter  what a std::shared_ptr is made of: a pointer from new, which is taken over, or a std::unique_ptr
-    template <class Pointer> void emplace_back(Pointer &&filter) { push_back(value_type(std::forward<Pointer>(filter))); }
+    template <class Pointer> void emplace_back(Pointer &&filter)
+    {
+        push_back(value_type(std::forward<Pointer>(filter)));
+    }
     const_iterator insert(const_iterator position, value_type filter);
     const_iterator erase(const_iterator position) { return erase(position, position + 1); }
     const_iterator erase(const_iterator first, const_iterator last);
