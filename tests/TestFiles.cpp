@@ -1,4 +1,5 @@
 #include "devices/AmplifierChannel.h"
+#include "files/EDFConverter.h"
 #include "files/EDFReader.h"
 #include "files/EDFWriter.h"
 #include "montage/Montage.h"
@@ -7,10 +8,12 @@
 #include "support/TestMain.h"
 #include "support/TraceCapture.h"
 
+#include <QLockFile>
 #include <QTemporaryDir>
 #include <QTextCodec>
 
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <thread>
 
@@ -65,6 +68,10 @@ private slots:
     void writerJoinsBlocks();
     void writerRefusesFiles();
     void writerSparesOpenFiles();
+    void openFilesAreKnown_data();
+    void openFilesAreKnown();
+    void lockKeepsOthersAway();
+    void startTimeIsGiven();
     void nothingWithoutFile();
     void recordsOfOtherThreads();
 
@@ -72,6 +79,8 @@ private slots:
     void annotationText();
     void annotationTimes();
     void lostRecords();
+    void goneWhileRecording();
+    void withinFirstSecond();
 
     void readerReadsPastEnd();
     void readerHeaderFacts();
@@ -250,6 +259,88 @@ void TestFiles::writerSparesOpenFiles()
     QVERIFY(another.open());
 }
 
+void TestFiles::openFilesAreKnown_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<bool>("isWriter");
+    QTest::newRow("sound recording") << QStringLiteral("EDF+C") << false;
+    QTest::newRow("discontinuous recording") << QStringLiteral("EDF+D") << false;
+    QTest::newRow("being recorded") << QStringLiteral("EDF+C") << true;
+}
+
+void TestFiles::openFilesAreKnown()
+{
+    QFETCH(QString, kind);
+    QFETCH(bool, isWriter);
+    namespace fs = std::filesystem;
+    HandmadeEdf::write(HandmadeEdf::changed(record(), 192, kind.toLatin1()), path());
+    const auto native = [](const QString &file) { return fs::path(file.toStdU16String()); };
+    std::error_code error;
+    fs::remove(native(path(QStringLiteral("hard.edf"))));
+    fs::remove(native(path(QStringLiteral("soft.edf"))));
+    fs::create_hard_link(native(path()), native(path(QStringLiteral("hard.edf"))), error);
+    fs::create_symlink(native(path()), native(path(QStringLiteral("soft.edf"))), error);
+    EDFReader reader(path());
+    EDFWriter first;
+    QVERIFY(isWriter ? first.prepareWriter(path(), makeMontage({QString(), QString()}), 10) && write(first, 10)
+                     : reader.open());
+    const QByteArray bytes = EdfParser(path()).bytes;
+    for (const QString &name : {QStringLiteral("test.edf"), QStringLiteral("./test.edf"), QStringLiteral("hard.edf"),
+                                QStringLiteral("soft.edf")}) {
+        if (!QFile::exists(path(name))) {
+            continue; // no links on this file system
+        }
+        EDFWriter writer(path(name), 2, 10);
+        QVERIFY2(!writer.isFileOpened(), qPrintable(name));
+        QVERIFY2(writer.lastError().contains(QStringLiteral("has it open")), qPrintable(writer.lastError()));
+        EDFConverter converter;
+        HandmadeEdf{{{"EEG Cz"}}}.writeTo(path(QStringLiteral("source.edf")));
+        QVERIFY(!converter.crop(path(QStringLiteral("source.edf")), path(name), 0.0, 1.0));
+        QVERIFY2(converter.lastError().contains(QStringLiteral("has it open")), qPrintable(converter.lastError()));
+        QCOMPARE(EdfParser(path()).bytes, bytes);
+    }
+    reader.close();
+    first.close();
+    QVERIFY(EDFWriter(path(QStringLiteral("hard.edf")), 2, 10).isFileOpened());
+}
+
+void TestFiles::lockKeepsOthersAway()
+{
+    const QByteArray bytes = record();
+    const QString lockPath = path(QStringLiteral("test.edf.lock"));
+    QVERIFY(!QFile::exists(lockPath));
+    {
+        QLockFile other(lockPath);
+        QVERIFY(other.lock());
+        EDFWriter writer(path(), 2, 10);
+        QVERIFY(!writer.isFileOpened());
+        QVERIFY2(writer.lastError().contains(QStringLiteral("records into it")), qPrintable(writer.lastError()));
+        QCOMPARE(EdfParser(path()).bytes, bytes);
+    }
+    // As a program leaves it that was killed.
+    HandmadeEdf::write("2147483646\nrecorder\n" + QSysInfo::machineHostName().toLocal8Bit() + '\n', lockPath);
+    EDFWriter writer(path(), 2, 10);
+    QVERIFY2(writer.isFileOpened(), qPrintable(writer.lastError()));
+    QVERIFY(QFile::exists(lockPath));
+    QVERIFY(writer.close());
+    QVERIFY(!QFile::exists(lockPath));
+}
+
+void TestFiles::startTimeIsGiven()
+{
+    EDFWriter writer;
+    for (const int year : {1985, 2084, 1984}) {
+        const QDateTime given(QDate(year, 2, 28), QTime(23, 59, 58, 700));
+        writer.setStartDateTime(given);
+        QVERIFY(writer.prepareWriter(path(), makeMontage({QStringLiteral("Fp1"), QStringLiteral("Fp2")}), 10));
+        QCOMPARE(writer.notice().contains(QStringLiteral("no year")), year == 1984);
+        QVERIFY(write(writer, 10) && writer.close());
+        EDFReader reader(path());
+        QVERIFY(reader.open());
+        QCOMPARE(reader.getStartDateTime() == given.addMSecs(-700), year != 1984);
+    }
+}
+
 void TestFiles::nothingWithoutFile()
 {
     EDFWriter writer;
@@ -290,22 +381,30 @@ void TestFiles::recordsOfOtherThreads()
 
 void TestFiles::annotationsComeBack()
 {
-    for (const int records : {10, 1}) { // there is room for 16 per record
-        const int given = records * 10 + 10;
-        const int kept = std::min(given, records * 16);
+    struct Case
+    {
+        int records, given;
+    };
+    constexpr Case kCases[]{{10, 110}, {1, 20}, {2, 40}, {1, 200}}; // a record has 16 slots for annotations
+    for (const auto &[records, given] : kCases) {
         EDFWriter writer(path(), 2, given / records);
         for (int i = 0; i < given; ++i) {
             QVERIFY(write(writer, 1));
             QVERIFY(writer.addAnnotationAt(i * 97 + 3, QString::number(i)).first);
         }
-        TraceCapture trace;
-        QVERIFY(writer.close());
-        QCOMPARE(trace.count(QStringLiteral("4 annotations did not fit")), kept < given ? 1 : 0);
+        const bool fits = given < 200;
+        QCOMPARE(writer.close(), fits);
         const EdfParser file(path());
+        const int kept = file.annotations.size();
+        QVERIFY2(fits ? kept == given : kept > 64 && kept < given, qPrintable(QString::number(kept)));
+        // What found no room is where the sentence says.
+        const QString journal = path() + QStringLiteral(".labels");
+        QCOMPARE(QFile::exists(journal), !fits);
+        QVERIFY2(fits || writer.lastError().contains(QStringLiteral("%1 of its 200 labels").arg(given - kept)),
+                 qPrintable(writer.lastError()));
         EDFReader reader(path());
         QVERIFY(reader.open());
-        QCOMPARE(file.annotations.size(), kept);
-        QCOMPARE(reader.annotations().size(), kept);
+        QCOMPARE(reader.annotations().size(), given);
         for (int i = 0; i < kept; ++i) {
             QCOMPARE(file.annotations[i].onset, (i * 97 + 3) / 1000.0);
             QCOMPARE(file.annotations[i].text, QByteArray::number(i));
@@ -313,6 +412,7 @@ void TestFiles::annotationsComeBack()
             QCOMPARE(reader.annotations()[i].text, QString::number(i));
         }
         QCOMPARE(file.recordOnsets, (QList<double>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}).mid(0, records));
+        QFile::remove(journal);
     }
 }
 
@@ -334,6 +434,8 @@ void TestFiles::annotationText()
         const bool written = write(writer, 10) && writer.close();
         EDFReader reader(path());
         const bool opened = reader.open();
+        const bool isCut = QString::fromUtf8(row[0]).size() != QString::fromUtf8(row[2]).size();
+        QCOMPARE(writer.notice().contains(QStringLiteral("40 bytes")), isCut);
         const QList<AnnotationStrct> annotations = reader.annotations();
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
         QVERIFY2(written && opened, qPrintable(reader.lastError()));
@@ -370,7 +472,7 @@ void TestFiles::annotationTimes()
     QCOMPARE(times, (QList<double>{0.5, 0.2, 0.0, 0.0001, 123.456, 0.0001, onset, 0.0001}));
 }
 
-// A file whose end has not reached the disk: a shortened copy takes its place while it is being written.
+// A file whose end has not reached the disk: it is cut while it is being written.
 void TestFiles::lostRecords()
 {
     for (const double recordsOnDisk : {3.5, 4.0, 0.9}) {
@@ -382,10 +484,7 @@ void TestFiles::lostRecords()
         }
         const EdfParser unfinished(path());
         const int onDisk = unfinished.headerBytes + static_cast<int>(recordsOnDisk * unfinished.recordBytes);
-        if (!QFile::remove(path())) {
-            QSKIP("This system does not replace a file that is open.");
-        }
-        HandmadeEdf::write(unfinished.bytes.left(onDisk), path());
+        QVERIFY(QFile::resize(path(), onDisk));
 
         TraceCapture trace;
         QVERIFY(!writer.close());
@@ -405,6 +504,48 @@ void TestFiles::lostRecords()
             QTest::ignoreMessage(QtDebugMsg, kFormatError);
         }
         QCOMPARE(EDFReader(path()).open(), expected > 0);
+    }
+}
+
+void TestFiles::goneWhileRecording()
+{
+    for (const bool isReplaced : {false, true}) {
+        EDFWriter writer(path(), 2, 10);
+        QVERIFY(write(writer, 25) && writer.addAnnotationAt(5, QStringLiteral("label")).first);
+        if (!QFile::remove(path())) {
+            QSKIP("This system does not remove a file that is open.");
+        }
+        if (isReplaced) {
+            HandmadeEdf::write("another file", path());
+        }
+        QVERIFY(!writer.close());
+        QVERIFY2(
+            writer.lastError().contains(isReplaced ? QStringLiteral("was replaced") : QStringLiteral("was removed")),
+            qPrintable(writer.lastError()));
+        QVERIFY(writer.lastError().contains(QStringLiteral("test.edf.labels")));
+        QVERIFY(QFile::remove(path(QStringLiteral("test.edf.labels"))));
+        QCOMPARE(EdfParser(path()).bytes, QByteArray(isReplaced ? "another file" : ""));
+    }
+}
+
+void TestFiles::withinFirstSecond()
+{
+    struct Case
+    {
+        unsigned samples;
+        bool label, isPadded, isKept;
+    };
+    constexpr Case kCases[]{{0, false, false, true}, {7, false, false, false}, {0, true, false, false},
+                            {7, true, false, false}, {7, true, true, true},    {10, true, false, true}};
+    for (const Case &row : kCases) {
+        EDFWriter writer(path(), 2, 10);
+        QVERIFY(write(writer, row.samples));
+        QVERIFY(!row.label || writer.addAnnotationAt(0, QStringLiteral("begin")).first);
+        QVERIFY(!row.isPadded || writer.writeRemainderToFile());
+        QCOMPARE(writer.close(), row.isKept);
+        QCOMPARE(writer.lastError().isEmpty(), row.isKept);
+        QCOMPARE(writer.paddedSeconds(), row.isPadded ? 0.3 : 0.0);
+        QCOMPARE(QFile::remove(path(QStringLiteral("test.edf.labels"))), row.label && !row.isKept);
     }
 }
 

@@ -1,3 +1,4 @@
+#include "files/EDFConverter.h"
 #include "files/EDFReader.h"
 #include "files/EDFRescue.h"
 #include "files/EDFWriter.h"
@@ -36,6 +37,8 @@ private slots:
 
     void unclosedRecording();
     void killedWhileClosing();
+    void isNeverOverwritten_data();
+    void isNeverOverwritten();
     void foreignJournal();
     void emptyTail();
     void cutFile();
@@ -144,6 +147,47 @@ void TestRescue::killedWhileClosing()
     reader.close();
     QVERIFY(EDFRescue::repair(path(), repaired()).done);
     QCOMPARE(texts(repaired()).size(), 5);
+}
+
+void TestRescue::isNeverOverwritten_data()
+{
+    QTest::addColumn<bool>("isClosed");
+    QTest::addColumn<int>("labels");
+    QTest::addColumn<int>("bytes"); // −1: all
+    QTest::addColumn<bool>("isSetAside");
+    QTest::newRow("not closed") << false << 0 << -1 << true;
+    QTest::newRow("not closed, with labels") << false << 3 << -1 << true;
+    QTest::newRow("killed in its first second") << false << 3 << 0 << false;
+    QTest::newRow("closed, but not its labels") << true << 3 << -1 << true;
+    QTest::newRow("closed") << true << 0 << -1 << false;
+}
+
+void TestRescue::isNeverOverwritten()
+{
+    QFETCH(bool, isClosed);
+    QFETCH(int, labels);
+    QFETCH(int, bytes);
+    QFETCH(bool, isSetAside);
+    const QByteArray left =
+        (isClosed ? (recordUnclosed(labels, 25), m_closed) : recordUnclosed(labels, 25)).mid(0, bytes);
+    const QByteArray labelsLeft = EdfParser(journal()).bytes;
+    for (const char *kept : {"test_unclosed.edf", "test_unclosed2.edf"}) {
+        HandmadeEdf::write(left, path());
+        QVERIFY(labels == 0 || !HandmadeEdf::write(labelsLeft, journal()).isEmpty());
+        EDFWriter writer(path(), 1, 10);
+        QVERIFY2(writer.isFileOpened(), qPrintable(writer.lastError()));
+        const QString name = path(QLatin1String(kept));
+        QCOMPARE(EdfParser(name).bytes, isSetAside ? left : QByteArray());
+        QCOMPARE(EdfParser(name + QStringLiteral(".labels")).bytes, labelsLeft);
+        QVERIFY2(writer.notice().contains(name) == (isSetAside || labels > 0), qPrintable(writer.notice()));
+        QVERIFY(writer.writeData(10, std::vector<float>(10).data()) && writer.close());
+        QCOMPARE(EdfParser(path()).records, 1);
+        QVERIFY(!QFile::exists(journal()));
+        EDFConverter converter;
+        const QString source = path(QStringLiteral("going_on.edf"));
+        QVERIFY2(!isSetAside || !converter.crop(source, name, 0.0, 1.0), kept);
+        QCOMPARE(EdfParser(name).bytes, isSetAside ? left : QByteArray());
+    }
 }
 
 void TestRescue::foreignJournal()

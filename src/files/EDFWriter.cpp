@@ -1,5 +1,6 @@
 #include "files/EDFWriter.h"
 
+#include "files/edf/EdfClaim.h"
 #include "files/edf/EdfJournal.h"
 #include "files/edf/EdfLibrary.h"
 #include "files/edf/EdfRecordGuard.h"
@@ -8,6 +9,7 @@
 #include "files/edf/EdfText.h"
 #include "montage/Montage.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QStorageInfo>
@@ -22,12 +24,15 @@ namespace {
 
 using Limits = bp::EdfRecordingLimits;
 
+constexpr int kFirstYear = 1985; // of those that the two digits in the header stand for
+constexpr int kLastYear = 2084;
 constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it EDFlib's own units overflow
 
 } // namespace
 
 EDFWriter::EDFWriter()
-    : m_guard(std::make_unique<bp::EdfRecordGuard>())
+    : m_claim(std::make_unique<bp::EdfClaim>())
+    , m_guard(std::make_unique<bp::EdfRecordGuard>())
     , m_journal(std::make_unique<bp::EdfJournal>())
 {
     BPCommon::log(m_logLevel, "EDFWriter::EDFWriter ");
@@ -101,6 +106,9 @@ bool EDFWriter::open()
     }
     m_lastError.clear();
     m_position = 0;
+    m_paddedSeconds = 0.0;
+    m_hasSamples = false;
+    m_cutsLabels = false;
     m_guard->begin(m_path);
     m_isOpen = true;
     initCurrentFile(m_channelCount);
@@ -119,30 +127,39 @@ QString EDFWriter::unwritableReason() const
     if (target.exists() && !target.isFile()) {
         return QStringLiteral("it is not a regular file");
     }
-    if (bp::EdfLibrary::isFileUsed(m_path)) {
-        return QStringLiteral("this program has it open already");
-    }
     return QString();
 }
 
 bool EDFWriter::createFile()
 {
     const bool existed = QFileInfo::exists(m_path);
-    QFile file(m_path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        return refuse(file.errorString());
+    const QString reason = m_claim->take(m_path);
+    if (!reason.isEmpty()) {
+        return refuse(reason);
     }
-    file.close();
+    m_notice.clear();
+    if (!m_claim->setAsidePath().isEmpty()) {
+        addNotice("open",
+                  QStringLiteral("An unrepaired recording was at %1 and is kept as %2.")
+                      .arg(m_path, m_claim->setAsidePath()));
+    }
     m_handle = bp::EdfLibrary::openForWriting(m_path, EDFLIB_FILETYPE_EDFPLUS, m_channelCount);
     if (m_handle >= 0) {
         return true;
     }
     BPCommon::log(m_logLevel, "EDFWriter::open edfopen_file_writeonly code error %i", m_handle);
     m_lastError = QStringLiteral("Cannot create %1: %2.").arg(m_path, bp::EdfLibrary::errorText(m_handle));
+    m_claim->release();
     if (!existed) {
-        file.remove();
+        QFile::remove(m_path);
     }
     return false;
+}
+
+void EDFWriter::addNotice(const char *function, const QString &sentence)
+{
+    BPCommon::log(m_logLevel, "EDFWriter::%s %s", function, sentence);
+    m_notice += (m_notice.isEmpty() ? QString() : QStringLiteral(" ")) + sentence;
 }
 
 bool EDFWriter::refuse(const QString &reason)
@@ -156,25 +173,36 @@ void EDFWriter::initCurrentFile(int channelCount)
 {
     BPCommon::log(m_logLevel, "EDFWriter::initCurrentFile %i", channelCount);
     for (int i = 0; m_isOpen && i < std::min(channelCount, m_channelCount); ++i) {
-        edf_set_label(m_handle, i, bp::EdfText::label(m_labels.value(i)).constData());
-        edf_set_prefilter(m_handle, i, "");
-        edf_set_physical_dimension(m_handle, i, "uV");
-        edf_set_physical_maximum(m_handle, i, bp::EdfSamples::kPhysicalMaximum);
-        edf_set_digital_maximum(m_handle, i, bp::EdfSamples::kDigitalMaximum);
-        edf_set_digital_minimum(m_handle, i, bp::EdfSamples::kDigitalMinimum);
-        edf_set_physical_minimum(m_handle, i, bp::EdfSamples::kPhysicalMinimum);
-        edf_set_samplefrequency(m_handle, i, static_cast<int>(m_samplesPerRecord));
+        const int codes[]{edf_set_label(m_handle, i, bp::EdfText::label(m_labels.value(i)).constData()),
+                          edf_set_prefilter(m_handle, i, ""),
+                          edf_set_physical_dimension(m_handle, i, "uV"),
+                          edf_set_physical_maximum(m_handle, i, bp::EdfSamples::kPhysicalMaximum),
+                          edf_set_digital_maximum(m_handle, i, bp::EdfSamples::kDigitalMaximum),
+                          edf_set_digital_minimum(m_handle, i, bp::EdfSamples::kDigitalMinimum),
+                          edf_set_physical_minimum(m_handle, i, bp::EdfSamples::kPhysicalMinimum),
+                          edf_set_samplefrequency(m_handle, i, static_cast<int>(m_samplesPerRecord))};
+        for (const int code : codes) { // in this order: EDFlib is called as the list is made
+            reportError(code, "EDFWriter::initCurrentFile code error %i");
+        }
     }
 }
 
 void EDFWriter::requestHeaderFields()
 {
-    edf_set_number_of_annotation_signals(m_handle, Limits::annotationSignals(m_channelCount));
+    reportError(edf_set_number_of_annotation_signals(m_handle, Limits::annotationSignals(m_channelCount)),
+                "EDFWriter::open edf_set_number_of_annotation_signals code error %i");
+    const int year = m_startDateTime.date().year();
+    const bool isGiven = m_startDateTime.isValid() && year >= kFirstYear && year <= kLastYear;
+    if (m_startDateTime.isValid() && !isGiven) {
+        addNotice("open",
+                  QStringLiteral("The format has no year %1: the recording starts at the present time.").arg(year));
+    }
     // Otherwise EDFlib takes the time of the first record, when a second of the recording is over.
-    const QDateTime now = m_startDateTime.isValid() ? m_startDateTime : QDateTime::currentDateTime();
-    edf_set_startdatetime(m_handle, now.date().year(), now.date().month(), now.date().day(), now.time().hour(),
-                          now.time().minute(), now.time().second());
-    m_journal->begin(m_path, now.toString(QStringLiteral("dd.MM.yyhh.mm.ss")).toLatin1());
+    const QDateTime start = isGiven ? m_startDateTime : QDateTime::currentDateTime();
+    reportError(edf_set_startdatetime(m_handle, start.date().year(), start.date().month(), start.date().day(),
+                                      start.time().hour(), start.time().minute(), start.time().second()),
+                "EDFWriter::open edf_set_startdatetime code error %i");
+    m_journal->begin(m_path, start.toString(QStringLiteral("dd.MM.yyhh.mm.ss")).toLatin1());
 }
 
 bool EDFWriter::close()
@@ -184,34 +212,81 @@ bool EDFWriter::close()
         return false;
     }
     m_isOpen = false;
+    const bool isInPlace = m_claim->isInPlace();
+    m_guard->beginClose();
     const int code = bp::EdfLibrary::close(m_handle);
     m_handle = -1;
     if (code != 0) {
         BPCommon::log(m_logLevel, "EDFWriter::close code error %i", code);
     }
-    const qint64 written = m_guard->soundRecords();
-    const bool complete = m_guard->mend();
-    if (!complete) {
-        BPCommon::log(m_logLevel, "EDFWriter::close %i of %i records are in the file", m_guard->soundRecords(),
-                      written);
-        m_lastError = m_lastError.isEmpty() ? writeFailure() : m_lastError;
-        m_lastError += QStringLiteral(" It holds the first %1 s.").arg(m_guard->soundRecords());
+    QString fault = closeFault(isInPlace);
+    if (fault.isEmpty() && code != 0) {
+        fault = writeFailure();
     }
-    reportDroppedAnnotations();
-    if (code == 0 && complete) {
+    m_claim->release();
+    if (fault.isEmpty()) {
         m_journal->finish();
-    } else {
-        m_journal->keep();
+        return true;
     }
-    return code == 0 && complete;
+    m_journal->keep();
+    m_lastError = fault;
+    BPCommon::log(m_logLevel, "EDFWriter::close %s", m_lastError);
+    return false;
 }
 
-void EDFWriter::reportDroppedAnnotations() const
+void EDFWriter::discardEmpty()
 {
-    const qint64 room = m_guard->soundRecords() * Limits::annotationSignals(m_channelCount);
-    if (m_guard->annotationCount() > room) {
-        BPCommon::log(m_logLevel, "EDFWriter::close %i annotations did not fit", m_guard->annotationCount() - room);
+    if (!m_isOpen || m_hasSamples) {
+        return;
     }
+    m_isOpen = false;
+    const bool isInPlace = m_claim->isInPlace();
+    bp::EdfLibrary::close(m_handle);
+    m_handle = -1;
+    m_claim->release();
+    m_journal->finish();
+    if (isInPlace) {
+        QFile::remove(m_path);
+    }
+}
+
+/// Mends the closed file. Returns a sentence on what is missing in it; empty when nothing is.
+QString EDFWriter::closeFault(bool isInPlace)
+{
+    if (!isInPlace) {
+        const QString how = QFileInfo::exists(m_path) ? QStringLiteral("replaced") : QStringLiteral("removed");
+        const QString labels = m_guard->annotationCount() == 0 || !m_journal->isComplete()
+            ? QString()
+            : QStringLiteral(" Its labels are in %1.").arg(bp::EdfJournal::pathFor(m_path));
+        return QStringLiteral("%1 was %2 while it was being recorded: the recording is lost.").arg(m_path, how)
+            + labels;
+    }
+    const qint64 written = m_guard->soundRecords();
+    if (!m_guard->mend()) {
+        BPCommon::log(m_logLevel, "EDFWriter::close %i of %i records are in the file", m_guard->soundRecords(),
+                      written);
+        const QString cause = m_lastError.isEmpty() ? writeFailure() : m_lastError;
+        return cause + QStringLiteral(" It holds the first %1 s.").arg(m_guard->soundRecords()) + lostLabels();
+    }
+    if (written == 0 && (m_hasSamples || m_guard->annotationCount() > 0)) {
+        return QStringLiteral("%1 ended within its first second and holds nothing.").arg(m_path) + lostLabels();
+    }
+    return lostLabels().trimmed();
+}
+
+/// A sentence with a blank before it.
+QString EDFWriter::lostLabels() const
+{
+    const qint64 lost = m_guard->lostAnnotations();
+    if (lost == 0) {
+        return QString();
+    }
+    BPCommon::log(m_logLevel, "EDFWriter::close %i annotations did not fit", lost);
+    return QStringLiteral(" %1 of its %2 labels found no room in it%3.")
+        .arg(lost)
+        .arg(m_guard->annotationCount())
+        .arg(m_journal->isComplete() ? QStringLiteral("; all of them are in ") + bp::EdfJournal::pathFor(m_path)
+                                     : QString());
 }
 
 bool EDFWriter::writeData(unsigned count, const float *samples)
@@ -221,6 +296,7 @@ bool EDFWriter::writeData(unsigned count, const float *samples)
         return false;
     }
     BPCommon::log(m_logLevel, "EDFWriter::writeData %i", count);
+    m_hasSamples = m_hasSamples || count > 0;
     bool written = true;
     unsigned from = 0;
     while (count - from >= m_samplesPerRecord - m_position) {
@@ -246,7 +322,11 @@ bool EDFWriter::writeRemainderToFile()
     for (auto block = m_buffer.begin(); block != m_buffer.end(); block += m_samplesPerRecord) {
         std::fill(block + m_position, block + m_samplesPerRecord, qint16{0});
     }
-    return writeRecord("EDFWriter::writeRemainderToFile %i");
+    if (!writeRecord("EDFWriter::writeRemainderToFile %i")) {
+        return false;
+    }
+    m_paddedSeconds = static_cast<double>(m_samplesPerRecord - m_position) / m_samplesPerRecord;
+    return true;
 }
 
 void EDFWriter::fillOutPutBuffer(unsigned count, const float *samples, unsigned take, unsigned from)
@@ -335,6 +415,11 @@ bool EDFWriter::writeAnnotation(long long onset, long long duration, const QStri
         BPCommon::log(m_logLevel, "EDFWriter::addAnnotation edfwrite_annotation_utf8 code error %i", code);
         return false;
     }
+    if (!m_cutsLabels && bp::EdfText::isCut(text)) {
+        m_cutsLabels = true;
+        addNotice("addAnnotation",
+                  QStringLiteral("Labels have at most 40 bytes in a recording: \"%1\" was cut.").arg(text));
+    }
     m_guard->noteAnnotation(onset, duration, bytes);
     if (!m_journal->note({onset, duration, bytes})) {
         BPCommon::log(m_logLevel, "EDFWriter::addAnnotation is not in the journal %s", bp::EdfJournal::pathFor(m_path));
@@ -357,28 +442,28 @@ void EDFWriter::setPatientInfo(const PatientInfo &patient)
 void EDFWriter::setPatientName(const QString &name)
 {
     m_patientName = name;
-    reportHeaderError(m_isOpen ? edf_set_patientname(m_handle, bp::EdfText::header(name).constData()) : 0,
-                      "EDFWriter::setPatientName code error %i");
+    reportError(m_isOpen ? edf_set_patientname(m_handle, bp::EdfText::header(name).constData()) : 0,
+                "EDFWriter::setPatientName code error %i");
 }
 
 void EDFWriter::setPatientGender(int gender)
 {
-    reportHeaderError(m_isOpen ? edf_set_gender(m_handle, gender) : 0, "EDFWriter::setPatientGender code error %i");
+    reportError(m_isOpen ? edf_set_gender(m_handle, gender) : 0, "EDFWriter::setPatientGender code error %i");
 }
 
 void EDFWriter::setPatientData(int year, int month, int day)
 {
-    reportHeaderError(m_isOpen ? edf_set_birthdate(m_handle, year, month, day) : 0,
-                      "EDFWriter::setPatientData code error %i");
+    reportError(m_isOpen ? edf_set_birthdate(m_handle, year, month, day) : 0,
+                "EDFWriter::setPatientData code error %i");
 }
 
 void EDFWriter::setEquipmentInfo(const QString &equipment)
 {
-    reportHeaderError(m_isOpen ? edf_set_equipment(m_handle, bp::EdfText::header(equipment).constData()) : 0,
-                      "EDFWriter::setEquipmentInfo code error %i");
+    reportError(m_isOpen ? edf_set_equipment(m_handle, bp::EdfText::header(equipment).constData()) : 0,
+                "EDFWriter::setEquipmentInfo code error %i");
 }
 
-void EDFWriter::reportHeaderError(int code, const char *format) const
+void EDFWriter::reportError(int code, const char *format) const
 {
     if (code != 0) {
         BPCommon::log(m_logLevel, format, code);

@@ -16,6 +16,7 @@
 
 class Montage;
 namespace bp {
+class EdfClaim;
 class EdfJournal;
 class EdfRecordGuard;
 } // namespace bp
@@ -50,11 +51,19 @@ public:
     void setInternalBuffSize(int samplesPerRecord, unsigned channelCount);
 
     /// Creates the file, replacing an existing one. Nothing is touched when the file would be one that EDFlib cannot
-    /// write (no channels, more than 639, no samples, records beyond 10 MB) or is open in this process already.
+    /// write (no channels, more than 639, no samples, records beyond 10 MB), when this process reads or writes the file
+    /// under whatever path, and when another program records into it: while a file is open, "a.edf.lock" stands beside
+    /// "a.edf". A recording that was not closed, and the journal of its labels, are not replaced but renamed; notice()
+    /// tells the name.
     bool open();
-    /// Finalises the file. When records did not reach the disk, the file is cut to those that did, so that it can be
-    /// read, and the result is false.
+    /// Finalises the file.
+    /// @return false, with lastError(), when the recording is not on the disk as it should be: it was removed or
+    /// replaced meanwhile; records did not reach the disk, and it is cut to those that did; it ended within its first
+    /// second, so that there is no record; or labels found no room. The journal of the labels then stays.
     bool close();
+    /// Takes back the opening of a file that has been given no samples: it is removed with its journal, and nothing is
+    /// reported. Does nothing otherwise.
+    void discardEmpty();
     bool isFileOpened() const { return m_isOpen; }
     /// Gives the signals of the file just opened their label, unit, range and rate. Called by open().
     void initCurrentFile(int channelCount);
@@ -67,6 +76,9 @@ public:
     /// Fills the current record with zeros and writes it. The position stays (clearShift() resets it); at the beginning
     /// of a record that is a whole second of zeros.
     bool writeRemainderToFile();
+    /// Seconds of zeros at the end of the last record that writeRemainderToFile() wrote, into the file that is open, or
+    /// else the last one; 0 when it wrote none.
+    double paddedSeconds() const { return m_paddedSeconds; }
     /// Copies samples [from, from + take) of each channel of a block into the current record, inverted, without moving
     /// the position. What does not fit the record or the block is left out.
     void fillOutPutBuffer(unsigned count, const float *samples, unsigned take, unsigned from);
@@ -79,8 +91,9 @@ public:
 
     /// Annotates the present time, measured from takeStartTime().
     ///
-    /// A file holds 16 annotations per record; those beyond are dropped at close(), with a trace line. Texts go into
-    /// the file in the local 8-bit encoding and are cut to 40 bytes between two characters.
+    /// A file has room for 16 annotations per record, wherever they belong. When there are more, close() lets short
+    /// ones share the room of one; what does not fit then stays in the journal, see close(). Texts go into the file in
+    /// the local 8-bit encoding and are cut to 40 bytes between two characters; notice() says so.
     /// @return whether it was taken, and the milliseconds since the start mark; (false, 0) without a start mark
     std::pair<bool, long long> addAnnotation(const QString &text);
     /// As addAnnotation(text), for a time that was taken elsewhere.
@@ -90,7 +103,8 @@ public:
     /// duration, both in seconds.
     bool addAnnotation(double onsetSeconds, double durationSeconds, const QString &text);
 
-    /// Start of the recording in the header of the next file opened; the clock's time when invalid.
+    /// Date and time in the header of the files opened from now on, in whole seconds; years are 1985 to 2084. The time
+    /// of open() when it is invalid, as at first.
     void setStartDateTime(const QDateTime &start) { m_startDateTime = start; }
 
     /// Patient data go into the header, and so must be given between open() and the first complete record; ignored
@@ -106,33 +120,43 @@ public:
 
     /// One sentence on the last failure: what, which file, why. Empty after a successful open().
     QString lastError() const { return m_lastError; }
+    /// Sentences on what a user should know although nothing failed: an earlier recording that was renamed, labels that
+    /// were cut. Of the file that is open, or else the last one; empty when there is nothing.
+    QString notice() const { return m_notice; }
 
 private:
     QString unwritableReason() const;
     bool createFile();
+    void addNotice(const char *function, const QString &sentence);
     bool refuse(const QString &reason);
     void requestHeaderFields();
     bool writeRecord(const char *errorFormat);
     QString writeFailure() const;
     bool writeAnnotation(long long onset, long long duration, const QString &text);
-    void reportDroppedAnnotations() const;
-    void reportHeaderError(int code, const char *format) const;
+    QString closeFault(bool isInPlace);
+    QString lostLabels() const;
+    void reportError(int code, const char *format) const;
 
     BPCommon::LogEvent m_logLevel = BPCommon::LogEdfWriter;
     bool m_isOpen = false;
     QString m_path;
     QString m_patientName;
     QString m_lastError;
+    QString m_notice;
+    QDateTime m_startDateTime;
     QStringList m_labels;
     int m_handle = -1;
     quint32 m_samplesPerRecord = 0;
     quint32 m_position = 0;
     int m_channelCount = 0;
     int m_recordsWritten = 0; ///< since clearShift(), failed ones included
-    QDateTime m_startDateTime;
     qint64 m_startTime = 0;
     qint64 m_elapsed = 0;
+    double m_paddedSeconds = 0.0;
+    bool m_hasSamples = false; ///< were given to the file that is open
+    bool m_cutsLabels = false; ///< notice() says so
     std::vector<qint16> m_buffer; ///< the current record, channel-major, digital values
+    std::unique_ptr<bp::EdfClaim> m_claim;
     std::unique_ptr<bp::EdfRecordGuard> m_guard;
     std::unique_ptr<bp::EdfJournal> m_journal;
 };

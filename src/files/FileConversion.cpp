@@ -2,6 +2,7 @@
 
 #include "base/FileUtilities.h"
 #include "common/BPCommon.h"
+#include "files/edf/EdfClaim.h"
 
 #include <QFileInfo>
 #include <QStringList>
@@ -49,6 +50,10 @@ QString FileConversion::targetFault(const QStringList &sources, const QString &t
         if (info.exists() && QFileInfo(source) == info) {
             return QStringLiteral("%1 is the source and the target; choose another name for the result.").arg(target);
         }
+    }
+    const QString fault = bp::EdfClaim::replaceFault(target);
+    if (!fault.isEmpty()) {
+        return QStringLiteral("Cannot write %1: %2.").arg(target, fault);
     }
     return FileUtilities::createIfNotExists(info.absolutePath())
         ? QString()

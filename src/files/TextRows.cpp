@@ -43,6 +43,7 @@ bool TextRows::open(QString &error)
 {
     const bool opened = m_file.open(QIODevice::ReadOnly);
     if (opened && !m_file.isSequential()) {
+        m_use.hold(m_file);
         return true;
     }
     error = QStringLiteral("%1 cannot be read: %2.")

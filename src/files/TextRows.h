@@ -1,5 +1,7 @@
 #pragma once
 
+#include "files/OpenFile.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -39,6 +41,7 @@ private:
     void split();
 
     QFile m_file;
+    OpenFile m_use;
     Separators m_separators;
     QByteArray m_buffer;
     QByteArray m_line;

@@ -1,6 +1,7 @@
 #include "files/XLSWriter.h"
 
 #include "common/BPCommon.h"
+#include "files/OpenFile.h"
 #include "files/workbook/RhythmSheet.h"
 
 #include <QBuffer>
@@ -56,11 +57,12 @@ bool writeText(QXlsx::Worksheet *sheet, int row, int column, const QString &text
     return sheet->writeInlineString(row, column, bp::cellText(text));
 }
 
-/// Whether a file is there that is no workbook, most likely the recording itself.
+/// Whether a file is there that is no workbook, most likely the recording itself, which is empty in its first second.
 bool isForeignFile(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) && file.size() > 0 && !file.read(2).startsWith("PK");
+    return bp::OpenFile::isOpen(path)
+        || (file.open(QIODevice::ReadOnly) && file.size() > 0 && !file.read(2).startsWith("PK"));
 }
 
 } // namespace

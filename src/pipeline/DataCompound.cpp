@@ -96,6 +96,7 @@ void DataCompound::connectComponents()
     connect(reader, &DataReader::endWritingAndCloseFile, this, &DataCompound::endWritingAndCloseFile);
     connect(reader, &DataReader::annotationLabel, this, &DataCompound::currentLabel);
     connect(reader, &DataReader::recordError, this, &DataCompound::recordError);
+    connect(reader, &DataReader::recordNotice, this, &DataCompound::recordNotice);
     connect(reader, &DataReader::samplesMissed, this, &DataCompound::samplesMissed);
     reader->setPublishingBounded();
 }

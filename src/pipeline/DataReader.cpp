@@ -53,6 +53,7 @@ DataReader::DataReader(QObject *parent)
             Qt::DirectConnection);
     connect(m_recorder, &bp::BlockRecorder::annotationLabel, this, &DataReader::annotationLabel, Qt::DirectConnection);
     connect(m_recorder, &bp::BlockRecorder::recordError, this, &DataReader::recordError, Qt::DirectConnection);
+    connect(m_recorder, &bp::BlockRecorder::recordNotice, this, &DataReader::recordNotice, Qt::DirectConnection);
 }
 
 DataReader::~DataReader()

@@ -84,26 +84,45 @@ QVector<EdfNote> EdfJournal::missing(const QList<Entry> &entries, const QVector<
     return missing;
 }
 
+bool EdfJournal::hasEntries(const QString &recording)
+{
+    QFile file(pathFor(recording));
+    if (!file.open(QIODevice::ReadOnly) || !isJournal(file)) {
+        return false;
+    }
+    file.readLine();
+    return !file.atEnd();
+}
+
 void EdfJournal::begin(const QString &recording, const QByteArray &identity)
 {
     m_file.close();
     m_file.setFileName(pathFor(recording));
     m_identity = identity;
     m_isUsable = true;
+    m_isComplete = true;
     if (m_file.exists()) {
         m_isUsable = m_file.open(QIODevice::ReadOnly) && isJournal(m_file);
         m_file.close();
-        m_isUsable = m_isUsable && m_file.remove();
+        m_isUsable = m_isUsable && !hasEntries(recording) && m_file.remove();
     }
 }
 
 bool EdfJournal::note(const Entry &entry)
 {
     if (!m_isUsable || !(m_file.isOpen() || create())) {
+        m_isComplete = false;
         return false;
     }
     const QByteArray bytes = line(entry);
-    return m_file.write(bytes) == bytes.size();
+    const qint64 end = m_file.size();
+    if (m_file.write(bytes) == bytes.size()) {
+        return true;
+    }
+    m_isComplete = false;
+    m_file.resize(end); // half a line would spoil the next one
+    m_file.seek(end);
+    return false;
 }
 
 bool EdfJournal::create()
@@ -111,6 +130,9 @@ bool EdfJournal::create()
     const QByteArray title = kTitle + m_identity + '\n';
     m_isUsable = m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered)
         && m_file.write(title) == title.size();
+    if (!m_isUsable && m_file.isOpen()) {
+        m_file.remove(); // half a title would pass for somebody else's file
+    }
     return m_isUsable;
 }
 

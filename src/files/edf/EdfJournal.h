@@ -35,11 +35,16 @@ public:
     /// Those that are not among a file's annotations.
     static QVector<EdfNote> missing(const QList<Entry> &entries, const QVector<EdfNote> &present);
 
-    /// For a recording just created. A journal that an earlier recording of that name left is removed. The file is
-    /// created with the first entry.
+    /// Whether a recording's journal has any labels, whatever recording of that name they are of.
+    static bool hasEntries(const QString &recording);
+
+    /// For a recording just created. A journal without labels that an earlier recording of that name left is removed;
+    /// one with labels stays, and this recording has none. The file is created with the first entry.
     void begin(const QString &recording, const QByteArray &identity);
     /// @return false when the journal could not take it
     bool note(const Entry &entry);
+    /// Whether it took every entry.
+    bool isComplete() const { return m_isComplete; }
     /// Removes the journal: all of it is in the recording.
     void finish();
     /// Leaves the journal in its place.
@@ -51,6 +56,7 @@ private:
     QFile m_file;
     QByteArray m_identity;
     bool m_isUsable = false;
+    bool m_isComplete = true;
 };
 
 } // namespace bp

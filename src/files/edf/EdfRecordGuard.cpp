@@ -15,6 +15,7 @@ void EdfRecordGuard::begin(const QString &path)
     m_path = path;
     m_soundRecords = 0;
     m_soundBytes = kUnlimited;
+    m_lostAnnotations = 0;
     m_annotations.clear();
 }
 
@@ -35,8 +36,21 @@ void EdfRecordGuard::noteAnnotation(long long onset, long long duration, const Q
     m_annotations << EdfSlots::list(onset, duration, text);
 }
 
+void EdfRecordGuard::beginClose()
+{
+    QFile file(m_path);
+    if (hasFailed() || m_soundRecords == 0 || !file.open(QIODevice::ReadOnly)) {
+        return;
+    }
+    const EdfLayout layout = EdfLayout::read(file);
+    if (layout.header.isEmpty() || file.size() < layout.header.size() + m_soundRecords * layout.recordBytes) {
+        m_soundBytes = file.size();
+    }
+}
+
 bool EdfRecordGuard::mend()
 {
+    m_lostAnnotations = m_annotations.size();
     const qint64 inFile = cutToSoundRecords();
     const bool complete = !hasFailed() && inFile == m_soundRecords;
     m_soundRecords = inFile;
@@ -57,13 +71,22 @@ qint64 EdfRecordGuard::cutToSoundRecords()
     const qint64 bytes = std::min(m_soundBytes, file.size()) - layout.header.size();
     const qint64 records = std::min(m_soundRecords, std::max<qint64>(0, bytes) / layout.recordBytes);
     const qint64 size = layout.header.size() + records * layout.recordBytes;
-    if (!hasFailed() && file.size() == size && layout.records == records) {
-        return records;
+    if (hasFailed() || file.size() != size || layout.records != records) {
+        const QByteArray count = QByteArray::number(records).leftJustified(EdfLayout::kNumberWidth);
+        if (!file.resize(size) || !file.seek(EdfLayout::kRecordCountAt) || file.write(count) != count.size()) {
+            return 0;
+        }
     }
-    const QByteArray count = QByteArray::number(records).leftJustified(EdfLayout::kNumberWidth);
-    const bool mended = file.resize(size) && file.seek(EdfLayout::kRecordCountAt) && file.write(count) == count.size()
-        && EdfSlots::write(file, layout, records, m_annotations) >= 0 && file.flush();
-    return mended ? records : 0;
+    m_lostAnnotations = m_annotations.size() - placeAnnotations(file, layout, records);
+    return file.flush() ? records : 0;
+}
+
+/// Returns how many annotations are in the file then.
+qint64 EdfRecordGuard::placeAnnotations(QFile &file, const EdfLayout &layout, qint64 records) const
+{
+    return EdfSlots::hold(file, layout, records, m_annotations)
+        ? m_annotations.size()
+        : std::max(0, EdfSlots::write(file, layout, records, m_annotations));
 }
 
 } // namespace bp

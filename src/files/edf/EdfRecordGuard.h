@@ -6,7 +6,11 @@
 
 #include <limits>
 
+class QFile;
+
 namespace bp {
+
+struct EdfLayout;
 
 /// Sees to it that a recording can be read wherever a record was complete, also when writing failed in between.
 ///
@@ -30,18 +34,26 @@ public:
     /// Records written before the first failure.
     qint64 soundRecords() const { return m_soundRecords; }
     qint64 annotationCount() const { return m_annotations.size(); }
-    /// Mends the closed file; a sound one is not touched.
+    /// Before the file is closed. EDFlib then writes the annotations, so that a file that has been cut by others would
+    /// get its length back, but not its records.
+    void beginClose();
+    /// Mends the closed file; a sound one is not touched. Where there are more annotations than slots, several share
+    /// one.
     /// @return whether every record noted is in the file; soundRecords() tells how many are
     bool mend();
+    /// Annotations that are not in the file after mend().
+    qint64 lostAnnotations() const { return m_lostAnnotations; }
 
 private:
     static constexpr qint64 kUnlimited = std::numeric_limits<qint64>::max();
 
     qint64 cutToSoundRecords();
+    qint64 placeAnnotations(QFile &file, const EdfLayout &layout, qint64 records) const;
 
     QString m_path;
     qint64 m_soundRecords = 0;
     qint64 m_soundBytes = kUnlimited; ///< of the file on disk at the first failure
+    qint64 m_lostAnnotations = 0;
     QList<QByteArray> m_annotations; ///< as they stand in the file
 };
 

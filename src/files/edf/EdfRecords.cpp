@@ -20,6 +20,7 @@ bool EdfRecords::open(const QString &path, int channelCount)
     if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return false;
     }
+    m_use.hold(m_file);
     m_layout = EdfLayout::read(m_file);
     for (int i = 0; m_layout.recordBytes > 0 && i < m_layout.signalCount; ++i) {
         if (!m_layout.annotationSignals.contains(i)) {
@@ -39,6 +40,7 @@ bool EdfRecords::open(const QString &path, int channelCount)
 
 void EdfRecords::close()
 {
+    m_use.release();
     m_file.close();
     m_layout = EdfLayout();
     m_signals.clear();

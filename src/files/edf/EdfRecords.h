@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/OpenFile.h"
 #include "files/edf/EdfLayout.h"
 #include "files/edf/EdfSamples.h"
 
@@ -38,6 +39,7 @@ private:
     const char *recordData(qint64 record, int signal, qint64 lastRecord);
 
     QFile m_file;
+    OpenFile m_use; ///< the file itself, also where EDFlib has a stand-in of it
     EdfLayout m_layout;
     std::vector<int> m_signals; ///< of the channels
     bool m_evenRates = true;

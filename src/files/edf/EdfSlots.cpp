@@ -17,9 +17,30 @@ QByteArray seconds(long long tenthMilliseconds)
     return fraction == 0 ? whole : whole + '.' + QByteArray::number(fraction).rightJustified(4, '0');
 }
 
+qint64 slotAt(const bp::EdfLayout &layout, qint64 slot)
+{
+    const qint64 perRecord = layout.annotationBlocks.size();
+    return layout.header.size() + slot / perRecord * layout.recordBytes
+        + layout.annotationBlocks[static_cast<int>(slot % perRecord)];
+}
+
 } // namespace
 
 namespace bp {
+
+bool EdfSlots::hold(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
+{
+    if (lists.size() > records * layout.annotationBlocks.size()) {
+        return false;
+    }
+    for (int i = 0; i < lists.size(); ++i) {
+        const QByteArray slot = file.seek(slotAt(layout, i)) ? file.read(layout.annotationBytes) : QByteArray();
+        if (!slot.contains(lists[i])) {
+            return false;
+        }
+    }
+    return true;
+}
 
 QByteArray EdfSlots::list(long long onset, long long duration, const QByteArray &text)
 {
@@ -32,9 +53,9 @@ int EdfSlots::write(QFile &file, const EdfLayout &layout, qint64 records, const 
     const bool isTight = lists.size() > records * perRecord;
     const auto bytes = static_cast<int>(layout.annotationBytes);
     int placed = 0;
-    for (qint64 slot = 0; placed < lists.size() && slot < records * perRecord; ++slot) {
-        const qint64 position = layout.header.size() + slot / perRecord * layout.recordBytes
-            + layout.annotationBlocks[static_cast<int>(slot % perRecord)];
+    // Where several share a slot, those that are left over are emptied.
+    for (qint64 slot = 0; (isTight || placed < lists.size()) && slot < records * perRecord; ++slot) {
+        const qint64 position = slotAt(layout, slot);
         QByteArray content;
         if (slot % perRecord == 0) { // begins with the record's own time
             if (!file.seek(position)) {

@@ -18,6 +18,8 @@ public:
     /// @param duration 0.1 ms; negative: none
     /// @param text     as EdfText::annotation()
     static QByteArray list(long long onset, long long duration, const QByteArray &text);
+    /// Whether a file has these annotations where EDFlib puts them, one in each slot.
+    static bool hold(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists);
     /// Writes annotations over those of a file, in the order in which EDFlib fills its slots: one each, or several when
     /// there are more annotations than slots. The file does not grow, so that this works on a full disk.
     /// @return how many found room; −1 when the file cannot be written

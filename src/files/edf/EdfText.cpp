@@ -40,6 +40,11 @@ QByteArray EdfText::annotation(const QString &text)
     return bytes;
 }
 
+bool EdfText::isCut(const QString &text)
+{
+    return text.toLocal8Bit().size() > kAnnotationBytes;
+}
+
 QString EdfText::fromHeader(const char *text)
 {
     return QString::fromLatin1(text).trimmed();

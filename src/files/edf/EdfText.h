@@ -16,6 +16,8 @@ public:
     /// The local 8-bit text, cut between two characters to the 40 bytes that EDFlib keeps of a description, with "."
     /// for control characters.
     static QByteArray annotation(const QString &text);
+    /// Whether annotation() cuts the text.
+    static bool isCut(const QString &text);
 
     /// Without the blanks that fill the field.
     static QString fromHeader(const char *text);
