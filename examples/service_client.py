@@ -10,7 +10,7 @@ port = int(sys.argv[2]) if len(sys.argv) > 2 else 336
 
 
 def ask(command, **arguments):
-    """One request, one connection. The service reads once, so head and body leave in one write."""
+    """One request, one connection, which the service ends: its answers count UTF-16 units, so they are read to the end."""
     body = json.dumps(arguments) if arguments else ""  # ASCII, whose length is the same in every unit
     method = "POST" if body else "GET"
     request = f"{method} /{command} HTTP/1.1\r\nContent-Length: {len(body)}\r\n\r\n{body}"

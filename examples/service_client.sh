@@ -3,8 +3,8 @@
 set -eu
 service="http://${1:-127.0.0.1}:${2:-336}"
 
-# curl sends a small body together with the head, in one write, as the service needs it. Answers announce UTF-16 units,
-# fewer than their bytes where there is a "µ": so they are read to the end of the connection.
+# Answers announce UTF-16 units, fewer than their bytes where there is a "µ": so they are read to the end of the
+# connection.
 ask() {
     command=$1
     shift

@@ -2,7 +2,9 @@
 #include "common/BPCommon.h"
 #include "montage/Montage.h"
 #include "montage/MontageXmlReader.h"
+#include "server/BrowserGuard.h"
 #include "server/DataServer.h"
+#include "server/HttpRequest.h"
 #include "server/ProcessRequest.h"
 #include "server/ServerMediator.h"
 
@@ -162,6 +164,17 @@ private:
     Model m_model;
 };
 
+/// What arrives over a connection while whole requests are read; the handlers' form of it is hardly longer.
+void checkHead(const QByteArray &bytes)
+{
+    const bp::RequestHead head = bp::parseHead(bytes).value_or(bp::parseBareHead(bytes));
+    static const bp::BrowserGuard guard;
+    static_cast<void>(guard.refusal(head, QHostAddress(QHostAddress::LocalHost)));
+    if (bp::plainRequest(head, bytes).size() > bytes.size() + 64) {
+        std::abort();
+    }
+}
+
 QString requestFrom(unsigned flags, const char *text, std::size_t size)
 {
     if ((flags & Framed) == 0) {
@@ -189,6 +202,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     static Service service;
     if (size > 0) {
         const auto *text = reinterpret_cast<const char *>(data);
+        checkHead(QByteArray(text + 1, static_cast<int>(size - 1)));
         service.run(data[0], requestFrom(data[0], text + 1, size - 1));
     }
     return 0;

@@ -6,15 +6,18 @@
 #include "DeviceFinder.h"
 #include "Interrupt.h"
 #include "MontageChoice.h"
+#include "OutputFile.h"
+#include "ParameterCheck.h"
+#include "PlayedRecording.h"
 #include "Refusal.h"
 #include "algorithms/UnitParams.h"
 #include "devices/Amplifier.h"
-#include "files/EDFReader.h"
 #include "montage/Montage.h"
 
 #include <QCommandLineParser>
 #include <QEventLoop>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -37,7 +40,15 @@ void addOptions(QCommandLineParser &parser)
     add("montage", "Montage file; one channel per device channel unless given.", "FILE.xml");
     add("seconds", "Length in seconds of signal.", "N");
     add("record", "Record into this EDF+ file.", "FILE.edf");
-    add("label", "Write an annotation at T seconds of the recording (repeatable).", "T:TEXT");
+    addForceOption(parser);
+    add("patient", "Name of the patient in the recording; that of a played recording unless given.", "NAME");
+    add("start",
+        "Start time in the recording, 2024-03-01T10:00:00; that of a played recording, or the clock's, unless given.",
+        "TIME");
+    add("label",
+        "Write an annotation at T seconds of the recording (repeatable); the annotations of a played recording are "
+        "written anyway.",
+        "T:TEXT");
     AlgorithmChoice::addOptions(parser);
     add("lsl", "Stream through a Lab Streaming Layer outlet of this name.", "NAME");
     add("json", "Print the summary, and each second the live values, as one JSON object on a line.");
@@ -67,6 +78,31 @@ TimedLabel parseLabel(const QString &text)
     return {seconds, text.mid(colon + 1)};
 }
 
+/// Refuses whatever a recording would destroy.
+void checkRecordPath(const QCommandLineParser &parser)
+{
+    const QString path = parser.value(QStringLiteral("record"));
+    if (path.isEmpty()) {
+        for (const char *option : {"label", "patient", "start", "force"}) {
+            if (parser.isSet(QLatin1String(option))) {
+                refuseUsage(
+                    QStringLiteral("--%1 needs --record: it is about the recording.").arg(QLatin1String(option)));
+            }
+        }
+        return;
+    }
+    requireSuffix(path, QStringLiteral("--record"), {QStringLiteral(".edf")});
+    QStringList inputs;
+    for (const char *option : {"playback", "montage", "algorithms"}) {
+        inputs << parser.values(QLatin1String(option));
+    }
+    const bool hasRhythms = parser.isSet(QStringLiteral("rhythms")) || parser.isSet(QStringLiteral("algorithms"));
+    for (const QString &file : hasRhythms ? QStringList{path, AcquireSession::rhythmPath(path)} : QStringList{path}) {
+        refuseInput(file, inputs);
+        refuseToReplace(parser, file);
+    }
+}
+
 AcquireOptions parseOptions(const QCommandLineParser &parser)
 {
     if (!parser.positionalArguments().isEmpty()) {
@@ -81,17 +117,21 @@ AcquireOptions parseOptions(const QCommandLineParser &parser)
     options.recordPath = parser.value(QStringLiteral("record"));
     options.lslName = parser.value(QStringLiteral("lsl"));
     options.json = parser.isSet(QStringLiteral("json"));
+    options.recordStart = startOption(parser);
+    if (parser.isSet(QStringLiteral("patient"))) {
+        options.patient = PatientInfo();
+        options.patient->gender = -1;
+        options.patient->name = parser.value(QStringLiteral("patient"));
+    }
     const QStringList labels = parser.values(QStringLiteral("label"));
     for (const QString &label : labels) {
         options.labels.push_back(parseLabel(label));
     }
-    if (!labels.isEmpty() && options.recordPath.isEmpty()) {
-        refuseUsage(QStringLiteral("--label needs --record: labels are written into the recording."));
-    }
+    checkRecordPath(parser);
     return options;
 }
 
-Amplifier *openDevice(DeviceFinder &finder, const QCommandLineParser &parser)
+Amplifier *openDevice(DeviceFinder &finder, const QCommandLineParser &parser, AcquireOptions &options)
 {
     const QString file = parser.value(QStringLiteral("playback"));
     const QString name = !file.isEmpty()         ? kPlaybackDevice
@@ -103,14 +143,9 @@ Amplifier *openDevice(DeviceFinder &finder, const QCommandLineParser &parser)
         refuse(QStringLiteral("There is no device \"%1\": \"bioprocessing devices\" lists what there is.").arg(name));
     }
     if (!file.isEmpty()) {
-        EDFReader reader(file);
-        if (!reader.open()) {
-            refuse(reader.lastError());
-        }
-        reader.close();
-        if (!device->setFilePath(file)) {
-            refuse(QStringLiteral("%1 has no signal to play.").arg(file));
-        }
+        options.played.open(*device, file);
+    } else if (device->getAmplifierInfo().name() == kPlaybackDevice) {
+        refuseUsage(QStringLiteral("Say which recording the device plays: --playback FILE."));
     }
     return device;
 }
@@ -121,7 +156,7 @@ void setParameter(UnitParams &params, const char *key, const QString &value, con
     if (!params.contain(name)) {
         refuseUsage(QStringLiteral("%1 is for simulated and played devices only.").arg(option));
     }
-    params.setParamValue(name, value);
+    ParameterCheck::assign(params, name, value, option);
 }
 
 void setFrequency(Amplifier *device, double frequency)
@@ -145,12 +180,8 @@ void setNamedParameters(UnitParams &params, const QStringList &assignments)
 {
     for (const QString &assignment : assignments) {
         const int equals = assignment.indexOf(QLatin1Char('='));
-        const QString key = assignment.left(equals);
-        if (equals < 1 || !params.contain(key)) {
-            refuseUsage(QStringLiteral("--set takes KEY=VALUE with one of the device's parameters: %1.")
-                            .arg(QStringList(params.getParamNames()).join(QStringLiteral(", "))));
-        }
-        params.setParamValue(key, assignment.mid(equals + 1));
+        ParameterCheck::assign(params, assignment.left(equals), equals < 0 ? QString() : assignment.mid(equals + 1),
+                               QStringLiteral("--set"), {}, true);
     }
 }
 
@@ -170,20 +201,83 @@ void configure(Amplifier *device, const QCommandLineParser &parser, const Acquir
     }
     if (options.seconds > 0.0 && params.contain(QStringLiteral("duration"))) {
         // The device ends on the sample; the session's own count would end some blocks later.
-        params.setParamValue(QStringLiteral("duration"), QString::number(options.seconds, 'g', 12));
+        setParameter(params, "duration", QString::number(options.seconds, 'g', 12), QStringLiteral("--seconds"));
     }
     device->setUnitParams(params);
 }
 
-void printLeftOut(Amplifier *device)
+/// What goes with a played recording into the one that is made, unless the user said otherwise.
+void takePlayed(Amplifier *device, const QCommandLineParser &parser, AcquireOptions &options)
 {
     UnitParams params;
     device->getUnitParams(params);
-    const UnitParams &values = params;
-    const QString leftOut = values.contain(QStringLiteral("left_out")) ? values[QStringLiteral("left_out")] : QString();
-    if (!leftOut.isEmpty()) {
-        Console::error(QStringLiteral("Left out, since their rate differs: %1.")
-                           .arg(QString(leftOut).replace(QLatin1Char(';'), QLatin1String(", "))));
+    const QString speed = params.getParamValue(QStringLiteral("speed"));
+    options.isPaced = parser.isSet(QStringLiteral("playback")) || (!speed.isEmpty() && speed != QLatin1String("1"));
+    if (!parser.isSet(QStringLiteral("playback"))) {
+        return;
+    }
+    options.played.beginWhereDeviceDoes(*device);
+    if (!options.recordStart.isValid()) {
+        options.recordStart = options.played.start;
+    }
+    if (!options.patient) {
+        options.patient = options.played.patient;
+    }
+}
+
+void printNotes(Amplifier *device, const AcquireOptions &options)
+{
+    QStringList notes = deviceNotes(*device);
+    if (!options.played.notice.isEmpty()) {
+        notes.prepend(options.played.notice);
+    }
+    const QList<AnnotationStrct> &annotations = options.played.annotations;
+    if (!options.recordPath.isEmpty()
+        && std::any_of(annotations.begin(), annotations.end(),
+                       [](const AnnotationStrct &annotation) { return annotation.duration > 0.0; })) {
+        notes << QStringLiteral("Labels mark a time: the durations of the played annotations are not recorded.");
+    }
+    const auto rate = static_cast<double>(device->getFreqValue());
+    if (!options.recordPath.isEmpty() && rate >= 1.0 && rate != std::floor(rate)) {
+        notes << QStringLiteral(
+                     "The rate of %1 Hz is recorded as %2 Hz, since a recording has whole samples per second: "
+                     "times in it are %3 % longer.")
+                     .arg(rate)
+                     .arg(std::floor(rate))
+                     .arg(100.0 * (rate / std::floor(rate) - 1.0), 0, 'g', 2);
+    }
+    for (const QString &note : qAsConst(notes)) {
+        Console::error(note);
+    }
+}
+
+void printRecord(const QJsonObject &record, bool hasFailed)
+{
+    const QString path = record[QLatin1String("path")].toString();
+    const double padded = record[QLatin1String("padded_seconds")].toDouble();
+    if (record[QLatin1String("complete")].toBool()) {
+        Console::print(
+            QStringLiteral("%1 %2: %3 bytes, %4 labels%5")
+                .arg(hasFailed ? QStringLiteral("Recorded until then:") : QStringLiteral("Recorded into"), path)
+                .arg(record[QLatin1String("bytes")].toDouble(), 0, 'f', 0)
+                .arg(record[QLatin1String("labels")].toInt())
+                .arg(padded > 0.0 ? QStringLiteral("; the last %1 s of it are zeros that fill its last second")
+                                        .arg(padded, 0, 'g', 3)
+                                  : QString()));
+    }
+    if (record.contains(QLatin1String("rhythms"))) {
+        Console::print(QStringLiteral("Rhythms in %1").arg(record[QLatin1String("rhythms")].toString()));
+    }
+    const QJsonObject clipped = record[QLatin1String("clipped_samples")].toObject();
+    QStringList channels;
+    for (auto it = clipped.begin(); it != clipped.end(); ++it) {
+        channels << QStringLiteral("%1 of %2").arg(it.value().toDouble(), 0, 'f', 0).arg(it.key());
+    }
+    if (!channels.isEmpty()) {
+        Console::error(
+            QStringLiteral("Samples beyond ±32767 µV were clipped in the recording (%1): a montage can scale "
+                           "these channels.")
+                .arg(channels.join(QStringLiteral(", "))));
     }
 }
 
@@ -199,17 +293,20 @@ void printSummary(const QJsonObject &summary)
     const QJsonObject algorithms = summary[QLatin1String("algorithms")].toObject();
     for (auto it = algorithms.begin(); it != algorithms.end(); ++it) {
         const QJsonObject entry = it.value().toObject();
-        Console::print(QStringLiteral("  %1 %2 on average of %3 results")
-                           .arg(it.key(), -12)
-                           .arg(entry[QLatin1String("mean")].toDouble(), 8, 'f', 2)
-                           .arg(entry[QLatin1String("results")].toInt()));
+        const int results = entry[QLatin1String("results")].toInt();
+        const bool isHeartRate = entry[QLatin1String("unit")] == QLatin1String("bpm");
+        Console::print(results == 0 ? QStringLiteral("  %1  gave no result%2")
+                                          .arg(it.key(), -12)
+                                          .arg(isHeartRate ? QStringLiteral("; it needs some 8 seconds") : QString())
+                                    : QStringLiteral("  %1 %2 %3 on average of %4 results")
+                                          .arg(it.key(), -12)
+                                          .arg(entry[QLatin1String("mean")].toDouble(), 8, 'f', 2)
+                                          .arg(entry[QLatin1String("unit")].toString())
+                                          .arg(results));
     }
     const QJsonObject record = summary[QLatin1String("record")].toObject();
     if (!record.isEmpty()) {
-        Console::print(QStringLiteral("Recorded into %1: %2 bytes, %3 labels")
-                           .arg(record[QLatin1String("path")].toString())
-                           .arg(record[QLatin1String("bytes")].toDouble(), 0, 'f', 0)
-                           .arg(record[QLatin1String("labels")].toInt()));
+        printRecord(record, summary[QLatin1String("ended")] == QLatin1String("error"));
     }
 }
 
@@ -217,18 +314,22 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
 {
     AcquireOptions options = parseOptions(parser);
     DeviceFinder finder;
-    Amplifier *device = openDevice(finder, parser);
+    Amplifier *device = openDevice(finder, parser, options);
     configure(device, parser, options);
-    printLeftOut(device);
+    takePlayed(device, parser, options);
 
     const QSharedPointer<Montage> montage = MontageChoice::choose(device, parser.value(QStringLiteral("montage")));
     options.algorithms = AlgorithmChoice::parse(parser, *montage);
+    printNotes(device, options);
+    Interrupt interrupt; // until the session has closed its files
     AcquireSession session(device, montage, options);
-    Interrupt interrupt;
     QEventLoop loop;
     QObject::connect(&interrupt, &Interrupt::interrupted, &session,
                      [&session] { session.stop(QStringLiteral("interrupted")); });
     QObject::connect(&session, &AcquireSession::finished, &loop, &QEventLoop::quit, Qt::QueuedConnection);
+    for (const QString &note : montage->filterNotes()) {
+        Console::error(note);
+    }
     session.start();
     loop.exec();
 
@@ -241,6 +342,9 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
     if (!session.errorText().isEmpty()) {
         Console::error(session.errorText());
         return Console::Failure;
+    }
+    if (Console::isOutputClosed()) {
+        Console::error(QStringLiteral("The acquisition was ended, since nobody reads its output any more."));
     }
     return Console::Success;
 }

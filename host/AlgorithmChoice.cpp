@@ -1,8 +1,12 @@
 #include "AlgorithmChoice.h"
 
+#include "AdaptiveHeartRate.h"
+#include "ParameterCheck.h"
 #include "Refusal.h"
+#include "algorithms/AlgorithmManager.h"
 #include "algorithms/ParamFactory.h"
 #include "common/Rhythms.h"
+#include "devices/AmplifierChannel.h"
 #include "montage/Montage.h"
 
 #include <QCommandLineParser>
@@ -14,7 +18,9 @@
 namespace {
 
 const QString kRhythms = QStringLiteral("rhythms");
+const QString kChannels = QStringLiteral("channels");
 const QString kHeartRate = QStringLiteral("heart-rate");
+const QString kHeartAmp = QStringLiteral("heart-amp");
 const QString kAlgorithms = QStringLiteral("algorithms");
 
 QStringList rhythmNames()
@@ -45,8 +51,60 @@ UnitParams makeRhythm(const QString &name)
     return found->second(QString());
 }
 
-UnitParams makeHeartRate(const QString &channel, const Montage &montage)
+/// Rhythms are of the EEG: another signal would drown it, since the largest channel gives the index.
+QStringList rhythmChannels(const QCommandLineParser &parser, const Montage &montage)
 {
+    const QStringList names = montage.getChannelNames();
+    const QStringList wanted = parser.value(kChannels).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (const QString &name : wanted) {
+        if (!names.contains(name)) {
+            refuse(QStringLiteral("--channels: there is no channel \"%1\" among %2.")
+                       .arg(name, names.join(QStringLiteral(", "))));
+        }
+    }
+    if (!wanted.isEmpty()) {
+        return wanted;
+    }
+    QStringList eeg;
+    for (unsigned i = 0; i < montage.size(); ++i) {
+        if (montage[i]->getChannelType() == BPCommon::EEG) {
+            eeg << montage[i]->getName();
+        }
+    }
+    if (eeg.isEmpty()) {
+        refuse(QStringLiteral("--rhythms: there is no EEG channel; choose some with --channels from %1.")
+                   .arg(names.join(QStringLiteral(", "))));
+    }
+    return eeg;
+}
+
+std::vector<UnitParams> makeRhythms(const QCommandLineParser &parser, const Montage &montage)
+{
+    const QString list = parser.value(kRhythms);
+    const QStringList names =
+        list == QLatin1String("all") ? rhythmNames() : list.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    const QString channels = rhythmChannels(parser, montage).join(QLatin1Char(';'));
+    std::vector<UnitParams> rhythms;
+    for (const QString &name : names) {
+        rhythms.push_back(makeRhythm(name.trimmed()));
+        rhythms.back().setParamValue(QStringLiteral("channel"), channels);
+    }
+    if (rhythms.empty()) {
+        refuseUsage(
+            QStringLiteral("--rhythms takes a list of %1, or all.").arg(rhythmNames().join(QStringLiteral(", "))));
+    }
+    return rhythms;
+}
+
+CustomAlgorithm *createHeartRate(const UnitParams &params, const QSharedPointer<Montage> &montage,
+                                 const AmplifierInfo &info)
+{
+    return new AdaptiveHeartRate(params, montage, info);
+}
+
+UnitParams makeHeartRate(const QCommandLineParser &parser, const Montage &montage)
+{
+    const QString channel = parser.value(kHeartRate);
     bool isNumber = false;
     const int number = channel.toInt(&isNumber);
     const int index = isNumber ? number - 1 : montage.getIndexByName(channel);
@@ -57,35 +115,95 @@ UnitParams makeHeartRate(const QString &channel, const Montage &montage)
     UnitParams params = ParamFactory::makeCustomProperty(QStringLiteral("ElectroCardiogram"));
     params.setParamDescriptor(QStringLiteral("heart_rate"));
     params.setParamValue(QStringLiteral("channel"), QString::number(index + 1));
+    if (parser.isSet(kHeartAmp)) {
+        ParameterCheck::assign(params, QStringLiteral("ampMin"), parser.value(kHeartAmp),
+                               QStringLiteral("--heart-amp"));
+    }
     return params;
 }
 
-/// The algorithm's name that a saved set carries; empty when the file is no saved set.
-QString savedName(const QString &path)
+/// What a file of a parameter set says.
+struct SavedSet
+{
+    QString name;
+    std::vector<std::pair<QString, QString>> values; ///< key and value
+};
+
+/// Without a name when the file is no saved set.
+SavedSet readSet(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         refuse(QStringLiteral("Cannot read %1: %2.").arg(path, file.errorString()));
     }
+    SavedSet set;
     QXmlStreamReader reader(&file);
-    if (reader.readNextStartElement() && reader.name() == QLatin1String("algo")) {
-        while (reader.readNextStartElement()) {
-            if (reader.name() == QLatin1String("name")) {
-                return reader.readElementText();
+    if (!reader.readNextStartElement() || reader.name() != QLatin1String("algo")) {
+        return set;
+    }
+    while (reader.readNextStartElement()) {
+        if (reader.name() == QLatin1String("name")) {
+            set.name = reader.readElementText();
+        } else if (reader.name() == QLatin1String("prop")) {
+            while (reader.readNextStartElement()) {
+                const QString key = reader.name().toString();
+                set.values.emplace_back(key, reader.readElementText());
             }
+        } else {
             reader.skipCurrentElement();
         }
     }
-    return {};
+    return set;
 }
 
-UnitParams loadSet(const QString &path)
+UnitParams loadSet(const QString &path, const Montage &montage)
 {
-    UnitParams params = ParamFactory::makeCustomProperty(savedName(path));
+    const SavedSet set = readSet(path);
+    UnitParams params = ParamFactory::makeCustomProperty(set.name);
     if (params.isEmpty() || !params.loadParamFromFile(path)) {
         refuse(QStringLiteral("%1 holds no parameter set of a known algorithm.").arg(path));
     }
+    const QStringList channels = montage.getChannelNames();
+    for (const auto &[key, value] : set.values) {
+        ParameterCheck::assign(params, key, value, path, channels);
+    }
+    const bool isHeartRate = params.getName() == QLatin1String("ElectroCardiogram");
+    if (isHeartRate && params.getParamValue(QStringLiteral("channel")).toInt() > channels.size()) {
+        refuse(QStringLiteral("%1: there is no channel %2 among %3.")
+                   .arg(path, params.getParamValue(QStringLiteral("channel")), channels.join(QStringLiteral(", "))));
+    }
     return params;
+}
+
+QString titleOf(const UnitParams &params)
+{
+    return params.getParamDescriptor().isEmpty() ? params.getName() : params.getParamDescriptor();
+}
+
+/// Throws a Refusal when one of the algorithms would replace another, or would wait for one that is not there.
+void checkTogether(const std::vector<UnitParams> &algorithms)
+{
+    QStringList titles;
+    QStringList types;
+    for (const UnitParams &params : algorithms) {
+        if (titles.contains(titleOf(params))) {
+            refuse(
+                QStringLiteral("Two algorithms have the name \"%1\"; leave one out, or name it otherwise (\"desc\").")
+                    .arg(titleOf(params)));
+        }
+        titles << titleOf(params);
+        types << params.getName();
+    }
+    for (const UnitParams &params : algorithms) {
+        const bool isFormula = params.getName() == QLatin1String("Math");
+        const QString depend = isFormula ? params.getParamValue(QStringLiteral("depend")) : params.getDependName();
+        for (const QString &name : depend.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
+            if (!(isFormula ? titles : types).contains(name)) {
+                refuse(QStringLiteral("\"%1\" needs the results of \"%2\", which is not chosen.")
+                           .arg(titleOf(params), name));
+            }
+        }
+    }
 }
 
 } // namespace
@@ -96,27 +214,38 @@ void AlgorithmChoice::addOptions(QCommandLineParser &parser)
                       QStringLiteral("Rhythm indices: a list of %1, or all; also into FILE_rt.xls beside a recording.")
                           .arg(rhythmNames().join(QLatin1Char(','))),
                       QStringLiteral("LIST")});
+    parser.addOption({kChannels, QStringLiteral("Channels of the rhythms, by name; the EEG channels unless given."),
+                      QStringLiteral("A,B")});
     parser.addOption({kHeartRate, QStringLiteral("Heart rate from an ECG channel, by name or number from 1."),
                       QStringLiteral("CHANNEL")});
+    parser.addOption(
+        {kHeartAmp,
+         QStringLiteral("Least rise and fall of a heart beat, \"ampMin\" of its parameters: 2.5 suits R peaks of "
+                        "1 mV; measured in the first 6 seconds unless given."),
+         QStringLiteral("X")});
     parser.addOption({kAlgorithms, QStringLiteral("An algorithm's parameter set as saved to a file (repeatable)."),
                       QStringLiteral("FILE")});
 }
 
 std::vector<UnitParams> AlgorithmChoice::parse(const QCommandLineParser &parser, const Montage &montage)
 {
-    std::vector<UnitParams> algorithms;
-    if (parser.isSet(kRhythms)) {
-        const QString list = parser.value(kRhythms);
-        for (const QString &name :
-             list == QLatin1String("all") ? rhythmNames() : list.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-            algorithms.push_back(makeRhythm(name.trimmed()));
+    for (const auto &[option, needed] : {std::pair{kChannels, kRhythms}, std::pair{kHeartAmp, kHeartRate}}) {
+        if (parser.isSet(option) && !parser.isSet(needed)) {
+            refuseUsage(QStringLiteral("--%1 needs --%2.").arg(option, needed));
         }
     }
+    // For every heart rate, that of a file without "ampMin" too.
+    AlgorithmManager::registerAlgorithm(QStringLiteral("ElectroCardiogram"), createHeartRate);
+    std::vector<UnitParams> algorithms;
+    if (parser.isSet(kRhythms)) {
+        algorithms = makeRhythms(parser, montage);
+    }
     if (parser.isSet(kHeartRate)) {
-        algorithms.push_back(makeHeartRate(parser.value(kHeartRate), montage));
+        algorithms.push_back(makeHeartRate(parser, montage));
     }
     for (const QString &path : parser.values(kAlgorithms)) {
-        algorithms.push_back(loadSet(path));
+        algorithms.push_back(loadSet(path, montage));
     }
+    checkTogether(algorithms);
     return algorithms;
 }

@@ -5,6 +5,7 @@
 #include "Interrupt.h"
 #include "MontageChoice.h"
 #include "Refusal.h"
+#include "SampleWatch.h"
 #include "bci/ModelFile.h"
 #include "bci/Preprocessor.h"
 #include "devices/Amplifier.h"
@@ -97,11 +98,8 @@ Console::ExitStatus classifyFile(const QCommandLineParser &parser, bp::ModelFile
         }
         data.addTrials(0, events, Option::number(parser, "from", -1e6, 1e6), Option::number(parser, "to", -1e6, 1e6));
     }
-    const auto samples = [&recording](double seconds) {
-        return std::max<std::size_t>(1, static_cast<std::size_t>(seconds * recording.rate));
-    };
     const bool json = parser.isSet(QStringLiteral("json"));
-    Windows windows(samples(model.window), samples(model.step));
+    Windows windows(model.windowSamples(), model.stepSamples());
     windows.cut(data.recordings, data.segments, *model.pair.preprocessor);
     if (windows.all().empty()) {
         refuse(QStringLiteral("%1 is shorter than a window of %2 s.").arg(recording.path).arg(model.window));
@@ -110,8 +108,7 @@ Console::ExitStatus classifyFile(const QCommandLineParser &parser, bp::ModelFile
     for (const LabelledWindow &window : windows.all()) {
         std::vector<std::vector<float>> features = window.features;
         const int answer = classify(model.pair, features);
-        printWindow(static_cast<double>(window.begin) / recording.rate,
-                    model.classes.value(answer, QStringLiteral("none")), json);
+        printWindow(static_cast<double>(window.begin) / recording.rate, nameOf(answer, model.classes), json);
         confusion.add(window.label, answer);
     }
     if (!events.isEmpty()) {
@@ -148,16 +145,22 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
                         montage->getChannelNames().join(QStringLiteral(", "))));
     }
     DataCompound compound(device, montage);
+    for (const QString &note : montage->filterNotes()) {
+        Console::error(note);
+    }
     Interrupt interrupt;
+    SampleWatch watch;
     QEventLoop loop;
     qint64 samples = 0;
     int deviceCode = 0;
-    QObject::connect(&classifier, &LiveClassifier::classified, &loop, [&](int label) {
-        printWindow(static_cast<double>(samples) / rate,
-                    classifier.model().classes.value(label, QStringLiteral("none")),
-                    parser.isSet(QStringLiteral("json")));
-    });
+    const auto print = [&](const QString &name) {
+        printWindow(static_cast<double>(samples) / rate, name, parser.isSet(QStringLiteral("json")));
+    };
+    QObject::connect(&classifier, &LiveClassifier::classified, &loop,
+                     [&](int label) { print(nameOf(label, classifier.model().classes)); });
+    QObject::connect(&classifier, &LiveClassifier::notClassified, &loop, [&] { print(QStringLiteral("none")); });
     QObject::connect(&compound, &DataCompound::newSampleData, &loop, [&](const std::vector<float> &data, int count) {
+        watch.takeBlock();
         samples += count / static_cast<int>(montage->size());
         classifier.takeSamples(data, count);
         if (limit > 0.0 && static_cast<double>(samples) >= limit * rate) {
@@ -169,8 +172,10 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
         loop.quit();
     });
     QObject::connect(&interrupt, &Interrupt::interrupted, &loop, &QEventLoop::quit);
+    watch.start();
     compound.startReadData();
     loop.exec();
+    watch.stop();
     compound.stopReadData();
     if (deviceCode != 0 && deviceCode != Amplifier::kEndOfData) {
         refuse(QStringLiteral("The device stopped with code %1 (%2).")

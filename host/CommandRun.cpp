@@ -20,3 +20,13 @@ int runCommand(const QStringList &arguments, void (*addOptions)(QCommandLinePars
         return refusal.status;
     }
 }
+
+QDateTime startOption(const QCommandLineParser &parser)
+{
+    const QString text = parser.value(QStringLiteral("start"));
+    const QDateTime start = QDateTime::fromString(text, Qt::ISODate);
+    if (!text.isEmpty() && !start.isValid()) {
+        refuseUsage(QStringLiteral("--start takes a time like 2024-03-01T10:00:00, not \"%1\".").arg(text));
+    }
+    return start;
+}

@@ -2,6 +2,7 @@
 
 #include "Console.h"
 
+#include <QDateTime>
 #include <QStringList>
 
 class QCommandLineParser;
@@ -11,3 +12,6 @@ class QCommandLineParser;
 /// @param work        may throw a Refusal
 int runCommand(const QStringList &arguments, void (*addOptions)(QCommandLineParser &parser),
                Console::ExitStatus (*work)(const QCommandLineParser &parser));
+
+/// The time that the option "start" gives; invalid when it was not given. Throws a Refusal for what is no time.
+QDateTime startOption(const QCommandLineParser &parser);

@@ -44,6 +44,9 @@ Console::ExitStatus runConversion(FileConversion &conversion, const QString &tar
         Console::error(error);
         return Console::Failure;
     }
+    if (!conversion.notice().isEmpty()) {
+        Console::error(conversion.notice());
+    }
     Console::print(QStringLiteral("%1: %2 bytes").arg(target).arg(QFileInfo(target).size()));
     return Console::Success;
 }

@@ -2,11 +2,15 @@
 #include "Commands.h"
 #include "Console.h"
 #include "ConversionRun.h"
+#include "OutputFile.h"
 #include "Refusal.h"
 #include "files/EDFConverter.h"
+#include "files/EDFReader.h"
 
 #include <QCommandLineParser>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 
@@ -21,8 +25,14 @@ void addOptions(QCommandLineParser &parser)
                                                     "  convert crop FILE OUT --from S --to S\n"
                                                     "  convert channels FILE OUT [--choose A,B] [--rename A=B] "
                                                     "[--scale A=2.5[:unit]] [--rate HZ]\n"
-                                                    "  convert text OUT FILE... --rate HZ [--labels A,B] [--unit uV]"));
+                                                    "  convert text FILE... OUT --rate HZ [--labels A,B] [--unit uV]\n"
+                                                    "The name of OUT tells its format, .edf or .bdf; crop and channels "
+                                                    "keep that of the source."));
     parser.addPositionalArgument(QStringLiteral("crop|channels|text"), QStringLiteral("What to do."));
+    parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("What to read; text takes several."),
+                                 QStringLiteral("FILE..."));
+    parser.addPositionalArgument(QStringLiteral("OUT"), QStringLiteral("The file to write."));
+    addForceOption(parser);
     add("from", "crop: seconds at which to begin; the beginning unless said.", "S");
     add("to", "crop: seconds at which to end; the end unless said.", "S");
     add("choose", "channels: the labels to keep, in this order, or #NUMBER; all unless said.", "A,B");
@@ -149,41 +159,68 @@ EDFTextFormat parseFormat(const QCommandLineParser &parser)
         }
         format.columns << static_cast<int>(column);
     }
-    if (parser.isSet(QStringLiteral("start"))) {
-        format.start = QDateTime::fromString(parser.value(QStringLiteral("start")), Qt::ISODate);
-        if (!format.start.isValid()) {
-            refuseUsage(QStringLiteral("--start takes a time like 2024-03-01T10:00:00, not \"%1\".")
-                            .arg(parser.value(QStringLiteral("start"))));
-        }
-    }
+    format.start = startOption(parser);
     return format;
 }
 
-Console::ExitStatus convert(const QCommandLineParser &parser)
+struct Mode
 {
-    QStringList files = parser.positionalArguments();
-    const QString what = files.isEmpty() ? QString() : files.takeFirst();
-    const bool isText = what == QLatin1String("text");
-    if (what != QLatin1String("crop") && what != QLatin1String("channels") && !isText) {
+    const char *name;
+    std::array<const char *, 7> options; ///< of its own, null where there are fewer
+};
+
+constexpr std::array<Mode, 3> kModes{{
+    {"crop", {"from", "to"}},
+    {"channels", {"choose", "rename", "scale", "rate"}},
+    {"text", {"rate", "labels", "header", "columns", "unit", "start"}},
+}};
+
+bool hasOption(const Mode &mode, const QString &option)
+{
+    return std::any_of(mode.options.begin(), mode.options.end(),
+                       [&option](const char *name) { return name != nullptr && option == QLatin1String(name); });
+}
+
+/// Refuses options of the other modes.
+void checkMode(const QCommandLineParser &parser, const QString &word)
+{
+    const auto mode = std::find_if(kModes.begin(), kModes.end(),
+                                   [&word](const Mode &entry) { return word == QLatin1String(entry.name); });
+    if (mode == kModes.end()) {
         refuseUsage(QStringLiteral("Say what to do: convert crop, convert channels or convert text (see --help)."));
     }
-    if (files.size() < 2 || (!isText && files.size() != 2)) {
-        refuseUsage(isText ? QStringLiteral("convert text takes the file to write, then the text files.")
-                           : QStringLiteral("convert %1 takes a file and the file to write.").arg(what));
+    for (const QString &option : parser.optionNames()) {
+        const bool isOfAnother = std::any_of(kModes.begin(), kModes.end(),
+                                             [&option](const Mode &entry) { return hasOption(entry, option); });
+        if (isOfAnother && !hasOption(*mode, option)) {
+            refuseUsage(QStringLiteral("convert %1 has no option --%2 (see --help).").arg(word, option));
+        }
     }
-    if (isText) {
-        const EDFTextFormat format = parseFormat(parser);
-        const QString target = files.takeFirst();
-        return runConversion<EDFConverter>(
-            target, [=](EDFConverter &converter) { converter.convertText(files, target, format); });
+}
+
+/// Samples are copied as they stand, so that the format stays.
+void requireSameFormat(const QString &source, const QString &target, const QString &what)
+{
+    const EDFInfo info = EDFReader::fileInfo(source);
+    if (info.valid) {
+        const bool isBdf = info.fileType.startsWith(QLatin1String("BDF"));
+        requireSuffix(target, what + (isBdf ? QStringLiteral(" of a BDF file") : QStringLiteral(" of an EDF file")),
+                      {isBdf ? QStringLiteral(".bdf") : QStringLiteral(".edf")});
     }
-    const QString source = files[0];
-    const QString target = files[1];
-    if (what == QLatin1String("channels")) {
-        const QVector<EDFChannelChange> changes = parseChanges(parser, source);
-        return runConversion<EDFConverter>(
-            target, [=](EDFConverter &converter) { converter.convertChannels(source, target, changes); });
-    }
+}
+
+Console::ExitStatus convertText(const QCommandLineParser &parser, const QStringList &sources, const QString &target)
+{
+    const EDFTextFormat format = parseFormat(parser);
+    requireSuffix(target, QStringLiteral("convert text"), {QStringLiteral(".edf"), QStringLiteral(".bdf")});
+    refuseInput(target, sources);
+    refuseToReplace(parser, target);
+    return runConversion<EDFConverter>(
+        target, [=](EDFConverter &converter) { converter.convertText(sources, target, format); });
+}
+
+Console::ExitStatus crop(const QCommandLineParser &parser, const QString &source, const QString &target)
+{
     const double from =
         parser.isSet(QStringLiteral("from")) ? number(parser.value(QStringLiteral("from")), "from") : 0.0;
     const bool hasEnd = parser.isSet(QStringLiteral("to"));
@@ -193,6 +230,32 @@ Console::ExitStatus convert(const QCommandLineParser &parser)
     }
     return runConversion<EDFConverter>(target,
                                        [=](EDFConverter &converter) { converter.crop(source, target, from, to); });
+}
+
+Console::ExitStatus convert(const QCommandLineParser &parser)
+{
+    QStringList files = parser.positionalArguments();
+    const QString what = files.isEmpty() ? QString() : files.takeFirst();
+    checkMode(parser, what);
+    const bool isText = what == QLatin1String("text");
+    if (files.size() < 2 || (!isText && files.size() != 2)) {
+        refuseUsage(isText ? QStringLiteral("convert text takes the text files, then the file to write.")
+                           : QStringLiteral("convert %1 takes a file and the file to write.").arg(what));
+    }
+    const QString target = files.takeLast();
+    if (isText) {
+        return convertText(parser, files, target);
+    }
+    const QString source = files.constFirst();
+    requireSameFormat(source, target, QStringLiteral("convert %1").arg(what));
+    refuseInput(target, files);
+    refuseToReplace(parser, target);
+    if (what == QLatin1String("crop")) {
+        return crop(parser, source, target);
+    }
+    const QVector<EDFChannelChange> changes = parseChanges(parser, source);
+    return runConversion<EDFConverter>(
+        target, [=](EDFConverter &converter) { converter.convertChannels(source, target, changes); });
 }
 
 } // namespace

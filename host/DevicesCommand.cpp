@@ -54,6 +54,11 @@ int runDevices(const QStringList &arguments)
         return status;
     }
 
+    if (!parser.positionalArguments().isEmpty()) {
+        Console::error(
+            QStringLiteral("devices takes options only, not \"%1\".").arg(parser.positionalArguments().constFirst()));
+        return Console::WrongUsage;
+    }
     DeviceFinder finder;
     const QList<AmplifierInfo> devices = finder.search();
     if (parser.isSet(json)) {

@@ -1,24 +1,63 @@
+#include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
 #include "ConversionRun.h"
+#include "CsvExport.h"
+#include "OutputFile.h"
+#include "Refusal.h"
+#include "files/EDFReader.h"
 #include "files/EDFToXLS.h"
 
 #include <QCommandLineParser>
 
-int runExport(const QStringList &arguments)
+namespace {
+
+const QString kCsv = QStringLiteral(".csv");
+const QString kWorkbook = QStringLiteral(".xlsx");
+
+void addOptions(QCommandLineParser &parser)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Writes a recording into a spreadsheet (Office Open XML)."));
+    parser.setApplicationDescription(QStringLiteral(
+        "Writes a recording into a spreadsheet (OUT.xlsx) or as comma-separated text (OUT.csv: the time in "
+        "seconds and a column per channel; without the annotations)."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The EDF(+) or BDF(+) file."));
-    parser.addPositionalArgument(QStringLiteral("OUT"), QStringLiteral("The spreadsheet to write."));
-    Console::ExitStatus status = Console::Success;
-    if (!Console::parse(parser, arguments, status)) {
-        return status;
+    parser.addPositionalArgument(QStringLiteral("OUT"), QStringLiteral("The file to write, .xlsx or .csv."));
+    addForceOption(parser);
+}
+
+Console::ExitStatus exportCsv(const QString &source, const QString &target)
+{
+    const Console::ExitStatus status =
+        runConversion<CsvExport>(target, [&](CsvExport &conversion) { conversion.convert(source, target); });
+    EDFReader reader(source);
+    if (status == Console::Success && reader.open() && !reader.annotations().isEmpty()) {
+        Console::error(QStringLiteral("Its annotations (%1) are not in %2: a workbook (.xlsx) has them.")
+                           .arg(reader.annotations().size())
+                           .arg(target));
     }
+    return status;
+}
+
+Console::ExitStatus exportRecording(const QCommandLineParser &parser)
+{
     const QStringList files = parser.positionalArguments();
     if (files.size() != 2) {
-        Console::error(QStringLiteral("export takes a recording and the spreadsheet to write."));
-        return Console::WrongUsage;
+        refuseUsage(QStringLiteral("export takes a recording and the file to write, .xlsx or .csv."));
     }
-    return runConversion<EDFToXLS>(files[1], [&](EDFToXLS &conversion) { conversion.convert(files[0], files[1]); });
+    const QString &source = files[0];
+    const QString &target = files[1];
+    requireSuffix(target, QStringLiteral("export"), {kWorkbook, kCsv});
+    refuseInput(target, {source});
+    refuseToReplace(parser, target);
+    if (target.endsWith(kCsv, Qt::CaseInsensitive)) {
+        return exportCsv(source, target);
+    }
+    return runConversion<EDFToXLS>(target, [&](EDFToXLS &conversion) { conversion.convert(source, target); });
+}
+
+} // namespace
+
+int runExport(const QStringList &arguments)
+{
+    return runCommand(arguments, addOptions, exportRecording);
 }

@@ -13,6 +13,9 @@
 
 namespace {
 
+constexpr int kTimeDigits = 14;
+constexpr double kNoDuration = 0.0001; ///< seconds: recordings of ours give it to events without a duration
+
 QJsonArray channelsToJson(EDFReader &reader)
 {
     QJsonArray channels;
@@ -53,13 +56,18 @@ QJsonArray gapsToJson(const EDFReader &reader)
     return gaps;
 }
 
+QString startText(const QDateTime &start)
+{
+    return start.toString(start.time().msec() == 0 ? Qt::ISODate : Qt::ISODateWithMs);
+}
+
 QJsonObject toJson(EDFReader &reader, const QString &path)
 {
     QJsonObject object{
         {QStringLiteral("file"), path},
         {QStringLiteral("type"), reader.fileTypeText()},
-        {QStringLiteral("start"), reader.getStartDateTime().toString(Qt::ISODate)},
-        {QStringLiteral("seconds"), reader.getDuration()},
+        {QStringLiteral("start"), startText(reader.getStartDateTime())},
+        {QStringLiteral("seconds"), reader.getExactDuration()},
         {QStringLiteral("patient"), reader.getPatientName()},
         {QStringLiteral("equipment"), reader.getEquipmentInfo()},
         {QStringLiteral("channels"), channelsToJson(reader)},
@@ -74,16 +82,43 @@ QJsonObject toJson(EDFReader &reader, const QString &path)
     return object;
 }
 
+/// A time in seconds with all digits that it has in the file.
+QString seconds(const QJsonValue &value)
+{
+    return QString::number(value.toDouble(), 'g', kTimeDigits);
+}
+
+void printGaps(const QJsonArray &gaps)
+{
+    for (const QJsonValue &value : gaps) {
+        const QJsonObject gap = value.toObject();
+        Console::print(QStringLiteral("  gap of %1 s at %2 s, after %3 s of signal")
+                           .arg(seconds(gap[QLatin1String("duration")]), seconds(gap[QLatin1String("start")]),
+                                seconds(gap[QLatin1String("position")])));
+    }
+}
+
+void printAnnotations(const QJsonArray &annotations)
+{
+    for (const QJsonValue &value : annotations) {
+        const QJsonObject annotation = value.toObject();
+        const QJsonValue duration = annotation[QLatin1String("duration")];
+        const bool lasts = duration.toDouble() > kNoDuration;
+        Console::print(QStringLiteral("  at %1 s%2: %3")
+                           .arg(seconds(annotation[QLatin1String("onset")]),
+                                lasts ? QStringLiteral(" for %1 s").arg(seconds(duration)) : QString(),
+                                annotation[QLatin1String("text")].toString()));
+    }
+}
+
 void printText(const QJsonObject &info)
 {
     const QJsonArray channels = info[QLatin1String("channels")].toArray();
     const QJsonArray annotations = info[QLatin1String("annotations")].toArray();
     Console::print(QStringLiteral("%1: %2, %3 s from %4, %5 channels, %6 annotations")
-                       .arg(info[QLatin1String("file")].toString(), info[QLatin1String("type")].toString())
-                       .arg(info[QLatin1String("seconds")].toDouble())
-                       .arg(info[QLatin1String("start")].toString())
-                       .arg(channels.size())
-                       .arg(annotations.size()));
+                       .arg(info[QLatin1String("file")].toString(), info[QLatin1String("type")].toString(),
+                            seconds(info[QLatin1String("seconds")]), info[QLatin1String("start")].toString(),
+                            QString::number(channels.size()), QString::number(annotations.size())));
     for (const auto &[caption, key] : {std::pair("Patient", "patient"), std::pair("Equipment", "equipment")}) {
         const QString text = info[QLatin1String(key)].toString();
         if (!text.isEmpty()) {
@@ -98,20 +133,8 @@ void printText(const QJsonObject &info)
                            .arg(channel[QLatin1String("frequency")].toDouble(), 8)
                            .arg(channel[QLatin1String("unit")].toString()));
     }
-    const QJsonArray gaps = info[QLatin1String("gaps")].toArray();
-    for (const QJsonValue &value : gaps) {
-        const QJsonObject gap = value.toObject();
-        Console::print(QStringLiteral("  gap of %1 s at %2 s, after %3 s of signal")
-                           .arg(gap[QLatin1String("duration")].toDouble())
-                           .arg(gap[QLatin1String("start")].toDouble())
-                           .arg(gap[QLatin1String("position")].toDouble()));
-    }
-    for (const QJsonValue &value : annotations) {
-        const QJsonObject annotation = value.toObject();
-        Console::print(QStringLiteral("  at %1 s: %2")
-                           .arg(annotation[QLatin1String("onset")].toDouble())
-                           .arg(annotation[QLatin1String("text")].toString()));
-    }
+    printGaps(info[QLatin1String("gaps")].toArray());
+    printAnnotations(annotations);
 }
 
 } // namespace

@@ -16,14 +16,17 @@ class LiveValues : public QObject
     Q_OBJECT
 public:
     /// @param channelNames of the montage, which label the values per channel
-    explicit LiveValues(const QStringList &channelNames, QObject *parent = nullptr);
+    /// @param algorithms   whose results will come
+    LiveValues(const QStringList &channelNames, const std::vector<UnitParams> &algorithms, QObject *parent = nullptr);
 
-    bool isEmpty() const { return m_series.isEmpty(); }
-    /// "alpha 31.4  beta 12.0  75.2 bpm"
+    /// Whether nothing came yet.
+    bool isEmpty() const;
+    /// "alpha 31.4 %  heart_rate 75.2 bpm"
     QString line() const;
-    /// Latest value per algorithm.
+    /// Latest value per algorithm that gave one, and "units" with the unit of each.
     QJsonObject latest() const;
-    /// Per algorithm: number of results, mean of the value and, where it is given, of every channel.
+    /// Per algorithm: number of results, unit, mean of the value and, where it is given, of every channel. One that
+    /// gave nothing has 0 results and no mean.
     QJsonObject summary() const;
 
 public slots:

@@ -54,14 +54,30 @@ HalvinRespPacket ask(const QString &address, quint16 port, const QString &comman
     return answer;
 }
 
+/// The message of an error. It is not escaped, so it need not be JSON: the wrapping is taken off by hand.
+QString messageOf(const HalvinRespPacket &answer)
+{
+    QString text = answer.contentToJson().value(QLatin1String("error")).toString();
+    const QString &content = answer.getContent();
+    const QLatin1String begin("{\"error\":\"");
+    const QLatin1String end("\"}");
+    if (text.isEmpty()) {
+        text = content.startsWith(begin) && content.endsWith(end)
+            ? content.mid(begin.size(), content.size() - begin.size() - end.size())
+            : content;
+    }
+    return text.replace(QLatin1String("\r\n"), QLatin1String(": ")).simplified();
+}
+
 Console::ExitStatus show(const HalvinRespPacket &answer)
 {
     if (answer.isSuccessful()) {
         Console::print(answer.getContent());
         return Console::Success;
     }
-    const QString reason = answer.contentToJson().value(QLatin1String("error")).toString();
-    Console::error(QStringLiteral("The service refused: %1").arg(reason.isEmpty() ? answer.getContent() : reason));
+    const QString reason = messageOf(answer);
+    Console::error(reason.isEmpty() ? QStringLiteral("The service refused, and does not say why.")
+                                    : QStringLiteral("The service refused: %1").arg(reason));
     return Console::Failure;
 }
 

@@ -4,12 +4,14 @@
 #include "Interrupt.h"
 #include "Refusal.h"
 #include "server/DataServer.h"
+#include "server/outlets/TcpTextSocket.h"
 #include "service/Service.h"
 
 #include <QCommandLineParser>
 #include <QDir>
 #include <QEventLoop>
 #include <QStandardPaths>
+#include <QUrl>
 
 namespace {
 
@@ -28,6 +30,28 @@ void addOptions(QCommandLineParser &parser)
     add("state-seconds", QStringLiteral("Length of a state file; 10 unless said."), "N");
     add("device-search", QStringLiteral("Look for devices always, or only while none acquires, unless said."),
         "always|idle");
+    add("playback", QStringLiteral("Play this EDF or BDF recording as the device \"Playback\"."), "FILE");
+    add("lsl", QStringLiteral("Stream through a Lab Streaming Layer outlet of this name."), "NAME");
+    parser.addOption({QStringLiteral("text-sockets"),
+                      QStringLiteral("Send alpha and beta as text lines to the ports %1 and %2 of this computer.")
+                          .arg(TcpTextSocket::kAlphaPort)
+                          .arg(TcpTextSocket::kBetaPort)});
+    add("allow-origin", QStringLiteral("Let web pages of this origin use the service, * for all (repeatable)."),
+        "ORIGIN");
+}
+
+QStringList allowedOrigins(const QCommandLineParser &parser)
+{
+    const QStringList origins = parser.values(QStringLiteral("allow-origin"));
+    for (const QString &origin : origins) {
+        const QUrl url(origin);
+        const bool isOrigin = !url.scheme().isEmpty() && !url.host().isEmpty() && url.path().size() <= 1;
+        if (!isOrigin && origin != QLatin1String("*") && origin != QLatin1String("null")) {
+            refuseUsage(QStringLiteral("--allow-origin takes an origin, such as http://localhost:8000, not \"%1\".")
+                            .arg(origin));
+        }
+    }
+    return origins;
 }
 
 int number(const QCommandLineParser &parser, const char *option, int standard, int least, int most)
@@ -82,6 +106,10 @@ ServiceOptions parseOptions(const QCommandLineParser &parser)
     options.port = static_cast<quint16>(number(parser, "port", DataServer::kPort, 0, 65535));
     options.stateSeconds = number(parser, "state-seconds", options.stateSeconds, 1, kMaxStateSeconds);
     options.searchWhileAcquiring = searchesAlways(parser);
+    options.playbackFile = parser.value(QStringLiteral("playback"));
+    options.lslName = parser.value(QStringLiteral("lsl"));
+    options.textSockets = parser.isSet(QStringLiteral("text-sockets"));
+    options.allowedOrigins = allowedOrigins(parser);
     const QString folder = parser.value(QStringLiteral("data"));
     options.dataFolder = QDir::cleanPath(QDir().absoluteFilePath(
         folder.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) : folder));

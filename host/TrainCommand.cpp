@@ -1,6 +1,7 @@
 #include "CommandRun.h"
 #include "Commands.h"
 #include "Console.h"
+#include "OutputFile.h"
 #include "Refusal.h"
 #include "bci/ModelFile.h"
 #include "bci/Preprocessor.h"
@@ -46,11 +47,16 @@ void addOptions(QCommandLineParser &parser)
     parser.addOption({QStringLiteral("components"), QStringLiteral("portal: compare principal components.")});
     add("envelope", "emg: cut-off of the envelope, Hz.", "HZ", "5");
     add("order", "gesture: order of the autoregressive model.", "N", "4");
+    add("shrinkage",
+        "gesture: from 0, features vary together as in the examples, to 100, each on its own; from the data unless "
+        "said.",
+        "PERCENT");
     add("reject", "gesture: distance beyond which a window is no gesture; 0 for never.", "D", "0");
-    add("folds", "Blocks of the cross-validation.", "N", "5");
+    add("folds", "Blocks of the cross-validation at most; whole recordings where a class has several.", "N", "5");
     add("minimum-rate", "Share of its own examples that every class must get right, 0 to 1.", "R", "0");
     add("save", "Write the model, trained on everything, into this file.", "MODEL");
     add("features", "Write every window's label, block and features into this file, tab-separated.", "FILE");
+    addForceOption(parser);
     parser.addOption({QStringLiteral("json"), QStringLiteral("Print the result as one JSON object on a line.")});
 }
 
@@ -68,6 +74,9 @@ bp::LearningSettings settingsFrom(const QCommandLineParser &parser)
     settings.components = parser.isSet(QStringLiteral("components"));
     settings.envelope = Option::integer(parser, "envelope", 1, 100000);
     settings.order = Option::integer(parser, "order", 0, 32);
+    if (parser.isSet(QStringLiteral("shrinkage"))) {
+        settings.shrinkagePercent = Option::integer(parser, "shrinkage", 0, 100);
+    }
     settings.rejectDistance = static_cast<float>(Option::number(parser, "reject", 0.0, 1e6));
     settings.minimumRate = static_cast<float>(Option::number(parser, "minimum-rate", 0.0, 1.0));
     return settings;
@@ -92,9 +101,41 @@ void checkClasses(const TrainingData &data, const Windows &windows, const QStrin
         refuse(QStringLiteral("--bci eeg tells two classes apart, not %1: take portal.").arg(data.classes.size()));
     }
     const auto channels = static_cast<int>(data.recordings.front().rows.size());
+    if (kind == QLatin1String("eeg") && channels > 1) {
+        refuseUsage(
+            QStringLiteral("--bci eeg learns from one channel, and there are %1: choose one with --channels, for "
+                           "example --channels %2, or take portal, which learns from all.")
+                .arg(channels)
+                .arg(data.recordings.front().names.constFirst()));
+    }
     if (kind == QLatin1String("emg") && (data.classes.firstKey() != 0 || data.classes.lastKey() > channels)) {
         refuse(QStringLiteral("--bci emg takes the label 0 for rest and 1 to %1 for the movement of that channel.")
                    .arg(channels));
+    }
+}
+
+/// A band in which the spectrum of a window has nothing would be learned as a constant.
+void checkBands(const bp::LearningSettings &settings, const Windows &windows)
+{
+    const auto refuseBand = [](const char *option, const QPair<float, float> &band) {
+        refuseUsage(QStringLiteral("--%1 %2-%3: there is nothing between these frequencies at this rate and window; "
+                                   "choose a band below half the rate, or a longer --window.")
+                        .arg(QLatin1String(option))
+                        .arg(static_cast<double>(band.first))
+                        .arg(static_cast<double>(band.second)));
+    };
+    const auto isEmpty = [&windows](std::size_t feature) {
+        return std::all_of(windows.all().begin(), windows.all().end(), [feature](const LabelledWindow &window) {
+            return window.features.front().size() <= feature || window.features.front()[feature] == 0.0f;
+        });
+    };
+    for (std::size_t i = 0; settings.kind == QLatin1String("eeg") && i < settings.bands.size(); ++i) {
+        if (isEmpty(i)) {
+            refuseBand("bands", settings.bands[i]);
+        }
+    }
+    if (settings.kind == QLatin1String("portal") && isEmpty(0)) {
+        refuseBand("band", settings.band);
     }
 }
 
@@ -129,8 +170,10 @@ void printResult(const Validation &validation, const TrainingData &data, const W
                        .arg(classes.join(QStringLiteral(", ")))
                        .arg(data.recordings.front().rows.size())
                        .arg(data.rate));
-    Console::print(QStringLiteral("Cross-validation over %1 contiguous blocks: %2 % right (%3 % ± %4 % per block)")
+    Console::print(QStringLiteral("Cross-validation over %1 %2: %3 % right (%4 % ± %5 % per block)")
                        .arg(validation.accuracies.size())
+                       .arg(windows.followsRecordings() ? QStringLiteral("blocks of whole recordings")
+                                                        : QStringLiteral("contiguous blocks"))
                        .arg(100.0 * validation.confusion.accuracy(), 0, 'f', 1)
                        .arg(100.0 * validation.mean(), 0, 'f', 1)
                        .arg(100.0 * validation.deviation(), 0, 'f', 1));
@@ -152,6 +195,7 @@ QJsonObject jsonResult(const Validation &validation, const TrainingData &data, c
             {QStringLiteral("accuracy"), validation.confusion.accuracy()},
             {QStringLiteral("blocks"), blocks},
             {QStringLiteral("failed_blocks"), validation.failedFolds},
+            {QStringLiteral("whole_recordings"), windows.followsRecordings()},
             {QStringLiteral("classes"), validation.confusion.toJson(data.classes)}};
 }
 
@@ -179,15 +223,10 @@ void finish(bp::ModelFile &model, const Windows &windows, const QString &path)
     }
 }
 
-Console::ExitStatus train(const QCommandLineParser &parser)
+/// What is to be trained. Throws a Refusal when it could not be used.
+bp::ModelFile emptyModel(const QCommandLineParser &parser, const bp::LearningSettings &settings,
+                         const TrainingData &data, double highPass)
 {
-    bp::LearningSettings settings = settingsFrom(parser);
-    const double highPass = parser.isSet(QStringLiteral("highpass")) ? Option::number(parser, "highpass", 0.0, 1e6)
-        : isMuscle(settings.kind)                                    ? kMuscleHighPass
-                                                                     : 0.0;
-    const TrainingData data = TrainingData::read(parser, highPass);
-    settings.channels = static_cast<int>(data.recordings.front().rows.size());
-
     bp::ModelFile model;
     model.kind = settings.kind;
     model.rate = data.rate;
@@ -196,24 +235,57 @@ Console::ExitStatus train(const QCommandLineParser &parser)
     model.highPass = highPass;
     model.channels = data.recordings.front().names;
     model.classes = data.classes;
+    const QString fault = model.fault();
+    if (!fault.isEmpty()) {
+        refuseUsage(QStringLiteral("A model of these options %1.").arg(fault));
+    }
+    if (settings.kind == QLatin1String("emg") && 2 * settings.envelope >= data.rate) {
+        refuseUsage(QStringLiteral("--envelope %1 needs a rate above %2 Hz.")
+                        .arg(settings.envelope)
+                        .arg(2 * settings.envelope));
+    }
     model.pair = bp::makeLearningPair(settings);
     model.pair.preprocessor->setFs(data.rate);
+    return model;
+}
 
-    const auto samples = [&data](double seconds) {
-        return std::max<std::size_t>(1, static_cast<std::size_t>(seconds * data.recordings.front().rate));
-    };
-    Windows windows(samples(model.window), samples(model.step));
+/// Refuses, before anything is learned, what --save and --features would destroy.
+void checkOutputs(const QCommandLineParser &parser)
+{
+    QStringList inputs;
+    for (const QString &data : parser.values(QStringLiteral("data"))) {
+        inputs << data << data.left(data.lastIndexOf(QLatin1Char(':')));
+    }
+    for (const char *option : {"save", "features"}) {
+        const QString path = parser.value(QLatin1String(option));
+        if (!path.isEmpty()) {
+            refuseInput(path, inputs);
+            refuseToReplace(parser, path);
+        }
+    }
+}
+
+Console::ExitStatus train(const QCommandLineParser &parser)
+{
+    checkOutputs(parser);
+    bp::LearningSettings settings = settingsFrom(parser);
+    const double highPass = parser.isSet(QStringLiteral("highpass")) ? Option::number(parser, "highpass", 0.0, 1e6)
+        : isMuscle(settings.kind)                                    ? kMuscleHighPass
+                                                                     : 0.0;
+    const TrainingData data = TrainingData::read(parser, highPass);
+    settings.channels = static_cast<int>(data.recordings.front().rows.size());
+
+    bp::ModelFile model = emptyModel(parser, settings, data, highPass);
+    Windows windows(model.windowSamples(), model.stepSamples());
     windows.cut(data.recordings, data.segments, *model.pair.preprocessor);
     checkClasses(data, windows, settings.kind);
-    const QMap<int, int> counts = windows.counts();
-    const int folds =
-        std::min(Option::integer(parser, "folds", 2, 1000), *std::min_element(counts.cbegin(), counts.cend()));
-    windows.split(folds);
+    checkBands(settings, windows);
+    windows.split(Option::integer(parser, "folds", 2, 1000));
     if (parser.isSet(QStringLiteral("features"))) {
         writeFeatures(parser.value(QStringLiteral("features")), windows, data);
     }
-    const Validation validation = Validation::run(windows, folds, data.rate, settings, [folds](int fold) {
-        Console::progress(QStringLiteral("block %1 of %2").arg(fold + 1).arg(folds));
+    const Validation validation = Validation::run(windows, data.rate, settings, [&windows](int fold) {
+        Console::progress(QStringLiteral("block %1 of %2").arg(fold + 1).arg(windows.folds()));
     });
     Console::progress(QString());
     if (parser.isSet(QStringLiteral("json"))) {

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Console.h"
+#include "Interrupt.h"
 
 #include <QCoreApplication>
 #include <QLocale>
@@ -22,7 +23,7 @@ constexpr std::array<Command, 10> kCommands{{
     {"info", "header, channels and annotations of an EDF or BDF file", runInfo},
     {"repair", "a sound copy of a recording that was not closed", runRepair},
     {"convert", "crop, channels or text: an EDF or BDF file made of others", runConvert},
-    {"export", "a recording as a spreadsheet", runExport},
+    {"export", "a recording as a spreadsheet or as comma-separated text", runExport},
     {"train", "learn from labelled recordings, and validate", runTrain},
     {"classify", "classify a recording or a device with a trained model", runClassify},
     {"serve", "answer the requests of other programs, with a device behind", runServe},
@@ -44,6 +45,7 @@ QString usage()
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
+    Interrupt::ignoreClosedPipes();
     std::setlocale(LC_NUMERIC, "C"); // numbers in files and answers do not follow the user's locale
     QCoreApplication::setApplicationName(QStringLiteral("bioprocessing"));
     QCoreApplication::setApplicationVersion(QStringLiteral(BIOPROCESSING_VERSION));
@@ -53,16 +55,16 @@ int main(int argc, char *argv[])
     const QString word = arguments.value(1);
     if (word == QLatin1String("--help") || word == QLatin1String("-h")) {
         Console::print(usage());
-        return Console::Success;
+        return Console::finish(Console::Success);
     }
     if (word == QLatin1String("--version")) {
         Console::print(QStringLiteral("bioprocessing " BIOPROCESSING_VERSION));
-        return Console::Success;
+        return Console::finish(Console::Success);
     }
     for (const Command &command : kCommands) {
         if (word == QLatin1String(command.name)) {
             arguments.removeAt(1);
-            return command.run(arguments);
+            return Console::finish(command.run(arguments));
         }
     }
     Console::error(word.isEmpty()

@@ -47,6 +47,8 @@ private slots:
     void rhythmsHaveTheirBands();
     void valuesFallBackAndComeBack();
     void jsonAndFileRoundTrip();
+    void valuesAreCheckedAgainstTheirLimits_data();
+    void valuesAreCheckedAgainstTheirLimits();
     void settingsAreTakenOverOrRefused();
     void settingsWithinADocument();
 
@@ -288,16 +290,66 @@ void TestAlgorithms::jsonAndFileRoundTrip()
     params.setParamDescriptor("альфа <&> \"µ\""_s);
     params.setDependName("alpha;beta"_s);
     params.setParamValue("formula"_s, "alpha<beta && 1>0\nsecond line"_s);
-    params.setParamValue("depend"_s, "a\u0001b"_s); // XML cannot hold that character
+    const QChar half(0xD83D);
+    params.setParamValue("depend"_s, "a\u0001b]]>"_s + half); // XML can hold neither of the two
+    custom_param odd;
+    odd.key = "no name"_s;
+    params.push_back(odd);
     QVERIFY(params.writeParamToFile(path));
     copy = ParamFactory::makeCustomProperty("Math"_s);
     QVERIFY(copy.loadParamFromFile(path));
-    params.setParamValue("depend"_s, "a b"_s);
-    QCOMPARE(copy.toJson(), params.toJson());
+    QCOMPARE(copy.getParamValue("depend"_s), "a b]]>\uFFFD"_s);
+    QCOMPARE(copy.getParamValue("formula"_s), params.getParamValue("formula"_s));
+    QCOMPARE(copy.getParamDescriptor(), params.getParamDescriptor());
     QCOMPARE(copy.getDependName(), "alpha;beta"_s);
     QVERIFY(colored("#222"_s).writeParamToFile(path) && copy.loadParamFromFile(path)); // shorter than before
     QCOMPARE(color(copy), "#222"_s);
     QVERIFY(!params.writeParamToFile(folder.path()) && !params.loadParamFromFile(folder.filePath("none.xml"_s)));
+}
+
+/// The first words of what is wrong, empty for nothing.
+void TestAlgorithms::valuesAreCheckedAgainstTheirLimits_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("problem");
+    const auto row = [](const char *name, const char *type, const char *key, const char *value, const char *problem) {
+        QTest::newRow(name) << QString::fromLatin1(type) << QString::fromLatin1(key) << QString::fromLatin1(value)
+                            << QString::fromLatin1(problem);
+    };
+    row("at the limit", "SpectrumNorm", "time", "10", "");
+    row("beyond it", "SpectrumNorm", "time", "10.01", "\"time\" has to be a number from 1 to 10, not \"10.01\".");
+    row("not finite", "SpectrumNorm", "time", "nan", "\"time\" has to be a number");
+    row("decimal comma", "SpectrumNorm", "time", "1,5", "\"time\" has to be a number");
+    row("default back", "SpectrumNorm", "time", "", "");
+    row("flag", "SpectrumNorm", "average", "2", "\"average\" has to be 0 or 1");
+    row("choice", "DependSpectrumNorm", "calc_mode", "4", "");
+    row("no such choice", "DependSpectrumNorm", "calc_mode", "5", "\"calc_mode\" has to be a whole number from 0 to 4");
+    row("between channels", "ECG", "channel", "1.5", "\"channel\" has to be a whole number from 1 to 1000");
+    row("any text", "Math", "formula", "1+", "");
+    row("unknown", "Math", "Formula", "1",
+        "There is no parameter \"Formula\", only r_color, visible, formula, depend.");
+}
+
+void TestAlgorithms::valuesAreCheckedAgainstTheirLimits()
+{
+    QFETCH(QString, type);
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+    QFETCH(QString, problem);
+    const UnitParams params = ParamFactory::makeCustomProperty(type);
+    const QString told = params.problemOf(key, value);
+    QVERIFY2(problem.isEmpty() ? told.isEmpty() : told.startsWith(problem), qPrintable(told));
+    // The same of whole sets.
+    const QJsonObject entry{{"description"_s, key}, {"curr_val"_s, value}};
+    QCOMPARE(params.problemOf(QJsonObject{{"data"_s, QJsonArray{entry}}}), told);
+    UnitParams sent = params;
+    sent.setParamValue(key, value);
+    QTemporaryDir folder;
+    QVERIFY(sent.writeParamToFile(folder.filePath("set.xml"_s)));
+    QCOMPARE(params.problemOfFile(folder.filePath("set.xml"_s)), params.contain(key) ? told : QString());
+    QCOMPARE(sent.problemOf(QJsonObject(sent.toJson())), QString()); // what stands may stay
 }
 
 void TestAlgorithms::settingsAreTakenOverOrRefused()
@@ -309,7 +361,8 @@ void TestAlgorithms::settingsAreTakenOverOrRefused()
     QCOMPARE(loaded(R"({"data":[{"description":"other","curr_val":"#222"}]})"), "one #111"_s);
     QCOMPARE(loaded(R"({"data":[{"description":"r_color","curr_val":{}}]})"), "one #111"_s);
     QCOMPARE(loaded(R"({"data":[1,null,[],{"description":"r_color","curr_val":"#222"}]})"), "one #222"_s);
-    for (const char *json : {R"({"desc":"two"})", R"({"desc":"two","data":{"r_color":"#222"}})",
+    QCOMPARE(loaded(R"({"desc":"two"})"), "two #111"_s);
+    for (const char *json : {R"({"desc":"two","data":{"r_color":"#222"}})",
                              R"({"desc":2,"data":[{"description":"r_color","curr_val":"#222"}]})",
                              R"({"name":null,"desc":"two","data":[]})"}) {
         QCOMPARE(loaded(json), "one #111!"_s);
@@ -437,6 +490,10 @@ void TestAlgorithms::linksMadeByHand()
     QCOMPARE(publish(), "first! second!"_s);
     listener.clearSenders();
     QCOMPARE(publish(), "second!"_s);
+    listener.setSenderAlgorithm(first.get());
+    listener.setSigner(first.get());
+    listener.clearSenders();
+    QCOMPARE(publish(), "first! second!"_s); // made by hand while it was linked: it stays
     listener.setSenderAlgorithm(first.get());
     first.reset();
     QCOMPARE(listener.getSenderAlgorithm(), nullptr);

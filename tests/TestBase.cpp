@@ -74,6 +74,7 @@ void TestBase::formulaIsCalculated()
     QCOMPARE(calculated("2^3^2"), 512.0);
     QCOMPARE(calculated("-(3-5)*2"), 4.0);
     QCOMPARE(calculated("sqrt(16)+abs(-1)+max(1,7,3)"), 12.0);
+    QCOMPARE(calculated("(a==b)+2*(a!=b)+4*(a<=b)+8*(a>=b)", "a=1 b=2"), 6.0);
     QCOMPARE(calculated("alpha+alpha/beta+alpha", "alpha=0.5 beta=2"), 1.25);
     QCOMPARE(calculated("a+b+c+d+e+f+g+h+i", "a=1 b=2 c=3 d=4 e=5 f=6 g=7 h=8 i=9"), 45.0);
     for (const char *formula : {"1/a", "a/a", "1/0+a", "sqrt(a-1)"}) {
@@ -83,8 +84,9 @@ void TestBase::formulaIsCalculated()
 
 void TestBase::formulaIsRefused()
 {
-    for (const QString &formula : {""_s, "   "_s, "1+"_s, "alpha beta"_s, "(alpha"_s, "alpha(1)"_s, "max()"_s, "1,5"_s,
-                                   "\"alpha\""_s, QString(100000, QLatin1Char('('))}) {
+    for (const QString &formula :
+         {""_s, "   "_s, "1+"_s, "alpha beta"_s, "(alpha"_s, "alpha(1)"_s, "max()"_s, "1,5"_s, "\"alpha\""_s, "a=1"_s,
+          "a>0?b=1:0"_s, "a==b=1"_s, "a= =1"_s, "(a)=2"_s, QString(100000, QLatin1Char('('))}) {
         Evaluate evaluate;
         QVERIFY(analyze(evaluate, "a+1"_s, "a=1"_s));
         QStringList names{"left over"_s};

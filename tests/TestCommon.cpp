@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdio>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -19,6 +20,7 @@ class TestCommon : public QObject
 
 private slots:
     void traceRendersArgumentsFromTheirType();
+    void traceIsThatOfPrintf();
     void traceIsCompleteAndCanBeSilenced();
     void numbersOutsideTheEnumerationsAreHarmless();
     void vectorsCrossThreads();
@@ -58,6 +60,44 @@ void TestCommon::traceRendersArgumentsFromTheirType()
     QCOMPARE(rendered("%i%% of %s%%, 50% %", 5, "100%i"), "5% of 100%i%, 50% %"_s);
     QCOMPARE(rendered("[%4i][%-4i][%05i][%06.2f]", 42, 42, -42, 1.5), "[  42][42  ][-0042][001.50]"_s);
     QCOMPARE(rendered("%999999999i", 1).size(), 256);
+    QCOMPARE(rendered("%*i|%-*s|%.*f", 4, 7, 3, "a", 1, 2.26), "   7|a  |2.3"_s);
+    QCOMPARE(rendered("%*i", "wide"), "%*i"_s); // nothing is left for the conversion
+}
+
+/// Where conversion and argument fit, as the C library has it (in its "C" locale, in which tests run).
+void TestCommon::traceIsThatOfPrintf()
+{
+    const auto fits = [](const char *format, auto value) {
+        char expected[400];
+        std::snprintf(expected, sizeof expected, format, value);
+        const QString line = rendered(format, value);
+        QCOMPARE(QLatin1String(format) + line, QLatin1String(format) + QLatin1String(expected));
+    };
+    for (const std::string flags : {"", "-", "0", "+", " ", "#", "+0", "#0", "-+", "# "}) {
+        for (const std::string size : {"", "12", ".0", ".", ".3", "9.4"}) {
+            const auto made = [&](const char *conversion) { return "[%" + flags + size + conversion + "]"; };
+            for (const double value : {0.0, -1.5, 123456.789, 1e-7, -2.5e20}) {
+                for (const char *letter : {"f", "e", "E", "g", "G"}) {
+                    fits(made(letter).c_str(), value);
+                }
+            }
+            for (const int value : {0, 42, -7, std::numeric_limits<int>::min()}) {
+                fits(made("d").c_str(), value);
+                fits(made("hhi").c_str(), value);
+            }
+            if (flags.find_first_of("+ ") == std::string::npos) {
+                for (const unsigned value : {0u, 255u, 4294967295u}) {
+                    for (const char *letter : {"x", "X", "o", "hx", "u"}) {
+                        fits(made(letter).c_str(), value);
+                    }
+                }
+                fits(made("llx").c_str(), 0x123456789ABCull);
+                fits(made("s").c_str(), "some text");
+            }
+        }
+    }
+    QCOMPARE(rendered("%x %c %-3c|", -1, 'A', 66), "ffffffff A B  |"_s);
+    QVERIFY(rendered("%p", static_cast<void *>(this)).startsWith("0x"_s));
 }
 
 void TestCommon::traceIsCompleteAndCanBeSilenced()

@@ -161,6 +161,7 @@ private slots:
     void resamplesWithoutDelayOrFolding();
     void readsText_data();
     void readsText();
+    void refusesDatesBeyondTheHeader();
     void refusesInOneSentence_data();
     void refusesInOneSentence();
     void leavesNothingWhenCancelled();
@@ -244,6 +245,7 @@ void TestConversion::movesAnnotationsAndStart()
     }
     QCOMPARE(reader.getPatientName(), QStringLiteral("Ann"));
 
+    reader.close(); // what is open is not replaced
     // Over midnight and New Year, with a fraction of a second.
     QVERIFY(converter.crop(path("in"), path("out"), 10.5, 20.0));
     reader.setPath(path("out"));
@@ -358,6 +360,23 @@ void TestConversion::readsText()
     for (int i = 0; i < 3; ++i) { // the reader inverts
         QVERIFY(std::fabs(-reader.getChannelData(0, 0, 3)[static_cast<std::size_t>(i)] - first[i]) < 1e-9);
         QVERIFY(std::fabs(-reader.getChannelData(1, 0, 3)[static_cast<std::size_t>(i)] - second[i]) < 1e-9);
+    }
+}
+
+// A header cannot hold such a date, and nobody could read it back.
+void TestConversion::refusesDatesBeyondTheHeader()
+{
+    writeText(path("in"), "1\n2\n");
+    EDFConverter converter;
+    EDFTextFormat format;
+    format.rate = 10.0;
+    for (const int year : {1984, 1985, 2084, 2085}) {
+        format.start = QDateTime(QDate(year, 1, 2), QTime(3, 4, 5));
+        const bool fits = year >= 1985 && year <= 2084;
+        QCOMPARE(converter.convertText({path("in")}, path("out"), format), fits);
+        QCOMPARE(EDFReader::fileInfo(path("out")).startDateTime, fits ? format.start : QDateTime());
+        QCOMPARE(QDir(m_folder->path()).entryList(QDir::Files).size(), fits ? 2 : 1);
+        QFile::remove(path("out"));
     }
 }
 

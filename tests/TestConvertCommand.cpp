@@ -53,7 +53,7 @@ void TestConvertCommand::fromTextToSheet()
         }
     }
     HandmadeEdf::write(text, path("in.csv"));
-    VERIFY_RUN("convert text @all.edf @in.csv --header --rate 100 --start 2024-02-28T23:59:58");
+    VERIFY_RUN("convert text @in.csv @all.edf --header --rate 100 --start 2024-02-28T23:59:58");
     VERIFY_RUN("convert crop @all.edf @part.edf --from 2.5 --to 7.43");
     VERIFY_RUN("convert channels @part.edf @two.edf --choose ECG,Fp1 --rename Fp1=Cz --scale ECG=0.001:mV");
     VERIFY_RUN("export @two.edf @two.xlsx");
@@ -111,7 +111,7 @@ void TestConvertCommand::stretchesBetweenGaps()
                        {"--to 1.2", 0, 12, "02.01.2003.04.05", {"first"}},
                        {"--from 5.4", 24, 16, "02.01.2003.04.10", {"second"}}};
     for (const Case &row : cases) {
-        VERIFY_RUN((QByteArray("convert crop @gap.edf @out.edf ") + row.range).constData());
+        VERIFY_RUN((QByteArray("convert crop @gap.edf @out.edf --force ") + row.range).constData());
         const EdfParser out(path("out.edf"));
         QCOMPARE(out.field(168, 16), QByteArray(row.start));
         QCOMPARE(out.field(192, 5), QByteArray("EDF+C"));
@@ -141,6 +141,15 @@ void TestConvertCommand::exportsTrueTimes()
 {
     writeGapped();
     VERIFY_RUN("export @gap.edf @gap.xlsx");
+    VERIFY_RUN("export @gap.edf @gap.csv");
+    QFile csv(path("gap.csv"));
+    QVERIFY(csv.open(QIODevice::ReadOnly));
+    const QByteArrayList lines = csv.readAll().split('\n');
+    QCOMPARE(lines.size(), 42); // the last is empty
+    QCOMPARE(lines[0], QByteArray("Time (s),A (uV),B (uV)"));
+    QCOMPARE(lines[2], QByteArray("0.1,0.1,"));
+    QCOMPARE(lines[20], QByteArray("1.9,1.9,"));
+    QCOMPARE(lines[21], QByteArray("5,2,1"));
     QXlsx::Document book(path("gap.xlsx"));
     QVERIFY(book.selectSheet(QStringLiteral("Data 10 Hz")));
     for (int i = 0; i < 40; ++i) {
@@ -185,14 +194,17 @@ void TestConvertCommand::refusesInOneSentence_data()
     row("convert crop @in.edf @out.edf --from 2 --to 99", 1, "lasts 3 s");
     row("convert crop @none.edf @out.edf", 1, "no such file");
     row("convert crop @long.edf @out.edf", 1, "1 bytes longer");
-    row("convert crop @in.edf @in.edf", 1, "source and the target");
+    row("convert crop @in.edf @in.edf", 1, "the file that is read");
+    row("convert crop @in.edf @out.bdf", 2, "of an EDF file writes .edf");
+    row("convert crop @in.edf @out.edf --unit uV", 2, "convert crop has no option --unit");
+    row("convert text @out.edf @in.txt --rate 10", 2, ".edf or .bdf");
     row("convert channels @in.edf @out.edf --choose C", 1, "only A, A");
     row("convert channels @in.edf @out.edf --choose A", 1, "#1 for the first");
     row("convert channels @in.edf @out.edf --choose #1 --rename B=C", 1, "\"B\"");
     row("convert channels @in.edf @out.edf --rate 0", 2, "above 0 Hz");
-    row("convert text @out.edf @in.txt", 2, "--rate");
-    row("convert text @out.edf @in.txt --rate 10", 1, "in.txt, line 3: \"x\"");
-    row("convert text @out.edf @short.txt @longer.txt --rate 10", 1, "short.txt, line 1: the file ends");
+    row("convert text @in.txt @out.edf", 2, "--rate");
+    row("convert text @in.txt @out.edf --rate 10", 1, "in.txt, line 3: \"x\"");
+    row("convert text @short.txt @longer.txt @out.edf --rate 10", 1, "short.txt, line 1: the file ends");
     row("export @in.edf", 2, "export takes");
     row("export @in.txt @out.xlsx", 1, "does not begin as EDF");
     row("repair @in.edf @in.txt @out.edf", 2, "repair takes");

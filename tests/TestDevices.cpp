@@ -3,10 +3,12 @@
 #include "devices/ChannelLabels.h"
 #include "devices/DeviceManager.h"
 #include "devices/DeviceSearcher.h"
+#include "montage/Montage.h"
 #include "support/FakeAmplifier.h"
 #include "support/TestMain.h"
 #include "support/TraceCapture.h"
 
+#include <QPointer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -98,6 +100,7 @@ private slots:
     void parsesTextByPosition();
     void refusesUnusableJsonNumbers();
     void guessesTypeFromLabel();
+    void channelListIsAMontage();
     void keepsKnownDevices();
     void removesWhatIsMissingUnlessInUse();
     void takesOnlyCandidateFiles();
@@ -208,6 +211,39 @@ void TestDevices::guessesTypeFromLabel()
     guesses(BPCommon::GSR, "GSR|EDA");
     guesses(BPCommon::PPG, "SaO2 X9|Pleth|PPG|SpO2");
     guesses(BPCommon::Temp, "Temp rectal|Temp|TEMP2|Temperature");
+}
+
+void TestDevices::channelListIsAMontage()
+{
+    struct Device : FakeAmplifier
+    {
+        void add(const char *name, quint32 group2 = 0)
+        {
+            m_channels.push_back(new AmplifierChannel(0, 2.0f, BPCommon::EEG));
+            m_channels.back()->setChannelName(QString::fromLatin1(name));
+            m_channels.back()->setGroup2(group2);
+        }
+    } device;
+    QVERIFY(device.getMontage() == nullptr);
+    device.add("Fp1");
+    device.add("Fp2");
+    device.add("Ref", 1);
+    const QSharedPointer<Montage> montage = device.getMontage();
+    QCOMPARE(montage->getType(), Montage_Usual);
+    QString text;
+    for (unsigned i = 0; i < montage->size(); ++i) {
+        const AmplifierChannel &channel = *(*montage)[i];
+        text += QStringLiteral("%1 %2-%3 x%4;").arg(channel.getName()).arg(channel.getGroup1());
+        text = text.arg(channel.getGroup2()).arg(channel.getScale());
+    }
+    QCOMPARE(text, QStringLiteral("Fp1 1-0 x2;Fp2 2-0 x2;Ref 0-1 x2;"));
+    (*montage)[0]->setLPF(30.0f);
+    QCOMPARE(device.getMontage(), montage); // what the host changed in it stays
+    device.add("Cz");
+    QCOMPARE(device.getMontage()->size(), 4u);
+    QCOMPARE(montage->size(), 3u); // whoever holds it still may
+    device.setMontage(QSharedPointer<Montage>::create());
+    QVERIFY(device.getMontage()->empty());
 }
 
 void TestDevices::keepsKnownDevices()
@@ -351,5 +387,22 @@ void TestDevices::isFreedWhileSearching()
     DeviceManager::Instance()->startSearchThread(); // the application's end stops it
 }
 
-BP_TEST_MAIN(TestDevices)
+/// A program may have one application after another, and each frees the manager that was made in its time.
+int main(int argc, char *argv[])
+{
+    QLoggingCategory::setFilterRules(QStringLiteral("tavrix.console=false"));
+    int failures = 0;
+    for (const bool isTest : {false, true}) {
+        QPointer<DeviceManager> manager;
+        {
+            QCoreApplication application(argc, argv);
+            TestDevices test;
+            failures += isTest ? QTest::qExec(&test, argc, argv) : 0;
+            manager = DeviceManager::Instance();
+        }
+        failures += manager.isNull() ? 0 : 1;
+    }
+    return failures;
+}
+
 #include "TestDevices.moc"

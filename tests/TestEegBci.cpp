@@ -17,6 +17,7 @@
 #include <QThread>
 
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <random>
 
@@ -128,6 +129,9 @@ private slots:
     void portalFeatures();
     void eegDecision_data();
     void eegDecision();
+    void eegThirdLabelTurnsNothing();
+    void invalidNumbersGetNoClass_data();
+    void invalidNumbersGetNoClass();
     void eegValidation_data();
     void eegValidation();
     void eegUntrained_data();
@@ -255,6 +259,56 @@ void TestEegBci::eegDecision()
     QCOMPARE(classified(processor, {feature}, QStringLiteral("label")), label);
     QCOMPARE(published.size(), 1);
     QCOMPARE(published[0][0].value<ProcessResult>().value(QStringLiteral("label")), label);
+}
+
+void TestEegBci::eegThirdLabelTurnsNothing()
+{
+    Examples examples = clusters(2, 20, 3);
+    EEGBCIProcessor two(0.0f);
+    learn(two, examples);
+    examples.insert(examples.begin(), {{{0, 900, 0}, 2}, {{0, 900, 1}, 2}, {{1, 901, 0}, 2}});
+    EEGBCIProcessor three(0.0f);
+    learn(three, examples);
+    QCOMPARE(three.model().value(QLatin1String("projection")), two.model().value(QLatin1String("projection")));
+}
+
+void TestEegBci::invalidNumbersGetNoClass_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<float>("value");
+    for (int kind = 0; kind < 3; ++kind) {
+        QTest::addRow("%d, NaN", kind) << kind << std::nanf("");
+        QTest::addRow("%d, infinity", kind) << kind << std::numeric_limits<float>::infinity();
+    }
+}
+
+void TestEegBci::invalidNumbersGetNoClass()
+{
+    QFETCH(int, kind);
+    QFETCH(float, value);
+    const auto processor = trained(kind);
+    const QString name = kind == 0 ? QStringLiteral("label") : QStringLiteral("Class");
+    QVERIFY(classified(*processor, {10, 10, 10, 10}, name) == 1.0f);
+    QSignalSpy published(processor.get(), &Processor::newResults);
+    TraceCapture trace;
+    QCOMPARE(classified(*processor, {value, 10, 10, 10}, name), -99.0f);
+    QCOMPARE(published.size(), 0);
+    QCOMPARE(trace.count(QStringLiteral("Processor::passThrough")), 1);
+
+    // One such window does not spoil a training either.
+    Examples examples = clusters(2, 20, 4);
+    examples.push_back({{1, value, 1, 1}, 0});
+    processor->ResetTrainData();
+    learn(*processor, examples);
+    QVERIFY(classified(*processor, {10, 10, 10, 10}, name) == 1.0f);
+
+    Rows window{sine(10)};
+    Rows features;
+    window[0][7] = value;
+    EEGBCIPreprocessor preprocessor({{300, 400}}); // a band without bins
+    preprocessor.setFs(kRate);
+    preprocessor.doPreprocess(&window, &features);
+    QVERIFY(std::isnan(features[0][0]) && std::isnan(features[0][1]));
 }
 
 void TestEegBci::eegValidation_data()
@@ -511,8 +565,10 @@ void TestEegBci::damagedModelsChangeNothing_data()
     row(0, "threshold", QJsonValue(), "missing");
     row(0, "orientation", 1, "no flag");
     row(0, "values", QJsonArray{oneFloat}, "of one class");
+    row(0, "values", QJsonArray{oneFloat, QStringLiteral("AADAfw==")}, "not a number");
     row(1, "means", oneFloat, "too few");
     row(1, "deviations", oneFloat, "too few");
+    row(1, "deviations", QStringLiteral("AACAvwAAgL8AAIC/AACAvw=="), "below 0");
     row(1, "rows", QJsonArray{oneFloat}, "too short");
     row(1, "rows", QJsonArray(), "none");
     row(1, "rowLabels", QJsonArray{0}, "too few");

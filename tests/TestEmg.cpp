@@ -126,6 +126,8 @@ private slots:
     void gestures_data();
     void gestures();
     void gestureRejects();
+    void gestureShrinksAsDataCallFor();
+    void invalidNumbersGetNoClass();
     void gestureDegenerate_data();
     void gestureDegenerate();
     void gestureUnmixes();
@@ -286,6 +288,7 @@ void TestEmg::gestures_data()
     QTest::newRow("as they are") << false << 10 << 4;
     QTest::newRow("independent features") << true << 100 << 4;
     QTest::newRow("more features than degrees of freedom") << true << 30 << 20;
+    QTest::newRow("shrunk as the data call for") << true << EMGGestureProcessor::kShrinkageFromData << 20;
 }
 
 void TestEmg::gestures()
@@ -357,6 +360,59 @@ void TestEmg::gestureRejects()
         QCOMPARE(result(processor, "Class"), -1.0f);
     }
     QCOMPARE(trace.count(QStringLiteral("EMGGestureProcessor::")), 1);
+}
+
+/// Of two features of mean square 1 and correlation 1/3, 18 examples: d² = 2/9, b² = (4 − 20/9) / 18 = 8/81 and the
+/// shrinkage 4/9.
+void TestEmg::gestureShrinksAsDataCallFor()
+{
+    const auto distance = [](int shrinkage) {
+        EMGGestureProcessor processor(0.0f, false, shrinkage, 2, 0.0f);
+        for (int i = 0; i < 3; ++i) {
+            for (const Row &row : {Row{1, 1}, Row{-1, -1}, Row{1, 1}, Row{-1, -1}, Row{1, -1}, Row{-1, 1}}) {
+                train(processor, {{row[0] + 10.0f, row[1]}}, i == 0 ? 1 : 2);
+            }
+        }
+        processor.postTrain();
+        return classify(processor, {{12.0f, 2.0f}}).at(0);
+    };
+    const float found = distance(EMGGestureProcessor::kShrinkageFromData);
+    QVERIFY(found > distance(44) && found < distance(45));
+}
+
+void TestEmg::invalidNumbersGetNoClass()
+{
+    EMGBCIPreprocessor envelope(5);
+    envelope.setFs(kFs);
+    EMGBCIProcessor muscles;
+    muscles.setFs(kFs);
+    train(muscles, {rest(1000), rest(1000)}, 0);
+    train(muscles, {movement(200, 11.0f), rest(400)}, 1);
+    muscles.postTrain();
+    EMGGaitPreprocessor gaitEnvelope(6);
+    gaitEnvelope.setFs(1000);
+    EMGGaitProcessor gaitProcessor(30, 2000, 0.3f);
+    gaitProcessor.setFs(1000);
+    Block walk = gait(6, 1000);
+    train(gaitProcessor, preprocess(gaitEnvelope, walk), 1);
+    gaitProcessor.postTrain();
+    QVERIFY(gaitProcessor.doValidate());
+
+    classify(muscles, {rest(400), rest(400)});
+    classify(gaitProcessor, preprocess(gaitEnvelope, walk));
+    QCOMPARE(result(muscles, "Class"), 0.0f);
+    QVERIFY(gaitProcessor.getResults().contains(QStringLiteral("phase")));
+    walk[1][5] = std::numeric_limits<float>::infinity();
+    Row broken = rest(400);
+    broken[3] = std::numeric_limits<float>::quiet_NaN();
+    TraceCapture trace;
+    QVERIFY(classify(muscles, preprocess(envelope, {broken, rest(400)})).empty());
+    QVERIFY(classify(gaitProcessor, preprocess(gaitEnvelope, walk)).empty());
+    QVERIFY(!muscles.getResults().contains(QStringLiteral("Class")));
+    QVERIFY(!gaitProcessor.getResults().contains(QStringLiteral("phase")));
+    QCOMPARE(trace.count(QStringLiteral("passThrough")), 2);
+    classify(muscles, preprocess(envelope, {rest(400), broken})); // not trained: does not count
+    QVERIFY(muscles.getResults().contains(QStringLiteral("Class")));
 }
 
 void TestEmg::gestureDegenerate_data()

@@ -85,6 +85,7 @@ private slots:
     void readerReadsPastEnd();
     void readerHeaderFacts();
     void readerMendsHeaders();
+    void factsOfOpenFiles();
     void readerRefusesFiles();
 
 private:
@@ -535,7 +536,7 @@ void TestFiles::withinFirstSecond()
         unsigned samples;
         bool label, isPadded, isKept;
     };
-    constexpr Case kCases[]{{0, false, false, true}, {7, false, false, false}, {0, true, false, false},
+    constexpr Case kCases[]{{0, false, false, true}, {7, false, false, true}, {0, true, false, false},
                             {7, true, false, false}, {7, true, true, true},    {10, true, false, true}};
     for (const Case &row : kCases) {
         EDFWriter writer(path(), 2, 10);
@@ -544,6 +545,7 @@ void TestFiles::withinFirstSecond()
         QVERIFY(!row.isPadded || writer.writeRemainderToFile());
         QCOMPARE(writer.close(), row.isKept);
         QCOMPARE(writer.lastError().isEmpty(), row.isKept);
+        QCOMPARE(writer.notice().isEmpty(), row.samples % 10 == 0 || row.isPadded || !row.isKept);
         QCOMPARE(writer.paddedSeconds(), row.isPadded ? 0.3 : 0.0);
         QCOMPARE(QFile::remove(path(QStringLiteral("test.edf.labels"))), row.label && !row.isKept);
     }
@@ -630,6 +632,24 @@ void TestFiles::readerMendsHeaders()
           ""); // no annotation signal
 }
 
+void TestFiles::factsOfOpenFiles()
+{
+    record();
+    EDFReader reader(path());
+    QVERIFY(reader.open());
+    const EDFInfo info = EDFReader::fileInfo(path());
+    QVERIFY2(info.valid, qPrintable(info.error));
+    QCOMPARE(info.channelNames, reader.getFileMontage()->getChannelNames());
+    QCOMPARE(info.durationSeconds, reader.getDuration());
+    QCOMPARE(info.startDateTime, reader.getStartDateTime());
+    QVERIFY(reader.isFileOpened() && !reader.getChannelData(0, 0, 1).empty());
+
+    EDFWriter writer(path(QStringLiteral("going_on.edf")), 1, 10);
+    QVERIFY(writer.writeData(20, std::vector<float>(20).data()));
+    QCOMPARE(EDFReader::fileInfo(path(QStringLiteral("going_on.edf"))).durationSeconds, qint64{2});
+    QVERIFY(writer.close());
+}
+
 void TestFiles::readerRefusesFiles()
 {
     const auto refuses = [this](const QByteArray &bytes, const char *message, const char *reason) {
@@ -652,9 +672,17 @@ void TestFiles::readerRefusesFiles()
     const QByteArray webPage = QByteArray("<!DOCTYPE html><html><body>").repeated(60);
     for (const QByteArray &bytes :
          {sound.left(512), sound.left(sound.size() - 3), QByteArray(sound + 'x'), webPage, QByteArray(2000, '\0'),
-          HandmadeEdf::changed(sound, 236, "99999999"), HandmadeEdf::changed(sound, 168, "99.99.99")}) {
+          HandmadeEdf::changed(sound, 236, "99999999"), HandmadeEdf::changed(sound, 168, "99.99.99"),
+          HandmadeEdf::changed(sound, 168, "31.02.20"), HandmadeEdf::changed(sound, 256 + 104, "nan     "),
+          HandmadeEdf::changed(sound, 256 + 112, "1e999   "), HandmadeEdf::changed(sound, 256 + 128, "32768   "),
+          HandmadeEdf::changed(sound, 256 + 128, "32766.5 ")}) {
         refuses(bytes, kFormatError, "format errors");
+        EDFConverter converter; // as in conversion
+        QVERIFY(!converter.crop(path(), path(QStringLiteral("out.edf")), 0.0, -1.0));
+        QVERIFY(!QFile::exists(path(QStringLiteral("out.edf"))));
     }
+    EDFReader leapDay(HandmadeEdf::write(HandmadeEdf::changed(sound, 168, "29.02.00"), path()));
+    QVERIFY2(leapDay.open(), qPrintable(leapDay.lastError()));
 }
 
 BP_TEST_MAIN(TestFiles)

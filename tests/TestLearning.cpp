@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <random>
@@ -65,11 +66,21 @@ public:
     bool wasRealTime = false;
 };
 
+using Failure = std::function<void()>;
+
 class FakePreprocessor : public Preprocessor
 {
     Q_OBJECT
 public:
-    void doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out) override { *out = *in; }
+    void doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out) override
+    {
+        if (failure) {
+            failure();
+        }
+        *out = *in;
+    }
+
+    Failure failure;
 };
 
 /// Keeps windows and examples; its only result is the last sample of the last window.
@@ -80,22 +91,23 @@ public:
     void postTrain() override
     {
         ++trainings;
-        if (throws) {
-            throw HalvinException("FakeProcessor::postTrain", 7);
-        }
+        failAt("postTrain");
     }
-    bool doValidate() override { return isValid; }
+    bool doValidate() override
+    {
+        failAt("doValidate");
+        return isValid;
+    }
     using Processor::preTrain;
     void preTrain(vector<vector<float>> &window, int label) override
     {
+        failAt("preTrain");
         m_examples.push_back(window.at(0));
         m_labels.push_back(label);
     }
     void passThrough(vector<vector<float>> *in, vector<vector<float>> *out) override
     {
-        if (throws) {
-            throw HalvinException("FakeProcessor::passThrough", 7);
-        }
+        failAt("passThrough");
         *out = *in;
         windows.push_back(*in);
         m_results[QStringLiteral("Class")] = in->at(0).back();
@@ -113,7 +125,16 @@ public:
     std::vector<Block> windows;
     int trainings = 0;
     bool isValid = true;
-    bool throws = false;
+    Failure failure;
+    QByteArray failsAt; ///< name of an operation
+
+protected:
+    void failAt(const char *operation) const
+    {
+        if (failsAt == operation) {
+            failure();
+        }
+    }
 };
 
 /// Trains on the model's thread for as long as the test wants.
@@ -140,6 +161,7 @@ protected slots:
         mayEnd.tryAcquire(1, 20000); // a test that fails still ends
         m_labels.push_back(99);
         ++ended;
+        failAt("runSlot");
         emit getTrainProcessResult(isValid);
         emit finishThread();
     }
@@ -177,6 +199,7 @@ Row span(int first, int last)
 } // namespace
 
 Q_DECLARE_METATYPE(Row)
+Q_DECLARE_METATYPE(Failure)
 
 class TestLearning : public QObject
 {
@@ -196,6 +219,8 @@ private slots:
     void windowLabels();
     void trainingAddsAndForgets();
     void failedTrainingIsReported();
+    void nothingThrownEndsTheHost_data();
+    void nothingThrownEndsTheHost();
     void realTimeProcessing();
     void trainingThread();
     void restartFromTheResult();
@@ -265,6 +290,9 @@ void TestLearning::unevenBlocks()
     Bench<FakeProcessor> bench(10);
     bench.model->Initialize(0.4f, 0.4f, 2, true, false);
     bench.model->setChannelsCount(2);
+    TraceCapture trace;
+    bench.send({1}); // too few for a sample of each: two rows all the same
+    QCOMPARE(trace.count(QStringLiteral("SolverModel::ProcessDataBuffer 2")), 1);
     bench.send(span(1, 9)); // the ninth doesn't divide by two channels
     QCOMPARE(bench.processor.windows.back(), (Block{span(1, 4), span(5, 8)}));
     Row few = span(1, 4);
@@ -310,6 +338,7 @@ void TestLearning::uselessSettings_data()
     QTest::newRow("not a number") << 100 << kNaN << kNaN << 2 << "";
     QTest::newRow("endless") << 100 << std::numeric_limits<float>::infinity() << 1.0f << 2 << "";
     QTest::newRow("centuries") << 1000000 << 3e9f << 3e9f << 2 << "The window is too big";
+    QTest::newRow("centuries of one channel") << 1000000 << 3e9f << 3e9f << 1 << "The window is too big";
     QTest::newRow("no rate") << 0 << 1.0f << 0.1f << 2 << "";
     QTest::newRow("negative rate") << -250 << 1.0f << 0.1f << 2 << "";
     QTest::newRow("million channels") << 1000 << 1.0f << 0.1f << 1000000 << "The window is too big";
@@ -438,14 +467,26 @@ void TestLearning::windowLabels_data()
     QTest::addColumn<QVector<int>>("blocks");
     QTest::addColumn<QVector<int>>("labels");
     QTest::addColumn<int>("lastSample");
+    QTest::addColumn<bool>("inOrder");
 
     // The second 0 would make a median of 0 in order of arrival: 2, 0, 0. The sorted history is 0, 1, 2 and becomes 1,
     // 2, 0.
-    QTest::newRow("the smallest label goes") << 0 << 1.2f << QVector<int>{1, 1, 2, 0, 0} << QVector<int>{1, 1, 1} << 20;
-    QTest::newRow("mean of the middle, truncated") << 0 << 1.6f << QVector<int>{1, 1, 2, 2} << QVector<int>{1} << 16;
-    QTest::newRow("trials aren't mixed") << 1 << 1.2f << QVector<int>{1, 1, 2, 2, 2} << QVector<int>{2} << 20;
-    QTest::newRow("negative labels") << 0 << 0.4f << QVector<int>{-3, 5} << QVector<int>{-3, 5} << 8;
-    QTest::newRow("blocks longer than the window") << 0 << 0.2f << QVector<int>{3, 1} << QVector<int>{3, 1} << 6;
+    QTest::newRow("the smallest label goes")
+        << 0 << 1.2f << QVector<int>{1, 1, 2, 0, 0} << QVector<int>{1, 1, 1} << 20 << false;
+    QTest::newRow("mean of the middle, truncated")
+        << 0 << 1.6f << QVector<int>{1, 1, 2, 2} << QVector<int>{1} << 16 << false;
+    QTest::newRow("trials aren't mixed") << 1 << 1.2f << QVector<int>{1, 1, 2, 2, 2} << QVector<int>{2} << 20 << false;
+    QTest::newRow("trials of a smaller label are trials")
+        << 1 << 0.8f << QVector<int>{2, 2, 1, 1, 2, 2} << QVector<int>{2, 1, 2} << 24 << false;
+    QTest::newRow("negative labels") << 0 << 0.4f << QVector<int>{-3, 5} << QVector<int>{-3, 5} << 8 << false;
+    QTest::newRow("blocks longer than the window")
+        << 0 << 0.2f << QVector<int>{3, 1} << QVector<int>{3, 1} << 6 << false;
+    QTest::newRow("in order, the oldest label goes")
+        << 0 << 1.2f << QVector<int>{1, 1, 2, 0, 0} << QVector<int>{1, 1, 0} << 20 << true;
+    QTest::newRow("in order, of two in the middle the smaller")
+        << 0 << 1.6f << QVector<int>{1, 1, 3, 3} << QVector<int>{1} << 16 << true;
+    QTest::newRow("in order, a trial begins anew")
+        << 1 << 1.2f << QVector<int>{2, 2, 2, 1, 1, 1, 2, 2, 2} << QVector<int>{2, 1, 2} << 36 << true;
 }
 
 void TestLearning::windowLabels()
@@ -455,10 +496,16 @@ void TestLearning::windowLabels()
     QFETCH(QVector<int>, blocks);
     QFETCH(QVector<int>, labels);
     QFETCH(int, lastSample);
+    QFETCH(bool, inOrder);
 
     Bench<FakeProcessor> bench(10, 0.0, static_cast<DataSource::LabelType>(labelType));
     bench.training.count({blocks.begin(), blocks.end()}, 4);
     bench.model->Initialize(window, 0.4f, 1, true, false);
+    bench.model->setLabelsInArrivalOrder(inOrder);
+    if (inOrder) { // what was classified before is no part of the first window
+        bench.model->setChannelsCount(1);
+        bench.send({7, 7, 7});
+    }
     bench.model->TrainFast();
     QVERIFY(bench.complete.wait());
     QCOMPARE(QVector<int>(bench.processor.labels().begin(), bench.processor.labels().end()), labels);
@@ -501,19 +548,63 @@ void TestLearning::failedTrainingIsReported()
     QVERIFY(bench.complete.wait());
     QCOMPARE(bench.complete.last().at(0).toBool(), false);
 
-    bench.processor.isValid = true;
-    bench.processor.throws = true;
-    TraceCapture trace;
-    bench.model->TrainFast();
-    QVERIFY(bench.complete.wait());
-    QCOMPARE(bench.complete.last().at(0).toBool(), false);
-    QCOMPARE(trace.count(QStringLiteral("FakeProcessor::postTrain code: 0007")), 1);
+    // The processor goes between the last block and the end of the data.
+    auto *const passing = new FakeProcessor;
+    LearningCSM deserted(&bench.preprocessor, passing, &bench.training, &bench.processing);
+    QSignalSpy complete(&deserted, &LearningCSM::onTrainComplete);
+    delete passing;
+    deserted.TrainFast();
+    QVERIFY(complete.wait());
+    QCOMPARE(complete.last().at(0).toBool(), false);
+}
 
+void TestLearning::nothingThrownEndsTheHost_data()
+{
+    QTest::addColumn<Failure>("failure");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("the library's own") << Failure([] { throw HalvinException("Fake::x", 7); }) << "Fake::x code: 0007";
+    QTest::newRow("C string") << Failure([] { throw "MatrixOperations::x code 1004"; }) << "x code 1004";
+    QTest::newRow("std::string") << Failure([] { throw std::string("no rank"); }) << "no rank";
+    QTest::newRow("QString") << Failure([] { throw QStringLiteral("zu klein"); }) << "zu klein";
+    QTest::newRow("number") << Failure([] { throw 3; }) << "an exception without a text";
+}
+
+void TestLearning::nothingThrownEndsTheHost()
+{
+    QFETCH(Failure, failure);
+    QFETCH(QString, text);
+    const auto run = [&](auto &bench, const char *operation) {
+        bench.processor.failure = failure;
+        bench.processor.failsAt = operation;
+        bench.training.count({1, 1}, 2);
+        bench.model->Initialize(0.2f, 0.2f, 1, true, false);
+        bench.model->setChannelsCount(1);
+        bench.model->TrainFast();
+        return bench.complete.wait() && bench.complete.count() == 1 ? bench.complete.last().at(0).toBool() : true;
+    };
+    TraceCapture trace;
+    for (const char *operation : {"postTrain", "doValidate"}) {
+        Bench<FakeProcessor> bench(10);
+        QVERIFY2(!run(bench, operation), operation);
+    }
+    QCOMPARE(trace.count(text), 2);
+    Bench<FakeThreadedProcessor> threaded(10);
+    threaded.processor.mayEnd.release();
+    QVERIFY(!run(threaded, "runSlot"));
+    QTRY_VERIFY(!threaded.processor.thread()->isRunning());
+    QCOMPARE(trace.count(text), 3);
+
+    Bench<FakeProcessor> bench(10);
+    run(bench, "preTrain");
+    QVERIFY(bench.processor.examples().empty());
     QSignalSpy passed(bench.model.get(), &SolverModel::PassedThrough);
-    bench.model->setChannelsCount(1);
+    bench.processor.failsAt = "passThrough";
     bench.send({1, 2});
-    QCOMPARE(trace.count(QStringLiteral("FakeProcessor::passThrough code: 0007")), 1);
+    bench.processor.failsAt.clear();
+    bench.preprocessor.failure = failure;
+    bench.send({1, 2});
     QCOMPARE(passed.count(), 0);
+    QCOMPARE(trace.count(text), 7); // two examples, two windows
 }
 
 void TestLearning::realTimeProcessing()

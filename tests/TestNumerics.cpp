@@ -304,6 +304,15 @@ void TestNumerics::featuresOfSignals()
     Vector smooth;
     utilities::smoothByRMS(x, smooth, 7);
     QVERIFY(difference(smooth, m_golden[name + QStringLiteral(".smooth")]) < 1e-6);
+    for (const std::size_t window : {std::size_t{1}, std::size_t{2}, x.size() - 1, x.size(), 3 * x.size()}) {
+        utilities::smoothByRMS(x, smooth, static_cast<unsigned int>(window));
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            const std::size_t first = i - std::min(i, window / 2);
+            const std::size_t last = std::min(i + window - window / 2, x.size());
+            const float direct = SignalFeatures::RMS(Vector(x.begin() + first, x.begin() + last));
+            QVERIFY(std::fabs(smooth[i] - direct) <= 1e-6f * direct);
+        }
+    }
 }
 
 void TestNumerics::featuresOfNothing()

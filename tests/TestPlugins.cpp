@@ -98,6 +98,8 @@ private slots:
     void playbackGivesMicrovolts();
     void playbackRange();
     void playbackOfOddRecords();
+    void playbackBlocksAreTheSameAtEveryPace();
+    void playbackSaysWhatTheFileIs();
     void playbackRefuses();
 
 private:
@@ -364,9 +366,12 @@ void TestPlugins::playbackGivesMicrovolts()
     }
     // It starts again after its end, without having been stopped.
     QVERIFY(DeviceRun::of(*m_playback, {25 * 7}, kEverything).channels == run.channels);
-    // Signals of other rates are named.
+    // What cannot be played or recorded is told: signals of other rates; beyond ±32767 µV all volts but the one that is
+    // 0, and the millivolts from 33 on.
+    QCoreApplication::processEvents();
     Params values;
     m_playback->getCurrentPropValue(values);
+    QCOMPARE(values[QStringLiteral("clipped")], QString::number(149 + 107));
     QCOMPARE(values[QStringLiteral("left_out")], QStringLiteral("Resp oro-nasal;Temp rectal"));
     QCOMPARE(trace.count(QStringLiteral("left out: Resp oro-nasal;Temp rectal")), 1);
 }
@@ -397,11 +402,11 @@ void TestPlugins::playbackRange()
         }
         m_playback->stopAcquisition();
         // Annotations stay where the file has them.
-        QList<AnnotationStrct> annotations;
+        QList<AnnotationStrct> annotations{{9.0, 0.0, QStringLiteral("of another device")}};
         QVERIFY(m_playback->getAnnotation(annotations));
-        QCOMPARE(annotations.size(), 2);
-        QCOMPARE(annotations[0].onset, 1.5);
-        QCOMPARE(annotations[0].text, QStringLiteral("eyes closed"));
+        QCOMPARE(annotations.size(), 3);
+        QCOMPARE(annotations[1].onset, 1.5);
+        QCOMPARE(annotations[1].text, QStringLiteral("eyes closed"));
     }
 }
 
@@ -433,6 +438,46 @@ void TestPlugins::playbackOfOddRecords()
             QCOMPARE(run.channels[1][i], -static_cast<float>(i % 3000));
         }
     }
+}
+
+/// Results of algorithms depend on the blocks they get, and must not on the pace.
+void TestPlugins::playbackBlocksAreTheSameAtEveryPace()
+{
+    QVERIFY(play({{{"EEG Cz", "uV", 100}}, 3}));
+    for (const char *params : {"duration=2.3", "duration=2.3 speed=300", "duration=2.3 speed=40"}) {
+        DeviceRun::configure(*m_playback, fast(params));
+        QVERIFY(m_playback->startAcquisition());
+        std::vector<float> block(50);
+        std::vector<int> counts;
+        int remainder = 0;
+        for (int n = 0; n >= 0; n = m_playback->readData(50, block.data(), remainder)) {
+            if (n > 0) {
+                counts.push_back(n);
+            }
+        }
+        QCOMPARE(counts, (std::vector<int>{50, 50, 50, 50, 30}));
+    }
+}
+
+void TestPlugins::playbackSaysWhatTheFileIs()
+{
+    const auto value = [this](const char *key) {
+        UnitParams params;
+        m_playback->getUnitParams(params);
+        const QString told = params.problemOf(QLatin1String(key), QStringLiteral("another"));
+        return told.contains(QLatin1String("cannot be set")) ? params.getParamValue(QLatin1String(key)) : told;
+    };
+    QByteArray bytes = HandmadeEdf{{{"EEG Cz", "uV", 1001}}, 3, "4", {{"0", "plus"}}}.make();
+    bytes = HandmadeEdf::changed(bytes, 8, "X F 05-MAR-1951 Some_body");
+    QVERIFY(m_playback->setFilePath(HandmadeEdf::write(bytes, path("facts.edf"))));
+    QCOMPARE(value("true_rate"), QStringLiteral("250.25"));
+    QCOMPARE(value("start_time"), QStringLiteral("2020-01-02T03:04:05.000"));
+    QCOMPARE(value("patient_name") + value("patient_gender"), QStringLiteral("Some bodyFemale"));
+    QCOMPARE(value("patient_birth"), QStringLiteral("1951-03-05"));
+    QVERIFY(play({{{"EEG Cz"}}}));
+    QCOMPARE(value("true_rate") + value("patient_birth") + value("equipment"), QString());
+    QList<AnnotationStrct> none;
+    QVERIFY(!m_playback->getAnnotation(none));
 }
 
 void TestPlugins::playbackRefuses()

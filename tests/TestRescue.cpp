@@ -42,6 +42,11 @@ private slots:
     void foreignJournal();
     void emptyTail();
     void cutFile();
+    void oddRecords_data();
+    void oddRecords();
+    void labelsAreAdded();
+    void advisesWhatHelps();
+    void infoTellsTimes();
     void refusesInOneSentence();
     void hostKilled();
 
@@ -245,6 +250,96 @@ void TestRescue::cutFile()
     }
 }
 
+void TestRescue::oddRecords_data()
+{
+    QTest::addColumn<int>("firstTimeless"); ///< record
+    QTest::addColumn<QByteArray>("count");
+    QTest::addColumn<QByteArray>("behind");
+    QTest::newRow("the last records tell no time") << 2 << QByteArray("4") << QByteArray();
+    QTest::newRow("no record tells its time") << 0 << QByteArray("4") << QByteArray();
+    QTest::newRow("no record tells its time, not closed") << 0 << QByteArray("-1") << QByteArray();
+    QTest::newRow("as much noise behind") << 4 << QByteArray("4") << QByteArray(2000, 'x');
+    QTest::newRow("no count") << 4 << QByteArray("0") << QByteArray();
+}
+
+void TestRescue::oddRecords()
+{
+    QFETCH(int, firstTimeless);
+    QFETCH(QByteArray, count);
+    QFETCH(QByteArray, behind);
+    const HandmadeEdf file{{{"EEG Cz"}}, 4, "1", {{"0.5", "here"}}};
+    file.writeTo(path());
+    const EdfParser sound(path());
+    constexpr int kSignalBytes = 200;
+    QByteArray bytes = HandmadeEdf::changed(file.make(), 236, count.leftJustified(8)) + behind;
+    for (int record = firstTimeless; record < 4; ++record) {
+        const int lists = sound.headerBytes + record * sound.recordBytes + kSignalBytes;
+        bytes.replace(lists, sound.recordBytes - kSignalBytes, QByteArray(sound.recordBytes - kSignalBytes, '\0'));
+    }
+    EDFReader reader(HandmadeEdf::write(bytes, path()));
+    if (count == "4" && behind.isEmpty()) {
+        QVERIFY2(reader.open() && reader.notice().isEmpty(), qPrintable(reader.lastError() + reader.notice()));
+        QCOMPARE(reader.getDuration(), 4LL);
+        reader.close();
+    }
+    const EDFRescue::Result result = EDFRescue::repair(path(), repaired());
+    QVERIFY2(result.done && result.path == repaired(), qPrintable(result.text));
+    const EdfParser mended(repaired());
+    QCOMPARE(mended.records, 4);
+    QCOMPARE(mended.excessBytes, qint64{0});
+    QCOMPARE(mended.recordOnsets, (QList<double>{0, 1, 2, 3}));
+    QCOMPARE(mended.signalList[0].values, sound.signalList[0].values);
+    QCOMPARE(mended.annotations.size(), firstTimeless == 0 ? 0 : 1);
+    QVERIFY(EDFRescue::repair(repaired(), path(QStringLiteral("again.edf"))).text.contains(QStringLiteral("sound")));
+}
+
+// A journal that was kept because the file had no room in its slots: what is there stays, and is not there twice.
+void TestRescue::labelsAreAdded()
+{
+    recordUnclosed(35, 25);
+    const QByteArray journalOfAll = EdfParser(journal()).bytes;
+    recordUnclosed(32, 25);
+    HandmadeEdf::write(m_closed, path());
+    HandmadeEdf::write(journalOfAll, journal());
+    QVERIFY(EDFRescue::repair(path(), repaired()).done);
+    QByteArrayList labels = texts(repaired());
+    QCOMPARE(labels.size(), 35);
+    std::sort(labels.begin(), labels.end());
+    QVERIFY(std::adjacent_find(labels.begin(), labels.end()) == labels.end());
+}
+
+void TestRescue::advisesWhatHelps()
+{
+    HandmadeEdf file{{{"EEG Cz", "uV", 4}}, 3};
+    file.onsets = {"0", "1", "1.5"};
+    EDFReader reader(HandmadeEdf::write(file.make().chopped(3) + "xxxx", path()));
+    QTest::ignoreMessage(QtDebugMsg, "the file is not EDF(+) or BDF(+) compliant\r\n(it contains format errors)");
+    QVERIFY(!reader.open());
+    QVERIFY2(!reader.lastError().contains(QStringLiteral("bioprocessing repair"))
+                 && reader.lastError().contains(QStringLiteral("record 3")),
+             qPrintable(reader.lastError()));
+    const HandmadeEdf sound{{{"EEG Cz"}}, 2, "1", {{"x", "malformed"}}};
+    const EDFRescue::Result result = EDFRescue::repair(sound.writeTo(path()), repaired());
+    QVERIFY(result.done && result.text.contains(QStringLiteral("1 malformed")) && result.path.isEmpty());
+    QVERIFY(!QFile::exists(repaired()));
+}
+
+void TestRescue::infoTellsTimes()
+{
+    HandmadeEdf{{{"EEG Cz"}},
+                3,
+                "0.5",
+                {{"0.25\x15"
+                  "12345.678",
+                  "long"},
+                 {"1234567.5", "late"}}}
+        .writeTo(path());
+    const Outcome info = runHost({QStringLiteral("info"), path()});
+    for (const char *text : {"1.5 s from", "at 0.25 s for 12345.678 s: long", "at 1234567.5 s: late"}) {
+        QVERIFY2(info.output.contains(text), info.output.constData());
+    }
+}
+
 void TestRescue::refusesInOneSentence()
 {
     HandmadeEdf{{{"EEG Cz"}}}.writeTo(path());
@@ -300,11 +395,13 @@ void TestRescue::hostKilled()
 
 void TestRescue::gapsAreListed()
 {
-    for (const bool bdf : {false, true}) {
+    for (const QByteArray type : {"EDF+D", "BDF+D", "BDF that says EDF+D"}) {
+        const bool bdf = type.startsWith("BDF");
         HandmadeEdf file{{{"EEG Cz", "uV", 4}}, 4, "0.5", {{"1.75", "in the gap"}, {"3.125", "behind"}}, bdf};
         file.onsets = {"0.25", "0.75", "2.75", "3.25"};
-        EDFReader reader(file.writeTo(path()));
+        EDFReader reader(HandmadeEdf::write(HandmadeEdf::changed(file.make(), 192, type.right(5)), path()));
         QVERIFY2(reader.open(), qPrintable(reader.lastError()));
+        QCOMPARE(reader.getChannelCount(), 1);
         QCOMPARE(reader.fileTypeText(), bdf ? QStringLiteral("BDF+") : QStringLiteral("EDF+"));
         QVERIFY(reader.notice().isEmpty());
         QCOMPARE(reader.getStartDateTime(), QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 250)));
@@ -362,7 +459,9 @@ void TestRescue::oddHeaders_data()
     QTest::newRow("blanks in date and time") << 168 << QByteArray(" 2. 1.20 3: 4: 5");
     QTest::newRow("patient without fields") << 8 << QByteArray("John Smith, M, 1951").leftJustified(80);
     QTest::newRow("recording without fields") << 88 << QByteArray("ward 7").leftJustified(80);
-    QTest::newRow("another date in the recording") << 88 << QByteArray("Startdate 03-JAN-2020");
+    QTest::newRow("another day in the recording") << 88 << QByteArray("Startdate 03-JAN-2020");
+    QTest::newRow("another month in the recording") << 88 << QByteArray("Startdate 02-FEB-2020");
+    QTest::newRow("another year in the recording") << 88 << QByteArray("Startdate 02-JAN-1920");
     QTest::newRow("a month in small letters") << 88 << QByteArray("Startdate 02-Jan-2020");
 }
 
@@ -382,6 +481,11 @@ void TestRescue::oddHeaders()
     QVERIFY(!field.startsWith("John") || reader.getPatientName() == QStringLiteral("John Smith, M, 1951"));
     reader.close();
     QCOMPARE(EdfParser(path()).bytes, bytes);
+    // A conversion writes what can be read.
+    EDFConverter converter;
+    QVERIFY2(converter.crop(path(), repaired(), 0.5, -1.0), qPrintable(converter.lastError()));
+    reader.setPath(repaired());
+    QVERIFY2(reader.open() && reader.annotations().size() == 1, qPrintable(reader.lastError()));
 }
 
 void TestRescue::malformedAnnotations()

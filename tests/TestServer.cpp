@@ -6,6 +6,7 @@
 #include "server/JsonBody.h"
 #include "server/JsonNumbers.h"
 #include "server/ProcessRequest.h"
+#include "server/SampleBuffer.h"
 #include "server/ServerMediator.h"
 #include "support/FakeAmplifier.h"
 #include "support/TestMain.h"
@@ -91,6 +92,7 @@ public:
     }
     DataServer *server = nullptr;
     std::vector<UnitParams> algorithms;
+    QString recordPath;
     QString refusal;
 
     void notify(Colleague *sender, QString message) override
@@ -101,9 +103,11 @@ public:
             exchange->profiles = QStringList{QStringLiteral("rest"), QStringLiteral("hands")};
         } else if (message == QLatin1String("getAlgorithms")) {
             server->setParamList(algorithms);
+        } else if (message == QLatin1String("getRecordFile")) {
+            exchange->recordPath = recordPath;
         } else {
             const QString rate = exchange->params.getParamValue(QStringLiteral("rate"));
-            const QStringList parts{message, exchange->name, exchange->descriptor, rate};
+            const QStringList parts{message, exchange->name, exchange->descriptor, rate + exchange->label};
             m_heard << QStringLiteral("model ") + parts.join(QLatin1Char('|'))
                     + (exchange->state > 0 ? QString::number(exchange->state) : QString());
         }
@@ -138,6 +142,7 @@ public:
         state.bciMode = (flags & Bci) != 0;
         state.writingFile = (flags & Writing) != 0;
         state.writingStateFile = (flags & WritingState) != 0;
+        model.recordPath = state.writingFile ? QStringLiteral("/data/now.edf") : QString();
         if ((flags & StatesRecorded) != 0) {
             state.recordedStates = {1, 2};
         }
@@ -269,17 +274,22 @@ private slots:
     void jsonBody();
     void packet();
     void deviceParametersReachTheDevice();
+    void montageInCapitals();
     void modelRefuses();
     void hostRefuses();
     void samplesWaitForAClient();
     void samplesAreHandedOutOnce();
     void overflowKeepsTheNewest();
+    void wideStreamsAreBounded();
     void statesAreTwentyAtMost();
     void signalsAndSlots();
     void truncatedNumbers();
     void threeDecimals();
     void unansweredClientIsDropped();
     void onlyOneRead();
+    void pollingClientsAreBothAnswered();
+    void wholeRequests_data();
+    void wholeRequests();
     void badClientsAreNoObstacle();
     void largeAnswerArrivesWhole();
     void clientRequests();
@@ -474,6 +484,19 @@ void TestServer::commands_data()
     ok(Idle, post("addnewalgorithm", R"({"param_list":[{"name":"Math"},{"name":"ECG"}]})"), "",
        "model addNewAlgorithmByName|Math||;model addNewAlgorithmByName|ECG||");
     ok(Idle, get("removeallrecords"), "", "model removeRecordFile|||");
+
+    no(Idle, post("setdeviceparametrs", R"({"name":"Fake","data":[{"description":"rate","curr_val":99}]})"),
+       "Wrong param data");
+    no(Idle, post("setdeviceparametrs", R"({"name":"Fake","data":[{"description":"rat","curr_val":250}]})"),
+       "Wrong param data");
+    no(Reading | WritingState, post("writelabel", R"({"label":"a"})"), "writelabel: no recording is being written");
+    no(Reading | Writing, post("writelabel", R"({"label":" "})"), "writelabel: the label is missing");
+    no(Reading | Writing, post("writelabel", R"({"label":")" + QByteArray(41, 'a') + R"("})"),
+       "writelabel: the label is longer than 40 bytes");
+    ok(Reading | Writing, post("writelabel", R"({"label":"eyes open"})"), R"({"result":true,"t":@})",
+       "model writeLabel|||eyes open");
+    no(Reading, get("getrecordfile"), "getrecordfile: no recording is being written");
+    ok(Reading | Writing, get("getrecordfile"), R"({"file":"/data/now.edf","result":true})");
 }
 
 void TestServer::commands()
@@ -506,6 +529,8 @@ void TestServer::dispatch_data()
     QTest::newRow("two words, the first registered wins")
         << get("stopdevice?getinfo") << QByteArray("Halvin is not in state mode");
     QTest::newRow("any line with the word") << get("my-bci-tool") << QByteArray("Device is not open");
+    QTest::newRow("a documented word before a later one")
+        << get("writelabel/getrecordfile/getinfo") << QByteArray("Halvin is not in state mode");
 }
 
 void TestServer::dispatch()
@@ -628,6 +653,19 @@ void TestServer::deviceParametersReachTheDevice()
     QCOMPARE(m_amplifier.rate(), QStringLiteral("250"));
 }
 
+void TestServer::montageInCapitals()
+{
+    Service service;
+    MontageXmlReader().writeMontageToFile(service.folder.filePath(QStringLiteral("X.XML")), service.montage);
+    for (const char *name : {"X.XML", "X"}) {
+        const QByteArray body = QByteArray(R"({"device":"Fake","name":")") + name + R"(","montage":")" + name + R"("})";
+        QVERIFY(service.answer(post("getmontageinfo", body)).startsWith("HTTP/1.1 200"));
+        QVERIFY(service.answer(post("setmontagename", body)).startsWith("HTTP/1.1 200"));
+        QVERIFY(service.answer(post("startdevice", body)).startsWith("HTTP/1.1 200"));
+        QCOMPARE(service.server.getMontageName(), QStringLiteral("X.XML"));
+    }
+}
+
 void TestServer::modelRefuses()
 {
     Service service(Reading | Bci | StatesRecorded);
@@ -714,6 +752,17 @@ void TestServer::overflowKeepsTheNewest()
     QVERIFY(answer.endsWith("\"samples\":15000}"));
     service.server.appendNewData(2, std::array<float, 2>{7.0f, 8.0f}.data());
     QVERIFY(service.answer(get("getdata")).contains("[[7],[8]]"));
+}
+
+void TestServer::wideStreamsAreBounded()
+{
+    SampleBuffer buffer;
+    buffer.reset(512, 60 * 8000); // a minute would be a gigabyte, and an answer of two
+    const std::vector<float> block(512 * 4000, 1.0f);
+    for (int i = 0; i < 12; ++i) {
+        buffer.append(4000, block.data());
+    }
+    QCOMPARE(buffer.sampleCount(), std::size_t{32768}); // 64 MiB
 }
 
 void TestServer::statesAreTwentyAtMost()
@@ -829,6 +878,99 @@ void TestServer::onlyOneRead()
     QCOMPARE(overSocket(service.server.serverPort(), post("setstate", "{\"state\":1}")), success(""));
 }
 
+/// Both have sent their requests before the service hears of either.
+void TestServer::pollingClientsAreBothAnswered()
+{
+    Service service;
+    std::array<QTcpSocket, 3> clients;
+    for (QTcpSocket &client : clients) {
+        client.connectToHost(QHostAddress(QHostAddress::LocalHost), service.server.serverPort());
+        QVERIFY(client.waitForConnected());
+        client.write(get("getinfo"));
+        QVERIFY(client.waitForBytesWritten());
+    }
+    for (QTcpSocket &client : clients) {
+        QTRY_COMPARE(client.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(client.readAll(), refusal("Halvin is not in state mode"));
+    }
+}
+
+void TestServer::wholeRequests_data()
+{
+    QTest::addColumn<QByteArrayList>("pieces");
+    QTest::addColumn<QByteArray>("answer"); // "ok", or the message of the error
+    const auto row = [](const char *name, const QByteArrayList &pieces, const char *answer) {
+        QTest::newRow(name) << pieces << QByteArray(answer);
+    };
+    const auto web = [&row](const char *name, const QByteArray &fields, const char *answer) {
+        row(name, {"GET /removeallrecords HTTP/1.1\r\n" + fields + "\r\n\r\n"}, answer);
+    };
+    const QByteArray head = "POST /setstate HTTP/1.1\r\n";
+    const QByteArray body = R"({"state":1})";
+    const char *noOrigin = "This origin is not allowed";
+    const char *noHost = "This host name is not allowed";
+    row("body in a piece of its own", {head + "Content-Length: 11\r\n\r\n", body}, "ok");
+    row("in many pieces", {head, "content-length: ", "11\r", "\n\r\n{\"state\"", ":1}"}, "ok");
+    row("waits to be told", {head + "Content-Length: 11\r\nExpect: 100-Continue\r\n\r\n", "100", body}, "ok");
+    row("bytes are announced", {head + "Content-Length: 21\r\n\r\n", R"({"state":1,"é":"é"})"}, "ok");
+    row("UTF-16 units are announced", {head + "Content-Length: 19\r\n\r\n" + R"({"state":1,"é":"é"})"}, "ok");
+    row("more than announced", {head + "Content-Length: 11\r\n\r\n" + body + "}"}, "ok");
+    row("word in a field", {head + "X: Content-Length: 2\r\nContent-Length: 11\r\n\r\n", body}, "ok");
+    row("no blank line", {"GET /removeallrecords HTTP/1.1\r\nHost: localhost\r\n"}, "ok");
+    row("no line at all", {"removeallrecords"}, "ok");
+    row("chunks", {head + "Transfer-Encoding: chunked\r\n\r\n"}, "Send the body in one piece, with a Content-Length");
+    row("too large", {head + "Content-Length: 99999999999\r\n\r\n"}, "The request is too large");
+    row("endless head", {head + QByteArray(100000, 'x')}, "The request is too large");
+    web("own page", "Host: localhost:336\r\nOrigin: http://localhost:336", "ok");
+    web("allowed page", "Host: 127.0.0.1:9\r\nOrigin: HTTP://Good.example:80", "ok");
+    web("foreign page", "Host: 127.0.0.1\r\nOrigin: http://bad.example", noOrigin);
+    web("page of another port", "Host: localhost:336\r\nOrigin: http://localhost:8000", noOrigin);
+    web("file or frame", "Host: 127.0.0.1\r\norigin: null", noOrigin);
+    web("picture of a page", "Host: 127.0.0.1\r\nSec-Fetch-Site: cross-site", noOrigin);
+    web("picture in an older browser", "Host: 127.0.0.1\r\nReferer: http://bad.example/page?a=b", noOrigin);
+    web("picture of an allowed page",
+        "Host: 127.0.0.1\r\nReferer: http://good.example:80/page\r\nSec-Fetch-Site: cross-site", "ok");
+    web("address bar", "Host: [::1]:336\r\nSec-Fetch-Site: none", "ok");
+    web("host of another name", "Host: bad.example:336", noHost);
+    web("host that looks like this one", "Host: localhost.bad.example", noHost);
+    web("host of an allowed page", "Host: good.example", "ok");
+    web("number of another computer", "Host: 192.0.2.1", noHost);
+    row("asks what is allowed", {"OPTIONS /removeallrecords HTTP/1.1\r\nOrigin: http://bad.example\r\n\r\n"}, noOrigin);
+}
+
+void TestServer::wholeRequests()
+{
+    QFETCH(QByteArrayList, pieces);
+    QFETCH(QByteArray, answer);
+    Service service(Reading | Bci);
+    service.server.setWholeRequests(true);
+    service.server.setAllowedOrigins({QStringLiteral("http://good.example:80/")});
+    QTcpSocket waiting; // disturbs nobody
+    waiting.connectToHost(QHostAddress(QHostAddress::LocalHost), service.server.serverPort());
+    QTcpSocket socket;
+    QSignalSpy ended(&socket, &QTcpSocket::disconnected);
+    socket.connectToHost(QHostAddress(QHostAddress::LocalHost), service.server.serverPort());
+    for (const QByteArray &piece : qAsConst(pieces)) {
+        if (piece == "100") {
+            QTRY_COMPARE(socket.bytesAvailable(), qint64{25});
+            QCOMPARE(socket.readAll(), QByteArray("HTTP/1.1 100 Continue\r\n\r\n"));
+            continue;
+        }
+        socket.write(piece);
+        QTRY_COMPARE(socket.bytesToWrite(), qint64{0});
+        QTest::qWait(20); // the service is to see each piece by itself
+    }
+    QVERIFY(!ended.isEmpty() || ended.wait(10000));
+    QCOMPARE(socket.readAll(), answer == "ok" ? success("") : refusal(answer));
+    QCOMPARE(service.heard.size(), answer == "ok" ? 1 : 0);
+    QCOMPARE(waiting.state(), QAbstractSocket::ConnectedState);
+
+    const QByteArray preflight = "OPTIONS /removeallrecords HTTP/1.1\r\nOrigin: http://good.example:80\r\n\r\n";
+    const int heard = service.heard.size();
+    QVERIFY(overSocket(service.server.serverPort(), preflight).startsWith("HTTP/1.1 204 "));
+    QCOMPARE(service.heard.size(), heard);
+}
+
 void TestServer::badClientsAreNoObstacle()
 {
     Service service(Reading);
@@ -912,6 +1054,7 @@ public:
         listen(QHostAddress(QHostAddress::LocalHost), 0);
         connect(this, &QTcpServer::newConnection, this, [this, chunks] {
             QTcpSocket *socket = nextPendingConnection();
+            connect(socket, &QTcpSocket::disconnected, this, [this] { ++ended; });
             connect(socket, &QTcpSocket::readyRead, this, [this, socket, chunks] {
                 request = socket->readAll();
                 for (const QByteArray &chunk : chunks) {
@@ -923,6 +1066,7 @@ public:
         });
     }
     QByteArray request;
+    std::atomic<int> ended{0}; ///< connections
 };
 
 using Client = HalvinHTTPQtClient;
@@ -1061,6 +1205,18 @@ void TestServer::clientGivesUp()
         QVERIFY(exchange.packets.isEmpty() && exchange.texts.isEmpty());
     }
     QVERIFY(!silent.request.isEmpty());
+
+    bool hasClosed = false; // while the client lives
+    const int before = silent.ended;
+    drive(silent.serverPort(), [&](Client &client) {
+        const bool isSent = client.makeGetHalvinStatus();
+        for (int i = 0; i < 200 && silent.ended == before; ++i) {
+            QThread::msleep(10);
+        }
+        hasClosed = silent.ended > before;
+        return isSent;
+    });
+    QVERIFY(hasClosed);
 }
 
 BP_TEST_MAIN(TestServer)

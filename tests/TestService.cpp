@@ -202,6 +202,7 @@ private slots:
     void keepsItsModel();
     void changesAlgorithmsWhileRunning();
     void removesAllRecordsButTheOpenOne();
+    void playsARecording();
     void survivesItsDevice_data();
     void survivesItsDevice();
     void closesTheRecordingWhenTerminated();
@@ -398,6 +399,12 @@ void TestService::takesMontages()
                  .ask("startdevice",
                       {{QStringLiteral("device"), kDevice}, {QStringLiteral("montage"), QStringLiteral("one")}})
                  .ok);
+    for (const int channels : {3, 15}) { // what was chosen counts once
+        QVERIFY(channels == 15 || service.ask("setmontagename", named(QStringLiteral("three"))).ok);
+        QVERIFY(service.start());
+        QCOMPARE(service.ask("getinfo").json()[QLatin1String("channelAmount")].toInt(), channels);
+        QVERIFY(service.ask("stopdevice").ok);
+    }
     QVERIFY(service
                 .ask("startdevice",
                      {{QStringLiteral("device"), kDevice}, {QStringLiteral("montage"), QStringLiteral("two")}})
@@ -555,8 +562,8 @@ void TestService::keepsItsModel()
     RunningService service(m_folder->path());
     QVERIFY(service.start(kEyes));
     QTRY_VERIFY_WITH_TIMEOUT(service.ask("getstates").json()[QLatin1String("amount")].toString().toInt() > 3, 10000);
-    QVERIFY(service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("7")}}).ok);
-    QVERIFY(service.ask("getstates").body.contains(R"("state":"7")"));
+    QVERIFY(!service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("7")}}).ok); // the model knows two
+    QVERIFY(service.ask("setstate", {{QStringLiteral("state"), QStringLiteral("2")}}).ok);
     QVERIFY(service.terminate());
 }
 
@@ -569,6 +576,32 @@ void TestService::changesAlgorithmsWhileRunning()
                           {QStringLiteral("data"), QJsonArray()}};
     QVERIFY(service.ask("addnewalgorithm", add).ok);
     QVERIFY(!service.ask("addnewalgorithm", add).ok); // twice
+    const auto list = [](const char *key, const QByteArray &entries) {
+        return QJsonObject{{QString::fromLatin1(key), QJsonDocument::fromJson(entries).array()}};
+    };
+    const QByteArray before = service.ask("getalgorithms").body;
+    QVERIFY(!service.ask("addnewalgorithm", list("param_list", R"([{"name":"Math"},{"name":"Oracle"}])")).ok);
+    QVERIFY(!service
+                 .send("setalgorithmparams",
+                       R"({"name":"SpectrumOnline","data":[{"description":"hann","curr_val":"20"},)"
+                       R"({"description":"time","curr_val":"99"}]})")
+                 .ok);
+    QVERIFY(!service
+                 .send("addnewalgorithm",
+                       R"({"name":"SpectrumNorm","data":[{"description":"channel","curr_val":"O1;Nose"}]})")
+                 .ok);
+    QCOMPARE(service.ask("getalgorithms").body, before);
+    QVERIFY(!service
+                 .ask("addnewprofile",
+                      list("profile_list", R"([{"name":"new","type":"rt"},{"name":"default","type":"rt"}])"))
+                 .ok);
+    QCOMPARE(service.ask("getprofilelist").array("list"), (QJsonArray{QStringLiteral("default")}));
+    // Without a name each gets one, by which it can be removed.
+    QVERIFY(service.ask("addnewalgorithm", list("param_list", R"([{"name":"Math"},{"name":"Math"}])")).ok);
+    for (const char *name : {"Math", "Math_2"}) {
+        QVERIFY(service.send("removealgorithm", R"({"name":"Math","decs":")" + QByteArray(name) + R"("})").ok);
+    }
+    QCOMPARE(service.ask("getalgorithms").body, before);
     QVERIFY(!service
                  .ask("addnewalgorithm",
                       {{QStringLiteral("name"), QStringLiteral("Oracle")}, {QStringLiteral("data"), QJsonArray()}})
@@ -615,6 +648,36 @@ void TestService::removesAllRecordsButTheOpenOne()
     QTRY_COMPARE(filesIn(path("records"), "*.edf").size(), 1);
     QVERIFY(foreign.exists());
     QVERIFY(service.ask("stopwritefile").ok);
+    QVERIFY(service.ask("removeallrecords").ok);
+    QCOMPARE(filesIn(path("records"), "*"), QStringList{QStringLiteral("notes.txt")});
+}
+
+void TestService::playsARecording()
+{
+    const QString file = path("played.edf");
+    QCOMPARE(runHost(words("acquire --speed max --seconds 5 --record") << file).status, 0);
+    RunningService service(m_folder->path(), {QStringLiteral("--playback"), file});
+    QVERIFY(service.ask("startdevice", {{QStringLiteral("device"), QStringLiteral("Playback")}}).ok);
+    const QJsonObject label{{QStringLiteral("label"), QString::fromUtf8("Überraschung")}};
+    QVERIFY(!service.ask("writelabel", label).ok);
+    QVERIFY(service.ask("startwritefile").ok);
+    const QString record = service.ask("getrecordfile").json()[QLatin1String("file")].toString();
+    QTRY_VERIFY(QFileInfo::exists(record));
+    QTest::qWait(1200); // an annotation needs a record to lie in
+    QVERIFY(service.ask("writelabel", label).ok);
+    QTest::qWait(1200);
+    QTRY_VERIFY(!rhythmNames(service).isEmpty());
+    // Eight EEG channels, then ECG and others, whose rhythms are none.
+    for (const QJsonValue &rhythm : service.ask("getlastrhythm").array("rhythms")) {
+        const QJsonArray values = rhythm[QLatin1String("value")].toArray();
+        QCOMPARE(values.size(), 15);
+        QVERIFY(values[7].isDouble() && values[8].isNull());
+    }
+    QVERIFY(service.ask("stopwritefile").ok);
+    EDFReader reader(record); // closed when the answer came
+    QVERIFY(reader.open() && reader.takeCurrentAnnotations());
+    QCOMPARE(reader.annotations().value(0).text, label[QLatin1String("label")].toString());
+    QVERIFY(!service.ask("getrecordfile").ok);
 }
 
 void TestService::survivesItsDevice_data()
@@ -684,6 +747,8 @@ void TestService::answersItsOwnClient()
     const Outcome refused = request({QStringLiteral("discoverdevices")});
     QCOMPARE(refused.status, 1);
     QVERIFY2(refused.error.contains("Halvin in state read mode"), refused.error.constData());
+    QCOMPARE(request({QStringLiteral("getstates")}).error,
+             QByteArray("bioprocessing: The service refused: getstate: the halvin is not in BCI state\n"));
     QCOMPARE(request({QStringLiteral("startdevice"), QStringLiteral("{device}")}).status, 2);
     QCOMPARE(runHost({QStringLiteral("request")}).status, 2);
     QCOMPARE(
@@ -711,6 +776,10 @@ void TestService::refusesToStart_data()
     QTest::newRow("address is a name") << QStringList{QStringLiteral("--address"), QStringLiteral("here")} << 2
                                        << QByteArray("here");
     QTest::newRow("port beyond") << QStringList{port, QStringLiteral("65536")} << 2 << QByteArray("65535");
+    QTest::newRow("origin is a name") << QStringList{QStringLiteral("--allow-origin"), QStringLiteral("here")} << 2
+                                      << QByteArray("--allow-origin");
+    QTest::newRow("recording is none") << QStringList{port, free, QStringLiteral("--playback"), QStringLiteral("FILE")}
+                                       << 1 << QByteArray("file");
     QTest::newRow("endless states") << QStringList{QStringLiteral("--state-seconds"), QStringLiteral("0")} << 2
                                     << QByteArray("--state-seconds");
 }

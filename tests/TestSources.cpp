@@ -72,6 +72,7 @@ private slots:
     void edfFilesThatDoNotFit_data();
     void edfFilesThatDoNotFit();
     void labelOfTheLongestRun();
+    void segmentsWithinFiles();
     void labelsThatDoNotFit();
     void fileProperties();
     void channelsAreMounted();
@@ -243,6 +244,27 @@ void TestSources::labelOfTheLongestRun()
     QCOMPARE(listener.stacks[0].label, 2); // first of two equally long runs
     QCOMPARE(listener.stacks[1].label, 3); // not the most frequent one's last
     QCOMPARE(listener.stacks[2].label, 0);
+}
+
+void TestSources::segmentsWithinFiles()
+{
+    OfflineDataSource source({file(countingLines(7)), file(countingLines(2), QStringLiteral("b.txt")),
+                              file(countingLines(6), QStringLiteral("c.txt"))},
+                             3, 1.0, {}, Type::TXT);
+    std::vector<int> labels{1, 2, 3};
+    QVERIFY(source.setLabels(labels));
+    source.setSegmentsWithinFiles(true);
+    Listener listener(source);
+    for (int run = 1; run <= 2; ++run) {
+        source.SendData(false);
+        QTRY_COMPARE(listener.ends, run);
+    }
+    const std::array<Stack, 4> expected{{{{{0, 1, 2}}, 1}, {{{3, 4, 5}}, 1}, {{{0, 1, 2}}, 3}, {{{3, 4, 5}}, 3}}};
+    QCOMPARE(listener.stacks.size(), 2 * expected.size());
+    for (std::size_t i = 0; i < listener.stacks.size(); ++i) {
+        QCOMPARE(listener.stacks[i].samples, expected[i % 4].samples);
+        QCOMPARE(listener.stacks[i].label, expected[i % 4].label);
+    }
 }
 
 void TestSources::labelsThatDoNotFit()

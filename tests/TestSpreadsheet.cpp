@@ -124,6 +124,7 @@ private slots:
     void informationSheet();
     void roundTrip_data();
     void roundTrip();
+    void stepsByThemselves();
     void hostileTextsSurvive();
     void badFiles_data();
     void badFiles();
@@ -285,8 +286,9 @@ void TestSpreadsheet::listIsKeptUntilTheStop()
     QVERIFY(recording.writer.stopWrite());
     QCOMPARE(rowOf(recording.path, 0, 2, 2).constLast(), QStringLiteral("3"));
     QCOMPARE(rowOf(recording.path, 1, 1, 5).mid(2).join(QLatin1Char('|')), QStringLiteral("alpha|beta|gamma"));
-    QCOMPARE(rowOf(recording.path, 1, 2, 5).mid(2).join(QLatin1Char('|')), QStringLiteral("|7|"));
-    QCOMPARE(rowOf(recording.path, 1, 3, 5).mid(2).join(QLatin1Char('|')), QStringLiteral("||8"));
+    QCOMPARE(rowOf(recording.path, 1, 2, 5).mid(2).join(QLatin1Char('|')), QStringLiteral("60|7|"));
+    // Each call forgets the values, and no column.
+    QCOMPARE(rowOf(recording.path, 1, 3, 5).mid(2).join(QLatin1Char('|')), QStringLiteral("0|0|8"));
 
     QVERIFY(QFile::remove(recording.path));
     recording.writer.startWrite(); // the list is empty now
@@ -439,6 +441,52 @@ void TestSpreadsheet::roundTrip()
     QCOMPARE(alphas.maximum, 41);
     QCOMPARE(alphas.average, 35.5);
     QCOMPARE(data.value(QStringLiteral("ratio")).values, (QVector<int>{0, 21}));
+}
+
+/// The steps by themselves, which hosts may take in any order.
+void TestSpreadsheet::stepsByThemselves()
+{
+    Recording recording({makeRhythm(QStringLiteral("alpha"))});
+    const QString text = QStringLiteral("noted");
+    XLSWriter &writer = recording.writer;
+    QVERIFY(!writer.setDataToFile(5, 7, text, text));
+    writer.paramListToFile();
+    writer.writeMaxAvgValues();
+    writer.writeAlgorithmParametrs(9, custom_param());
+    writer.startWrite();
+    QVERIFY(writer.setDataToFile(5, 7, text, QStringLiteral("beside")));
+    QVERIFY(!writer.setDataToFile(0, 0, text, text));
+    QCOMPARE(writer.calclastClock(), 0LL);
+    recording.now += 70;
+    QCOMPARE(writer.calclastClock(), 70LL);
+    recording.give(QStringLiteral("alpha"), 4.0f);
+    recording.wait(130);
+    QVERIFY(writer.stopWrite());
+    QCOMPARE(rowOf(recording.path, 1, 5, 8).mid(6).join(QLatin1Char('|')), QStringLiteral("noted|beside"));
+    QCOMPARE(rowOf(recording.path, 1, 2, 3).join(QLatin1Char('|')), QStringLiteral("10:20:30.200|200|4"));
+    writer.setParamList({makeRhythm(QStringLiteral("alpha"))});
+    writer.startWrite();
+    recording.wait(200);
+    writer.removeDocument();
+    QVERIFY(writer.stopWrite());
+
+    XLSReader reader(recording.path);
+    QCOMPARE(reader.getDataCount(), 1); // the row outlived its document
+    QString error;
+    QVERIFY2(reader.readInformation(error) && reader.readRhythmData(error), qPrintable(error));
+    reader.readRhythmsParam(-1);
+    QCOMPARE(reader.makeParametrs(QStringLiteral("SpectrumNorm"), 3).getParamDescriptor(), QStringLiteral("alpha"));
+    RhythmData data;
+    reader.fillDataConteiner(data, 3);
+    reader.fillDataConteiner(data, 3);
+    QCOMPARE(data.values, QVector<int>{0});
+    reader.removeDocument();
+    QCOMPARE(reader.getDataCount(), 1);
+
+    XLSReader nothing(QStringLiteral("nowhere.xls"));
+    QVERIFY(!nothing.readInformation(error) && !nothing.readRhythmData(error));
+    nothing.fillDataConteiner(data, 3);
+    QVERIFY(data.values.isEmpty() && nothing.makeParametrs(QString(), 1).getParamDescriptor().isEmpty());
 }
 
 void TestSpreadsheet::hostileTextsSurvive()

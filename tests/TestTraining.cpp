@@ -1,3 +1,6 @@
+#include "bci/ModelFile.h"
+#include "bci/Preprocessor.h"
+#include "bci/Processor.h"
 #include "support/HandmadeEdf.h"
 #include "support/HostProgram.h"
 #include "support/TestMain.h"
@@ -33,6 +36,10 @@ private slots:
     void learnsAndClassifiesRecordings_data();
     void learnsAndClassifiesRecordings();
     void trialsStayOnOneSide();
+    void blocksAreRecordings();
+    void damagedModels_data();
+    void damagedModels();
+    void modelsThatCannotBeWritten();
     void noiseGivesChance();
     void classifiesAStream();
     void refusesInOneSentence_data();
@@ -42,6 +49,7 @@ private:
     QString path(const QString &name) const { return m_folder.filePath(name); }
     void write(const char *name, const QByteArray &content) const;
     QStringList inFolder(const char *line) const;
+    QString trainedModel() const;
 
     QTemporaryDir m_folder;
 };
@@ -63,6 +71,15 @@ QStringList TestTraining::inFolder(const char *line) const
     return arguments;
 }
 
+/// Path of a model, which is trained when it is asked for first.
+QString TestTraining::trainedModel() const
+{
+    if (!QFile::exists(path(QStringLiteral("good.json")))) {
+        runHost(inFolder("train --bci portal --data @slow.edf:a --data @fast.edf:b --save @good.json"));
+    }
+    return path(QStringLiteral("good.json"));
+}
+
 void TestTraining::initTestCase()
 {
     QVERIFY(m_folder.isValid());
@@ -77,6 +94,14 @@ void TestTraining::initTestCase()
     write("noise_a.edf", recording(0.0, 5, 60));
     write("noise_b.edf", recording(0.0, 7, 60));
     write("short.edf", recording(10.0, 9, 2));
+
+    HandmadeEdf twins;
+    twins.signalList = {{"Cz", "uV", kRate}, {"Cz", "uV", kRate}};
+    twins.records = 30;
+    write("twins.edf", twins.make());
+    HandmadeEdf elsewhere = twins;
+    elsewhere.signalList[1].label = "Oz";
+    write("elsewhere.edf", elsewhere.make());
 
     HandmadeEdf other;
     other.signalList = {{"Cz", "uV", 50}, {"Pz", "uV", 50}};
@@ -137,7 +162,7 @@ void TestTraining::learnsAndClassifiesRecordings()
     QFETCH(QByteArray, second);
     QFETCH(double, least);
     const QByteArray train =
-        "train " + options + " --data @" + first + ":0 --data @" + second + ":1 --save @m.json --json";
+        "train " + options + " --data @" + first + ":0 --data @" + second + ":1 --save @m.json --force --json";
     const Outcome learned = runHost(inFolder(train.constData()));
     QCOMPARE(learned.status, 0);
     QVERIFY2(learned.json()[QLatin1String("accuracy")].toDouble() >= least, learned.output.constData());
@@ -178,6 +203,94 @@ void TestTraining::trialsStayOnOneSide()
     }
     QCOMPARE(perBlock.size(), 5);
     QCOMPARE(perBlock.first(), 14); // a trial of each class
+}
+
+void TestTraining::blocksAreRecordings()
+{
+    const Outcome learned =
+        runHost(inFolder("train --bci eeg --channels Pz --bands 8-12,18-22 --data @slow.edf:a --data @fast.edf:b "
+                         "--data @slow.edf:a --data @fast.edf:b --data @slow.edf:a --features @r.tsv --json"));
+    QCOMPARE(learned.status, 0);
+    QCOMPARE(learned.json()[QLatin1String("blocks")].toArray().size(), 2); // as b has recordings
+    QVERIFY(learned.json()[QLatin1String("whole_recordings")].toBool());
+    QFile table(path(QStringLiteral("r.tsv")));
+    QVERIFY(table.open(QIODevice::ReadOnly));
+    const QByteArrayList rows = table.readAll().trimmed().split('\n').mid(1);
+    const QByteArray expected = "00011"; // by recording
+    for (const QByteArray &row : rows) {
+        const QByteArrayList cells = row.split('\t');
+        QCOMPARE(cells[1], expected.mid(cells[2].toInt(), 1));
+    }
+}
+
+void TestTraining::damagedModels_data()
+{
+    QTest::addColumn<QByteArray>("field"); // "part/key" of a part
+    QTest::addColumn<QJsonValue>("value");
+    const auto row = [](const char *field, const QJsonValue &value, const char *what) {
+        QTest::addRow("%s: %s", field, what) << QByteArray(field) << value;
+    };
+    for (const char *field : {"rate", "window", "step", "channels", "classes", "preprocessor", "processor", "kind",
+                              "version", "highpass"}) {
+        row(field, QJsonValue(), "missing");
+        row(field, -1, "negative");
+    }
+    row("rate", 2000000000, "of no amplifier");
+    row("window", 1e300, "endless");
+    row("window", 1e5, "bigger than the memory for it");
+    row("window", 1e-9, "of no sample");
+    row("window", 0.5, "that gives other features");
+    row("step", 1e300, "endless");
+    row("highpass", -5, "negative");
+    row("highpass", 60, "above half the rate");
+    row("channels", QJsonArray{QStringLiteral("Cz"), 7}, "no name");
+    row("channels", QJsonArray{QStringLiteral("Cz"), QStringLiteral("Cz")}, "twins");
+    row("channels", QJsonArray{QStringLiteral("Cz")}, "one too few");
+    row("classes", QJsonObject{{QStringLiteral("one"), QStringLiteral("a")}}, "no number");
+    row("classes", QJsonObject{{QStringLiteral("1"), 7}}, "no name");
+    row("preprocessor/bands", QJsonArray{QJsonArray{4, 9}}, "that give other features");
+    row("processor/means", QStringLiteral("AACAPw=="), "of one feature");
+}
+
+void TestTraining::damagedModels()
+{
+    QFETCH(QByteArray, field);
+    QFETCH(QJsonValue, value);
+    const QString good = trainedModel();
+    QFile file(good);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QJsonObject model = QJsonDocument::fromJson(file.readAll()).object();
+    const QStringList keys = QString::fromLatin1(field).split(QLatin1Char('/'));
+    QJsonObject part = keys.size() == 1 ? model : model[keys[0]].toObject();
+    part[keys.last()] = value;
+    if (keys.size() == 1) {
+        model = part;
+    } else {
+        model[keys[0]] = part;
+    }
+    write("bad.json", QJsonDocument(model).toJson());
+    bp::ModelFile read;
+    QString reason;
+    QVERIFY(read.read(good, reason));
+    QVERIFY(!read.read(path(QStringLiteral("bad.json")), reason));
+    QVERIFY2(reason.endsWith(QLatin1Char('.')) && !reason.endsWith(QLatin1String("..")), qPrintable(reason));
+}
+
+void TestTraining::modelsThatCannotBeWritten()
+{
+    const QString target = path(QStringLiteral("written.json"));
+    bp::ModelFile model;
+    QString reason;
+    QVERIFY(!model.write(target, reason)); // no pair
+    bp::LearningSettings settings;
+    settings.kind = QStringLiteral("portal");
+    model.pair = bp::makeLearningPair(settings);
+    QVERIFY(!model.write(target, reason)); // not trained
+    QVERIFY(model.read(trainedModel(), reason));
+    model.window = 1e9;
+    QVERIFY(!model.write(target, reason)); // what could not be read
+    QVERIFY(!QFile::exists(target));
+    QVERIFY(reason.contains(QLatin1String("window")));
 }
 
 void TestTraining::noiseGivesChance()
@@ -224,7 +337,22 @@ void TestTraining::refusesInOneSentence_data()
     row("a class with one window", "train --data @slow.edf:a --data @short.edf:b --window 2", 1, "one window");
     row("one class", "train --data @slow.edf:a --data @slow.edf:a", 1, "one class only");
     row("three classes", "train --data @slow.edf:a --data @fast.edf:b --data @noise_a.edf:c", 1, "portal");
-    row("a muscle that is not there", "train --bci emg --data @slow.edf:0 --data @fast.edf:3", 1, "0 for rest");
+    row("a muscle that is not there", "train --bci emg --highpass 0 --data @slow.edf:0 --data @fast.edf:3", 1,
+        "0 for rest");
+    row("eeg of two channels", "train --bci eeg --data @slow.edf:a --data @fast.edf:b", 2, "--channels Cz");
+    row("a channel named twice", "train --bci portal --channels Cz,Cz --data @slow.edf:a --data @fast.edf:b", 2,
+        "twice");
+    row("two channels of a name", "train --bci portal --data @slow.edf:a --data @twins.edf:b", 1,
+        "2 channels of the name");
+    row("other channels", "train --bci portal --data @slow.edf:a --data @elsewhere.edf:b", 1, "no channel \"Pz\"");
+    row("trials upside down", "train --data @trials.edf --events hand,foot --from 4 --to 1", 2, "--to 1");
+    row("a band above half the rate", "train --bci portal --band 60-70 --data @slow.edf:a --data @fast.edf:b", 2,
+        "--band 60-70");
+    row("a window of no sample", "train --window 0.001 --data @slow.edf:a --data @fast.edf:b", 2, "0.001 s");
+    row("an envelope above half the rate",
+        "train --bci emg --envelope 50 --highpass 0 --data @slow.edf:0 --data @fast.edf:1", 2, "above 100 Hz");
+    row("a high-pass that runs away", "train --bci portal --highpass 20 --data @slow.edf:a --data @fast.edf:b", 2,
+        "no usable signal");
     row("no label", "train --data @slow.edf", 2, "FILE:LABEL");
     row("no data", "train", 2, "--data");
     row("unknown kind", "train --bci mind --data @slow.edf:a", 2, "gesture");

@@ -26,8 +26,9 @@ constexpr Purpose kPurposes[]{
      "empty type. While it searches artefacts there is the first alone, with a flag behind the last channel."},
     {"SpectrumNorm",
      "A rhythm of the EEG from spectra of its own, of the signal before the channel filters. A result begins with the\n"
-     "index from 0 to 100, its running maximum and its running average; from the fifth value on, one per channel. A\n"
-     "negative index is an artefact."},
+     "index, its running maximum and its running average; from the fifth value on, one per channel. The index is from "
+     "0 to\n"
+     "100 with \"calc_mode\" 1 (percent), and from 0 to 1 otherwise; a negative one is an artefact."},
     {"DependSpectrumNorm",
      "The same from the spectra of another algorithm, its depend name, mostly a SpectrumOnline. The choices of\n"
      "\"calc_mode\" stand for the numbers that `DependSpectrumNorm::RhythmCalculationMode` tells, not for their "
@@ -36,7 +37,16 @@ constexpr Purpose kPurposes[]{
      "Heart rate from the R peaks of one channel, of the signal before the channel filters. A result has the beats "
      "per\n"
      "minute, the interval in milliseconds, and where the peak lies, in samples. R peaks must be negative in the "
-     "blocks."},
+     "blocks.\n"
+     "\"ampMin\" is the least rise and fall of a beat, within 20 ms before and 25 ms after its peak, in units of 70.7 "
+     "µV: the\n"
+     "default stands for 18 µV, which P and T waves reach too, and 2.5 suits R peaks of 1 mV. `acquire --heart-rate` "
+     "leaves\n"
+     "the default alone: it takes 35 % of what the beats of the first 6 seconds rise and fall (the median of the "
+     "steepest\n"
+     "peaks of each 2 seconds, at least the default), and measures again when no beat has come for 5 seconds; "
+     "`--heart-amp` gives another.\n"
+     "\"ampMax\" is not used."},
     {"AsymmetryCoeff",
      "Asymmetry of the power that two channels have in a band: |A − B| / max(A, B) · 100, a single value, from the\n"
      "spectra of a SpectrumOnline, its depend name. Of a list of channels the first that the montage has counts."},
@@ -65,7 +75,9 @@ constexpr const char *kHead =
     "their\n"
     "montage names separated by \";\" (none: all). \"Set by\" says who sets a value: the user, the user as a formula, "
     "or the\n"
-    "user's pick from what there is; only the first is editable through the command service.\n";
+    "user's pick from what there is; only the first is editable through the command service. "
+    "`UnitParams::problemOf()`\n"
+    "says in a sentence why a value is outside its limits or no choice; setting one does not check.\n";
 
 constexpr const char *kRhythmsHead =
     "\n## Rhythms\n\n"

@@ -4,13 +4,12 @@
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
 #include "filters/ButterworthFilter.h"
+#include "learning/Recording.h"
 #include "pipeline/DataSource.h"
 
 #include <cmath>
 
 namespace {
-
-constexpr int kHighPassOrder = 4;
 
 /// The rate of a stream whose samples come by other ways.
 class Stream : public DataSource
@@ -32,10 +31,9 @@ LiveClassifier::LiveClassifier(bp::ModelFile model, DataSource *trainSource, QOb
     const int channels = m_model.channels.size();
     m_solver->Initialize(static_cast<float>(m_model.window), static_cast<float>(m_model.step), channels, true, false);
     m_solver->setChannelsCount(channels);
+    m_solver->setLabelsInArrivalOrder(true);
     for (int i = 0; m_model.highPass > 0.0 && i < channels; ++i) {
-        m_highPass.push_back(std::make_unique<ButterworthFilter>(
-            AbstractFilter::HighPass, kHighPassOrder, static_cast<float>(m_model.rate),
-            static_cast<float>(m_model.highPass), static_cast<float>(m_model.highPass)));
+        m_highPass.push_back(makeHighPass(m_model.rate, m_model.highPass));
     }
     connect(m_solver.get(), &LearningCSM::onTrainComplete, this, &LiveClassifier::trained);
     connect(m_solver.get(), &LearningCSM::PassedThrough, this, &LiveClassifier::takeResult);
@@ -55,7 +53,7 @@ bool LiveClassifier::setChannels(const QStringList &names)
     m_solver->ResetDataBuffer();
     for (const QString &name : qAsConst(m_model.channels)) {
         const int row = names.indexOf(name);
-        if (row < 0) {
+        if (names.count(name) != 1) {
             m_rows.clear();
             return false;
         }
@@ -76,7 +74,11 @@ void LiveClassifier::takeSamples(const std::vector<float> &planar, int count)
         m_block.insert(m_block.end(), begin, begin + static_cast<std::ptrdiff_t>(samples));
     }
     for (std::size_t i = 0; i < m_highPass.size(); ++i) {
-        m_highPass[i]->Process(m_block.data() + i * samples, static_cast<int>(samples));
+        float *channel = m_block.data() + i * samples;
+        m_highPass[i]->Process(channel, static_cast<int>(samples));
+        if (samples > 0 && !std::isfinite(channel[samples - 1])) { // or it would never be a number again
+            m_highPass[i]->Reset();
+        }
     }
     m_solver->sendSamples(&m_block, static_cast<int>(m_block.size()));
 }
@@ -87,5 +89,7 @@ void LiveClassifier::takeResult()
     const auto found = results.constFind(m_model.pair.resultName);
     if (found != results.constEnd()) {
         emit classified(static_cast<int>(std::lround(found.value())));
+    } else {
+        emit notClassified();
     }
 }

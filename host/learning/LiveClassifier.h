@@ -27,7 +27,8 @@ public:
     /// Forgets earlier examples. trained() follows.
     void train();
     /// What a stream's blocks consist of from now on.
-    /// @return false when a channel that the pair needs is missing: nothing is classified then
+    /// @return false when a channel that the pair needs is missing or there are two of its name: nothing is classified
+    ///         then
     bool setChannels(const QStringList &names);
     /// @param planar  block over all channels of the stream
     /// @param count   valid leading samples
@@ -39,6 +40,8 @@ signals:
     void trained(bool isGood);
     /// A window has been classified.
     void classified(int label);
+    /// A window gave no answer: it held values that are no numbers.
+    void notClassified();
 
 private:
     void takeResult();

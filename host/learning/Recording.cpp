@@ -1,15 +1,27 @@
 #include "learning/Recording.h"
 
 #include "Refusal.h"
+#include "bci/FiniteRow.h"
 #include "files/EDFReader.h"
 #include "files/TextTable.h"
 #include "filters/ButterworthFilter.h"
 
 #include <QFileInfo>
 
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
 namespace {
 
 constexpr int kHighPassOrder = 4;
+constexpr float kMostGain = 10.0f; ///< a filter that adds more to a signal runs away
+
+float largest(const std::vector<float> &row)
+{
+    return std::accumulate(row.begin(), row.end(), 0.0f,
+                           [](float most, float value) { return std::max(most, std::abs(value)); });
+}
 
 bool isText(const QString &path)
 {
@@ -22,6 +34,13 @@ std::vector<int> chooseChannels(const QString &path, const QStringList &availabl
     std::vector<int> chosen;
     for (const QString &name : wanted) {
         const int index = available.indexOf(name);
+        if (available.count(name) > 1) {
+            refuse(QStringLiteral("%1 has %2 channels of the name \"%3\": rename all but one, or choose others with "
+                                  "--channels.")
+                       .arg(path)
+                       .arg(available.count(name))
+                       .arg(name));
+        }
         if (index < 0) {
             refuse(QStringLiteral("%1 has no channel \"%2\", only %3.")
                        .arg(path, name, available.join(QStringLiteral(", "))));
@@ -99,7 +118,29 @@ Recording Recording::read(const QString &path, const QStringList &channels, doub
     if (recording.size() == 0 || recording.rate <= 0.0) {
         refuse(QStringLiteral("%1 has no signal.").arg(path));
     }
+    if (!std::all_of(recording.rows.begin(), recording.rows.end(), bp::isFinite)) {
+        refuse(QStringLiteral("%1 holds values that are no numbers: choose other channels with --channels.").arg(path));
+    }
     return recording;
+}
+
+void Recording::arrange(const QStringList &order)
+{
+    if (names == order) {
+        return;
+    }
+    std::vector<std::vector<float>> arranged;
+    for (const QString &name : order) {
+        const int row = names.indexOf(name);
+        if (row < 0) {
+            refuse(QStringLiteral("%1 has no channel \"%2\" as the recording before it has, only %3: choose those that "
+                                  "all have with --channels.")
+                       .arg(path, name, names.join(QStringLiteral(", "))));
+        }
+        arranged.push_back(std::move(rows[static_cast<std::size_t>(row)]));
+    }
+    rows = std::move(arranged);
+    names = order;
 }
 
 void Recording::highPass(double hz)
@@ -110,13 +151,26 @@ void Recording::highPass(double hz)
     if (!(hz < rate / 2.0)) {
         refuseUsage(QStringLiteral("--highpass %1 needs a rate above %2 Hz.").arg(hz).arg(2.0 * hz));
     }
+    const std::unique_ptr<ButterworthFilter> filter = makeHighPass(rate, hz);
     for (std::vector<float> &row : rows) {
         const float offset = row.front();
         for (float &sample : row) {
             sample -= offset;
         }
-        ButterworthFilter(AbstractFilter::HighPass, kHighPassOrder, static_cast<float>(rate), static_cast<float>(hz),
-                          static_cast<float>(hz))
-            .Process(row);
+        const float before = largest(row);
+        filter->Reset();
+        filter->Process(row);
+        if (!bp::isFinite(row) || largest(row) > kMostGain * before) {
+            refuseUsage(
+                QStringLiteral("--highpass %1 leaves no usable signal at %2 Hz: take a lower one, or 0 for none.")
+                    .arg(hz)
+                    .arg(rate));
+        }
     }
+}
+
+std::unique_ptr<ButterworthFilter> makeHighPass(double rate, double hz)
+{
+    return std::make_unique<ButterworthFilter>(AbstractFilter::HighPass, kHighPassOrder, static_cast<float>(rate),
+                                               static_cast<float>(hz), static_cast<float>(hz));
 }

@@ -3,7 +3,10 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <vector>
+
+class ButterworthFilter;
 
 /// A text at a moment of a recording.
 struct Event
@@ -27,7 +30,13 @@ struct Recording
     /// first. Throws a Refusal.
     /// @param textRate  Hz, of a text; 0 when that was not said
     static Recording read(const QString &path, const QStringList &channels, double textRate);
+    /// Brings the rows into this order of their names, of which there are as many. Throws a Refusal when one is
+    /// missing.
+    void arrange(const QStringList &order);
     /// Takes slow waves and the offset away, as the high-pass of a montage channel does, but beginning at rest.
     /// @param hz  0 leaves the recording as it is. Throws a Refusal when the rate does not allow it.
     void highPass(double hz);
 };
+
+/// The filter of Recording::highPass(), at rest.
+std::unique_ptr<ButterworthFilter> makeHighPass(double rate, double hz);

@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 #include <QFileInfo>
+#include <QSet>
 
 #include <algorithm>
 #include <cmath>
@@ -41,7 +42,8 @@ QMap<QString, int> numberLabels(const QStringList &names)
         numbers.insert(name, name.toInt(&isNumber));
         areNumbers = areNumbers && isNumber && numbers.value(name) >= 0;
     }
-    if (!areNumbers) {
+    const QList<int> values = numbers.values();
+    if (!areNumbers || QSet<int>(values.begin(), values.end()).size() != values.size()) { // "1" and "01" are two names
         for (auto it = numbers.begin(); it != numbers.end(); ++it) {
             it.value() = static_cast<int>(names.indexOf(it.key())) + 1;
         }
@@ -80,6 +82,9 @@ TrainingData TrainingData::read(const QCommandLineParser &parser, double highPas
     const double textRate = Option::number(parser, "rate", 0.0, 1e6);
     const double from = Option::number(parser, "from", -1e6, 1e6);
     const double to = Option::number(parser, "to", -1e6, 1e6);
+    if (QStringList(channels).removeDuplicates() > 0) {
+        refuseUsage(QStringLiteral("--channels names a channel twice: %1.").arg(channels.join(QLatin1Char(','))));
+    }
     if (files.isEmpty()) {
         refuseUsage(QStringLiteral("Say what to learn from: --data FILE:LABEL, once per recording."));
     }
@@ -110,6 +115,7 @@ TrainingData TrainingData::read(const QCommandLineParser &parser, double highPas
                        .arg(first.rows.size())
                        .arg(first.rate));
         }
+        data.recordings.back().arrange(first.names);
         if (events.isEmpty()) {
             data.segments.push_back({data.recordings.size() - 1, 0, last.size(), numbers.value(file.label), false});
         } else {
@@ -122,6 +128,10 @@ TrainingData TrainingData::read(const QCommandLineParser &parser, double highPas
 
 void TrainingData::addTrials(std::size_t recording, const QStringList &names, double from, double to)
 {
+    if (!(from < to)) {
+        refuseUsage(
+            QStringLiteral("A trial ends after it begins: --to %1 has to be above --from %2.").arg(to).arg(from));
+    }
     const Recording &source = recordings[recording];
     QStringList seen;
     const std::size_t before = segments.size();

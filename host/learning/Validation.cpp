@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 #include <numeric>
 #include <set>
 
@@ -17,13 +16,13 @@ namespace {
 constexpr int kNoAnswer = -1; ///< rejected, or no classifier
 constexpr int kColumn = 10;
 
+} // namespace
+
 QString nameOf(int label, const QMap<int, QString> &classes)
 {
     return label == kNoAnswer && !classes.contains(label) ? QStringLiteral("none")
                                                           : classes.value(label, QString::number(label));
 }
-
-} // namespace
 
 void Confusion::add(int truth, int answer)
 {
@@ -120,11 +119,11 @@ double Validation::deviation() const
     return std::sqrt(squares / static_cast<double>(accuracies.size() - 1));
 }
 
-Validation Validation::run(const Windows &windows, int folds, int rate, const bp::LearningSettings &settings,
+Validation Validation::run(const Windows &windows, int rate, const bp::LearningSettings &settings,
                            const std::function<void(int)> &progress)
 {
     Validation validation;
-    for (int fold = 0; fold < folds; ++fold) {
+    for (int fold = 0; fold < windows.folds(); ++fold) {
         progress(fold);
         bp::LearningPair pair = bp::makeLearningPair(settings);
         pair.processor->setFs(rate);
@@ -154,7 +153,7 @@ bool trainPair(bp::LearningPair &pair, std::vector<const LabelledWindow *> windo
             pair.processor->preTrain(features, window->label);
         }
         pair.processor->postTrain();
-    } catch (const std::exception &) {
+    } catch (...) { // the library throws texts, too
         return false;
     }
     return !pair.processor->model().isEmpty();
@@ -165,7 +164,7 @@ int classify(bp::LearningPair &pair, std::vector<std::vector<float>> &features)
     std::vector<std::vector<float>> output;
     try {
         pair.processor->passThrough(&features, &output);
-    } catch (const std::exception &) {
+    } catch (...) {
         return kNoAnswer;
     }
     const ProcessResult &results = pair.processor->getResults();

@@ -12,6 +12,9 @@
 class Windows;
 struct LabelledWindow;
 
+/// Name of a class, "none" for no answer, or the number of a label that has no name.
+QString nameOf(int label, const QMap<int, QString> &classes);
+
 /// How often windows of one class were taken for another.
 class Confusion
 {
@@ -34,7 +37,7 @@ private:
     QMap<QPair<int, int>, int> m_counts; ///< truth and answer → windows
 };
 
-/// Cross-validation by contiguous blocks: everything is fitted anew in each fold.
+/// Cross-validation by the blocks of Windows::split(): everything is fitted anew in each fold.
 struct Validation
 {
     Confusion confusion;
@@ -46,7 +49,7 @@ struct Validation
     double deviation() const;
 
     /// @param progress  called before each fold, with its number from 0
-    static Validation run(const Windows &windows, int folds, int rate, const bp::LearningSettings &settings,
+    static Validation run(const Windows &windows, int rate, const bp::LearningSettings &settings,
                           const std::function<void(int)> &progress);
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 Windows::Windows(std::size_t window, std::size_t step)
@@ -33,23 +34,47 @@ void Windows::cut(const std::vector<Recording> &recordings, const std::vector<Se
     }
 }
 
+/// The parts of one class that must not be torn apart: its recordings where it has several, as windows of one recording
+/// know each other; otherwise its trials where it has several, otherwise its windows.
+std::vector<std::vector<LabelledWindow *>> Windows::unitsOf(int label)
+{
+    std::set<std::size_t> recordings;
+    std::set<std::size_t> trials;
+    for (const LabelledWindow &window : m_windows) {
+        if (window.label == label) {
+            recordings.insert(window.recording);
+            trials.insert(m_isTrial[window.segment] ? window.segment : m_isTrial.size());
+        }
+    }
+    m_followsRecordings = m_followsRecordings || recordings.size() > 1;
+    std::map<std::size_t, std::vector<LabelledWindow *>> units;
+    for (std::size_t i = 0; i < m_windows.size(); ++i) {
+        LabelledWindow &window = m_windows[i];
+        if (window.label == label) {
+            const std::size_t unit = recordings.size() > 1 ? window.recording : trials.size() > 1 ? window.segment : i;
+            units[unit].push_back(&window);
+        }
+    }
+    std::vector<std::vector<LabelledWindow *>> ordered;
+    for (auto &[number, unit] : units) {
+        ordered.push_back(std::move(unit));
+    }
+    return ordered;
+}
+
 void Windows::split(int folds)
 {
-    // Units that must not be torn apart, per class: trials, or single windows.
-    std::map<int, std::vector<std::vector<LabelledWindow *>>> groups;
-    std::size_t lastSegment = m_isTrial.size();
-    for (LabelledWindow &window : m_windows) {
-        auto &units = groups[window.label];
-        if (units.empty() || !m_isTrial[window.segment] || window.segment != lastSegment) {
-            units.emplace_back();
-        }
-        units.back().push_back(&window);
-        lastSegment = window.segment;
+    std::vector<std::vector<std::vector<LabelledWindow *>>> classes;
+    m_folds = folds;
+    const QMap<int, int> labels = counts();
+    for (auto it = labels.cbegin(); it != labels.cend(); ++it) {
+        classes.push_back(unitsOf(it.key()));
+        m_folds = std::min(m_folds, static_cast<int>(classes.back().size()));
     }
-    for (auto &[label, units] : groups) {
+    for (const auto &units : classes) {
         for (std::size_t i = 0; i < units.size(); ++i) {
             for (LabelledWindow *window : units[i]) {
-                window->fold = static_cast<int>(i * static_cast<std::size_t>(folds) / units.size());
+                window->fold = static_cast<int>(i * static_cast<std::size_t>(m_folds) / units.size());
             }
         }
     }

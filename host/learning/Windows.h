@@ -39,9 +39,13 @@ public:
     /// Cuts every segment into windows that lie wholly inside it, and preprocesses them.
     void cut(const std::vector<Recording> &recordings, const std::vector<Segment> &segments,
              Preprocessor &preprocessor);
-    /// Splits every class, recording after recording in the order of time, into so many contiguous blocks: fold i tests
-    /// on the i-th of each. Trials are not split.
+    /// Splits every class, recording after recording in the order of time, into contiguous blocks: fold i tests on the
+    /// i-th of each. The blocks of a class of several recordings consist of whole recordings; trials are not split.
+    /// @param folds  at most; fewer where a class has fewer recordings or trials
     void split(int folds);
+    int folds() const { return m_folds; }
+    /// Whether a class was split by its recordings.
+    bool followsRecordings() const { return m_followsRecordings; }
 
     const std::vector<LabelledWindow> &all() const { return m_windows; }
     std::vector<const LabelledWindow *> test(int fold) const;
@@ -51,10 +55,13 @@ public:
     QMap<int, int> counts() const;
 
 private:
+    std::vector<std::vector<LabelledWindow *>> unitsOf(int label);
     bool touchesTest(const LabelledWindow &window, int fold) const;
 
     std::size_t m_window;
     std::size_t m_step;
+    int m_folds = 0;
+    bool m_followsRecordings = false;
     std::vector<bool> m_isTrial; ///< per segment
     std::vector<LabelledWindow> m_windows; ///< in the order of their segments
 };

@@ -23,7 +23,10 @@ struct server_state;
 /// records. What cannot be done is refused to the asking client in one sentence; what goes wrong on its own is told on
 /// standard error.
 ///
-/// Messages: "stopDevice", "startWritingFlag", "stopWritingFlag", "removeRecordFile".
+/// Messages: "stopDevice", "startWritingFlag", "stopWritingFlag", "removeRecordFile", "writeLabel", "getRecordFile".
+///
+/// Rhythms are those of the EEG channels, unless a parameter set names channels itself; a montage without EEG channels
+/// has them of all. The values of the others are NaN, so that each value keeps the place of its channel.
 class CompoundSide : public QObject, public Colleague
 {
     Q_OBJECT
@@ -35,19 +38,27 @@ public:
 
     void notify(Colleague *sender, QString message) override;
 
+    /// Streams every acquisition through a Lab Streaming Layer outlet of this name; empty for none.
+    void setStreamName(const QString &name) { m_streamName = name; }
+
     /// The algorithms that run, now and with the next start.
     void setAlgorithms(const std::vector<UnitParams> &algorithms);
     /// Changes or adds one; the others go on undisturbed.
     void updateAlgorithm(const UnitParams &params);
 
     /// Does nothing while a device is acquiring.
-    /// @param montage  null for the device's own
+    /// @param montage  null for the one that was chosen meanwhile, or else the device's own
     void start(const AmplifierInfo &info, QSharedPointer<Montage> montage);
+    /// At once, or for the next start while no device is acquiring.
     void changeMontage(const QSharedPointer<Montage> &montage);
     /// Closes a recording first.
-    void stop();
+    /// @return what the recording lost or could not do; empty otherwise
+    QString stop();
     /// Writes a mental state into the recording.
     void setState(int state);
+
+    /// Why the acquiring device cannot do with the channels that a set names; empty when it can, or none acquires.
+    QString channelRefusal(const UnitParams &params) const;
 
     RecordKeeper &records() { return m_records; }
 
@@ -65,12 +76,18 @@ public slots:
 
 private:
     void acquire(Amplifier *device, const QSharedPointer<Montage> &montage);
+    void useMontage(const QSharedPointer<Montage> &montage);
     void applySettings();
     int spectrumPoints() const;
-    bool isConfigured(const UnitParams &params) const;
+    UnitParams withChannels(const UnitParams &params) const;
+    std::vector<UnitParams> withChannels(const std::vector<UnitParams> &params) const;
+    const UnitParams *configured(const UnitParams &params) const;
+    void writeLabel(Colleague *sender);
+    void tellRecordFile(Colleague *sender);
     void takeData(const std::vector<float> &data, int count);
     void takeSpectrum(unsigned int channels, const std::vector<float> &data);
-    void takeRhythm(const UnitParams &params, unsigned int channels, const std::vector<float> &data);
+    void takeRhythm(const UnitParams &known, unsigned int channels, const std::vector<float> &data);
+    std::vector<float> byChannel(const UnitParams &known, unsigned int count, const float *values) const;
     void takeDeviceCode(int code);
     void end();
 
@@ -79,6 +96,9 @@ private:
     std::vector<UnitParams> m_algorithms;
     Amplifier *m_device = nullptr; ///< while acquiring
     QSharedPointer<Montage> m_montage;
+    QSharedPointer<Montage> m_nextMontage; ///< chosen while no device was acquiring
+    std::vector<unsigned> m_rhythmChannels; ///< of the montage; rhythms are shown of these
+    QString m_streamName;
     QElapsedTimer m_sinceOtherChannels; ///< valid after a montage with other channels was taken up
     std::unique_ptr<DataCompound> m_compound;
     RecordKeeper m_records;

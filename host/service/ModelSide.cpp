@@ -3,6 +3,7 @@
 #include "Console.h"
 #include "algorithms/ParamFactory.h"
 #include "server/DataServer.h"
+#include "server/ParamLimits.h"
 #include "server/ProcessRequest.h"
 #include "server/ServerMediator.h"
 #include "service/CompoundSide.h"
@@ -16,8 +17,9 @@ const QString kRhythm = QStringLiteral("DependSpectrumNorm");
 
 bool isForCompound(const QString &message)
 {
-    static const QStringList messages{QStringLiteral("stopDevice"), QStringLiteral("startWritingFlag"),
-                                      QStringLiteral("stopWritingFlag"), QStringLiteral("removeRecordFile")};
+    static const QStringList messages{QStringLiteral("stopDevice"),      QStringLiteral("startWritingFlag"),
+                                      QStringLiteral("stopWritingFlag"), QStringLiteral("removeRecordFile"),
+                                      QStringLiteral("writeLabel"),      QStringLiteral("getRecordFile")};
     return messages.contains(message);
 }
 
@@ -49,6 +51,7 @@ ModelSide::ModelSide(server_state &state, DataServer &server, CompoundSide &comp
         }
     });
     connect(&m_training, &TrainingSide::stateFound, this, &ModelSide::setState);
+    connect(&m_training, &TrainingSide::modelChanged, this, &ModelSide::takeModel);
     connect(&m_compound, &CompoundSide::streamChanged, &m_training, &TrainingSide::setStream);
     connect(&m_compound, &CompoundSide::samplesTaken, &m_training, &TrainingSide::takeSamples);
     takeProfile();
@@ -70,11 +73,16 @@ void ModelSide::perform(RequestExchange &exchange, const QString &message)
     } else if (message == QLatin1String("getAlgorithms")) {
         m_server.setParamList(m_profiles.current().algorithms);
     } else if (message == QLatin1String("updateParam")) {
-        exchange.refusal = updateAlgorithm(m_server.getCurrParams());
+        exchange.refusal = updateAlgorithm(m_server.getCurrParams(), exchange.unknownKeys);
     } else if (message == QLatin1String("addNewAlgorithm")) {
-        exchange.refusal = addAlgorithm(m_server.getCurrParams());
+        const UnitParams params = m_server.getCurrParams();
+        exchange.refusal =
+            checkValues(params, ParamFactory::makeCustomProperty(params.getName()), exchange.unknownKeys);
+        if (exchange.refusal.isEmpty()) {
+            exchange.refusal = addAlgorithm(params);
+        }
     } else if (message == QLatin1String("addNewAlgorithmByName")) {
-        exchange.refusal = addAlgorithmByName(m_server.getAlgorhtyhmName(), exchange.descriptor);
+        exchange.refusal = addAlgorithmByName(exchange);
     } else if (message == QLatin1String("removeAlgorithm")) {
         exchange.refusal = removeAlgorithm(m_server.getAlgorhtyhmName(), exchange.descriptor);
     } else if (message == QLatin1String("setState")) {
@@ -88,14 +96,31 @@ void ModelSide::perform(RequestExchange &exchange, const QString &message)
 
 void ModelSide::addProfile(const QString &name, const QString &type)
 {
-    m_server.refuse(m_profiles.add(name, type == QLatin1String("bci")));
+    const QString reason = checkProfiles(name);
+    m_server.refuse(reason.isEmpty() ? m_profiles.add(name, type == QLatin1String("bci")) : reason);
+}
+
+/// Of the first profile of a list all others too, so that none is added when one of them cannot be.
+QString ModelSide::checkProfiles(const QString &name) const
+{
+    const RequestExchange *exchange = m_server.currentExchange();
+    if (exchange == nullptr || exchange->list.isEmpty()) {
+        return m_profiles.check({name});
+    }
+    QStringList names;
+    if (exchange->listIndex == 0) {
+        for (const RequestExchange::Entry &entry : exchange->list) {
+            names << entry.name;
+        }
+    }
+    return m_profiles.check(names);
 }
 
 void ModelSide::removeProfile(const QString &name)
 {
     const bool isOnly = m_profiles.names().size() == 1; // it stays
     if (!isOnly && m_compound.records().busyStateFolder() == m_profiles.stateFolder(name)) {
-        m_compound.records().stop();
+        m_compound.records().stopAndWait(); // into a folder that is still there
     }
     m_server.refuse(m_profiles.remove(name));
     if (m_profiles.current().name != m_state.currentProfile) {
@@ -141,55 +166,98 @@ void ModelSide::removeState(int state)
     listStates();
 }
 
+/// A model knows its own states only; without one every state that can be recorded counts.
+void ModelSide::takeModel()
+{
+    const int highest = m_training.highestState();
+    m_state.processorStates = highest > 0 ? highest : RecordKeeper::kLastState;
+}
+
 void ModelSide::setState(int state)
 {
     m_server.setLastState(static_cast<unsigned>(state));
     m_compound.setState(state);
 }
 
-QString ModelSide::addAlgorithm(const UnitParams &params)
+/// Appends an algorithm to a list, as a profile holds it; empty, or why that cannot be.
+QString ModelSide::extend(std::vector<UnitParams> &algorithms, const UnitParams &params) const
 {
-    UnitParams known = ParamFactory::makeCustomProperty(params.getName());
-    if (known.isEmpty()) {
-        return QStringLiteral("Unknown algorithm ") + params.getName();
+    const QString &type = params.getName();
+    if (ParamFactory::makeCustomProperty(type).isEmpty()) {
+        return QStringLiteral("Unknown algorithm ") + type;
     }
-    std::vector<UnitParams> algorithms = m_profiles.current().algorithms;
-    const bool isThere = std::any_of(algorithms.begin(), algorithms.end(), [&params](const UnitParams &set) {
-        return set.getName() == params.getName() && set.getParamDescriptor() == params.getParamDescriptor();
+    UnitParams added = params;
+    if (added.getParamDescriptor().isEmpty() && type != kSpectrum) {
+        added.setParamDescriptor(Profile::freeDescriptor(type, algorithms));
+    }
+    const bool isThere = std::any_of(algorithms.begin(), algorithms.end(), [&added](const UnitParams &set) {
+        return set.getName() == added.getName() && set.getParamDescriptor() == added.getParamDescriptor();
     });
     if (isThere) {
-        return QStringLiteral("The algorithm is there already: %1 %2")
-            .arg(params.getName(), params.getParamDescriptor());
+        return QStringLiteral("The algorithm is there already: %1 %2").arg(type, added.getParamDescriptor());
     }
     if (algorithms.size() >= kMaxAlgorithms) {
         return QStringLiteral("There are %1 algorithms already, which is the limit").arg(kMaxAlgorithms);
     }
-    UnitParams added = params;
-    if (added.getName() == kRhythm && added.getDependName().isEmpty()) {
+    if (type == kRhythm && added.getDependName().isEmpty()) {
         added.setDependName(kSpectrum);
     }
     algorithms.push_back(added);
-    m_profiles.setAlgorithms(algorithms);
-    m_compound.updateAlgorithm(added);
     return {};
 }
 
-QString ModelSide::addAlgorithmByName(const QString &type, const QString &descriptor)
+QString ModelSide::addAlgorithm(const UnitParams &params)
 {
-    UnitParams params = ParamFactory::makeCustomProperty(type);
-    if (params.isEmpty()) {
-        return QStringLiteral("Unknown algorithm ") + type;
+    std::vector<UnitParams> algorithms = m_profiles.current().algorithms;
+    const QString reason = extend(algorithms, params);
+    if (reason.isEmpty()) {
+        m_profiles.setAlgorithms(algorithms);
+        m_compound.updateAlgorithm(algorithms.back());
     }
-    params.setParamDescriptor(descriptor);
-    return addAlgorithm(params);
+    return reason;
 }
 
-QString ModelSide::updateAlgorithm(const UnitParams &params)
+QString ModelSide::addAlgorithmByName(const RequestExchange &exchange)
+{
+    const QString reason = exchange.listIndex == 0 ? checkAlgorithms(exchange) : QString();
+    UnitParams params = ParamFactory::makeCustomProperty(m_server.getAlgorhtyhmName());
+    params.setParamName(m_server.getAlgorhtyhmName());
+    params.setParamDescriptor(exchange.descriptor);
+    return reason.isEmpty() ? addAlgorithm(params) : reason;
+}
+
+/// Whether all of a list can be added.
+QString ModelSide::checkAlgorithms(const RequestExchange &exchange) const
+{
+    std::vector<UnitParams> algorithms = m_profiles.current().algorithms;
+    for (const RequestExchange::Entry &entry : exchange.list) {
+        UnitParams params;
+        params.setParamName(entry.name);
+        params.setParamDescriptor(entry.descriptor);
+        const QString reason = extend(algorithms, params);
+        if (!reason.isEmpty()) {
+            return reason;
+        }
+    }
+    return {};
+}
+
+QString ModelSide::checkValues(const UnitParams &params, const UnitParams &before, const QStringList &unknownKeys) const
+{
+    if (!unknownKeys.isEmpty() && !before.isEmpty()) {
+        return QStringLiteral("There is no parameter ") + unknownKeys.constFirst();
+    }
+    const QString reason = bp::limitRefusal(params, before);
+    return reason.isEmpty() ? m_compound.channelRefusal(params) : reason;
+}
+
+QString ModelSide::updateAlgorithm(const UnitParams &params, const QStringList &unknownKeys)
 {
     Profile profile = m_profiles.current();
     UnitParams *known = profile.find(params.getName(), params.getParamDescriptor());
-    if (known == nullptr) {
-        return notFound();
+    const QString reason = known != nullptr ? checkValues(params, *known, unknownKeys) : notFound();
+    if (!reason.isEmpty()) {
+        return reason;
     }
     *known = params;
     m_profiles.setAlgorithms(profile.algorithms);

@@ -37,11 +37,16 @@ private:
     void takeProfile();
     void listStates();
     QString stateFolder() const;
+    QString checkProfiles(const QString &name) const;
+    QString extend(std::vector<UnitParams> &algorithms, const UnitParams &params) const;
     QString addAlgorithm(const UnitParams &params);
-    QString addAlgorithmByName(const QString &type, const QString &descriptor);
-    QString updateAlgorithm(const UnitParams &params);
+    QString addAlgorithmByName(const RequestExchange &exchange);
+    QString checkAlgorithms(const RequestExchange &exchange) const;
+    QString checkValues(const UnitParams &params, const UnitParams &before, const QStringList &unknownKeys) const;
+    QString updateAlgorithm(const UnitParams &params, const QStringList &unknownKeys);
     QString removeAlgorithm(const QString &type, const QString &descriptor);
     void setState(int state);
+    void takeModel();
 
     server_state &m_state;
     DataServer &m_server;

@@ -39,6 +39,20 @@ Profile Profile::makeStandard(const QString &name, bool isBci)
     return profile;
 }
 
+QString Profile::freeDescriptor(const QString &type, const std::vector<UnitParams> &algorithms)
+{
+    const auto isTaken = [&](const QString &descriptor) {
+        return std::any_of(algorithms.begin(), algorithms.end(), [&](const UnitParams &known) {
+            return known.getName() == type && known.getParamDescriptor() == descriptor;
+        });
+    };
+    QString descriptor = type;
+    for (int i = 2; isTaken(descriptor); ++i) {
+        descriptor = QStringLiteral("%1_%2").arg(type).arg(i);
+    }
+    return descriptor;
+}
+
 UnitParams *Profile::find(const QString &algorithm, const QString &descriptor)
 {
     const auto found = std::find_if(algorithms.begin(), algorithms.end(), [&](const UnitParams &params) {
@@ -72,7 +86,10 @@ std::optional<Profile> Profile::fromJson(const QJsonObject &json)
     Profile profile{json[QLatin1String("name")].toString(), isBci, {}};
     const QJsonArray list = json[QLatin1String("algorithms")].toArray();
     for (const QJsonValue &entry : list) {
-        const UnitParams params = algorithmFromJson(entry.toObject());
+        UnitParams params = algorithmFromJson(entry.toObject());
+        if (params.getParamDescriptor().isEmpty() && params.getName() != kSpectrum) {
+            params.setParamDescriptor(freeDescriptor(params.getName(), profile.algorithms));
+        }
         if (!params.isEmpty() && profile.find(params.getName(), params.getParamDescriptor()) == nullptr) {
             profile.algorithms.push_back(params);
         }

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QSaveFile>
+#include <QSet>
 
 #include <algorithm>
 
@@ -119,7 +120,7 @@ QStringList ProfileStore::names() const
     return names;
 }
 
-QString ProfileStore::add(const QString &name, bool isBci)
+QString ProfileStore::checkName(const QString &name)
 {
     if (name.isEmpty()) {
         return QStringLiteral("A profile needs a name.");
@@ -131,11 +132,36 @@ QString ProfileStore::add(const QString &name, bool isBci)
     if (FileName::encoded(name).size() > kMaxNameBytes) {
         return QStringLiteral("The name of the new profile is too long.");
     }
-    if (indexOf(name) >= 0) {
-        return QStringLiteral("The profile is there already.");
+    return {};
+}
+
+QString ProfileStore::check(const QStringList &names) const
+{
+    QSet<QString> known;
+    for (const Profile &profile : m_profiles) {
+        known.insert(profile.name);
     }
-    if (m_profiles.size() >= kMaxProfiles) {
-        return QStringLiteral("There are %1 profiles already, which is the limit.").arg(kMaxProfiles);
+    for (const QString &name : names) {
+        const QString reason = checkName(name);
+        if (!reason.isEmpty()) {
+            return reason;
+        }
+        if (known.contains(name)) {
+            return QStringLiteral("The profile is there already.");
+        }
+        if (known.size() >= kMaxProfiles) {
+            return QStringLiteral("There are %1 profiles already, which is the limit.").arg(kMaxProfiles);
+        }
+        known.insert(name);
+    }
+    return {};
+}
+
+QString ProfileStore::add(const QString &name, bool isBci)
+{
+    const QString reason = check({name});
+    if (!reason.isEmpty()) {
+        return reason;
     }
     const QString currentName = current().name;
     m_profiles.push_back(Profile::makeStandard(name, isBci));

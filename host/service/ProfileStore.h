@@ -25,6 +25,8 @@ public:
     QStringList names() const;
     const Profile &current() const { return m_profiles[m_current]; }
 
+    /// Whether profiles of these names can be added, all of them: empty, or why not.
+    QString check(const QStringList &names) const;
     /// Empty on success, otherwise why not, as one sentence.
     QString add(const QString &name, bool isBci);
     /// The state files are kept beside, under another name. When it was current, the first of the others becomes it.
@@ -37,6 +39,7 @@ public:
     QString stateFolder(const QString &name) const;
 
 private:
+    static QString checkName(const QString &name);
     int indexOf(const QString &name) const;
     QString filePath(const QString &name) const;
     void load();

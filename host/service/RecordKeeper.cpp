@@ -5,15 +5,27 @@
 #include "server/server_state.h"
 #include "service/FileName.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QThread>
+#include <QTimer>
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 namespace {
+
+constexpr qint64 kCloseWaitMs = 5000;
+constexpr unsigned long kClosePollMs = 5;
+constexpr int kNoBlockMs = 2000; ///< after which none is waited for: the device has ended
+
+/// Of the labels of a recording that was never closed.
+const QString kJournalSuffix = QStringLiteral(".labels");
 
 QString sheetPath(const QString &recordPath)
 {
@@ -39,6 +51,7 @@ RecordKeeper::RecordKeeper(server_state &state, DataCompound &compound, const QS
 {
     connect(&m_compound, &DataCompound::recordError, this, &RecordKeeper::takeError);
     connect(&m_compound, &DataCompound::endWritingAndCloseFile, this, &RecordKeeper::takeEnd);
+    connect(&m_compound, &DataCompound::newSampleData, this, &RecordKeeper::takeBlock);
 }
 
 QString RecordKeeper::statePath(const QString &folder, int state)
@@ -70,18 +83,40 @@ QString RecordKeeper::startState(int state, const QString &folder)
 
 void RecordKeeper::begin(const Recording &recording, bool rhythms, int seconds)
 {
+    settle(); // its files are closed, and the next one may have the name of one of them
+    m_lastError.clear();
     m_open.push_back(recording);
     updateFlags();
+    m_compound.setWriteRemainder(recording.target.isEmpty()); // padding is nothing to learn from
     m_compound.startRecord(recording.path, true, rhythms, seconds);
 }
 
 void RecordKeeper::stop()
 {
-    if (!m_open.empty() && !m_open.back().isEnding) {
-        m_open.back().isEnding = true;
-        updateFlags();
-        m_compound.stopRecord();
+    if (m_open.empty() || m_open.back().isEnding) {
+        return;
     }
+    m_open.back().isEnding = true;
+    updateFlags();
+    m_compound.stopRecord();
+    if (m_open.empty()) {
+        settle(); // no loop runs: everything was done at once
+    }
+}
+
+QString RecordKeeper::stopAndWait()
+{
+    if (m_open.empty()) {
+        return {};
+    }
+    stop();
+    QElapsedTimer clock;
+    clock.start();
+    while (isBusy() && clock.elapsed() < kCloseWaitMs) {
+        QCoreApplication::sendPostedEvents(&m_compound, QEvent::MetaCall);
+        QThread::msleep(isBusy() ? kClosePollMs : 0);
+    }
+    return m_lastError;
 }
 
 QString RecordKeeper::busyStateFolder() const
@@ -89,8 +124,17 @@ QString RecordKeeper::busyStateFolder() const
     return m_open.empty() || m_open.back().target.isEmpty() ? QString() : QFileInfo(m_open.back().target).path();
 }
 
+QString RecordKeeper::currentPath() const
+{
+    if (m_open.empty() || m_open.back().isEnding) {
+        return {};
+    }
+    return m_open.back().target.isEmpty() ? m_open.back().path : m_open.back().target;
+}
+
 void RecordKeeper::reset()
 {
+    settle();
     m_open.clear();
     updateFlags();
 }
@@ -98,6 +142,9 @@ void RecordKeeper::reset()
 void RecordKeeper::takeError(const QString &reason)
 {
     Console::error(reason);
+    if (m_lastError.isEmpty()) {
+        m_lastError = reason;
+    }
     // A spreadsheet that could not be saved comes after the end of its recording, another one may be running by then.
     if (!m_open.empty() && reason.contains(QFileInfo(m_open.back().path).fileName())) {
         stop();
@@ -109,13 +156,33 @@ void RecordKeeper::takeEnd()
     if (m_open.empty()) {
         return;
     }
-    const Recording ended = m_open.front();
+    m_closing.push_back(m_open.front());
     m_open.pop_front();
     updateFlags();
-    if (!ended.target.isEmpty()) {
-        finishState(ended);
+    QTimer::singleShot(kNoBlockMs, this, &RecordKeeper::settle);
+}
+
+void RecordKeeper::takeBlock()
+{
+    if (!m_closing.empty()) {
+        settle();
     }
-    if (m_open.empty()) {
+}
+
+void RecordKeeper::settle()
+{
+    const std::vector<Recording> settled = std::exchange(m_closing, {});
+    for (const Recording &recording : settled) {
+        if (!recording.target.isEmpty()) {
+            finishState(recording);
+        }
+        if (recording.isUnwanted) {
+            QFile::remove(recording.path);
+            QFile::remove(sheetPath(recording.path));
+            QFile::remove(recording.path + kJournalSuffix);
+        }
+    }
+    if (!settled.empty() && !isBusy()) {
         emit closed();
     }
 }
@@ -159,14 +226,19 @@ QString RecordKeeper::newPath(const QString &deviceName) const
 QString RecordKeeper::removeAll()
 {
     QStringList kept;
-    for (const Recording &recording : m_open) {
-        kept << recording.path << sheetPath(recording.path);
-    }
-    const QStringList names{QStringLiteral("*.edf"), QStringLiteral("*_rt.xls")};
+    const auto keep = [&kept](Recording &recording) {
+        recording.isUnwanted = recording.isEnding && recording.target.isEmpty();
+        kept << recording.path << sheetPath(recording.path) << recording.path + kJournalSuffix;
+    };
+    std::for_each(m_open.begin(), m_open.end(), keep);
+    std::for_each(m_closing.begin(), m_closing.end(), keep);
+    const QStringList names{QStringLiteral("*.edf"), QStringLiteral("*_rt.xls"),
+                            QStringLiteral("*.edf") + kJournalSuffix};
     const QFileInfoList files = QDir(m_folder).entryInfoList(names, QDir::Files | QDir::Hidden);
     QString left;
     for (const QFileInfo &file : files) {
-        if (!kept.contains(file.filePath()) && !QFile::remove(file.filePath())) {
+        const bool isPlayed = !m_playedFile.isEmpty() && file == QFileInfo(m_playedFile);
+        if (!isPlayed && !kept.contains(file.filePath()) && !QFile::remove(file.filePath())) {
             left = file.fileName();
         }
     }

@@ -1,7 +1,10 @@
 #include "service/Service.h"
 
+#include "DeviceFinder.h"
 #include "Refusal.h"
+#include "devices/Amplifier.h"
 #include "devices/DeviceManager.h"
+#include "files/EDFReader.h"
 #include "montage/Montage.h"
 #include "server/DataServer.h"
 
@@ -47,8 +50,11 @@ Service::Service(const ServiceOptions &options, QObject *parent)
     prepareFolder();
     m_profiles = std::make_unique<ProfileStore>(m_options.dataFolder);
     m_state.stateFileSeconds = m_options.stateSeconds;
+    preparePlayback();
     listen();
     m_compound = std::make_unique<CompoundSide>(m_state, *m_server, m_options.dataFolder + QLatin1String("/records"));
+    m_compound->setStreamName(m_options.lslName);
+    m_compound->records().setPlayedFile(m_options.playbackFile);
     m_model = std::make_unique<ModelSide>(m_state, *m_server, *m_compound, m_mediator, *m_profiles);
     m_mediator.setCompound(m_compound.get());
     m_mediator.setHalvinModel(m_model.get());
@@ -98,6 +104,30 @@ void Service::listen()
     m_server = std::make_unique<DataServer>(m_state, m_options.address, m_options.port);
     if (!m_server->isListening()) {
         refuse(listenRefusal(m_options.address, m_options.port, m_server->listenError()));
+    }
+    m_server->setWholeRequests(true);
+    m_server->setAllowedOrigins(m_options.allowedOrigins);
+    m_server->setTcpTextFlag(m_options.textSockets);
+}
+
+/// Gives the device its recording before anybody hears of the device.
+void Service::preparePlayback() const
+{
+    if (m_options.playbackFile.isEmpty()) {
+        return;
+    }
+    EDFReader reader(m_options.playbackFile);
+    if (!reader.open()) {
+        refuse(reader.lastError());
+    }
+    reader.close();
+    DeviceFinder finder;
+    finder.search();
+    Amplifier *device = finder.open(QStringLiteral("Playback"));
+    if (device == nullptr || !device->setFilePath(m_options.playbackFile)) {
+        refuse(device == nullptr ? QStringLiteral("The playback device is missing: its plug-in is to lie beside the "
+                                                  "program, in HalvinDevices.")
+                                 : QStringLiteral("%1 has no signal to play.").arg(m_options.playbackFile));
     }
 }
 

@@ -10,6 +10,7 @@
 #include <QLockFile>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -22,6 +23,10 @@ struct ServiceOptions
     QString dataFolder; ///< made when it is missing; one service at a time uses it
     int stateSeconds = 10; ///< length of a state file
     bool searchWhileAcquiring = false;
+    QString playbackFile; ///< a recording that the device "Playback" plays; empty for none
+    QString lslName; ///< of the outlet through which every acquisition is streamed; empty for none
+    bool textSockets = false; ///< send the alpha and beta values to the text sockets
+    QStringList allowedOrigins; ///< of web pages that may use the service; "*" for all
 };
 
 /// The command service with everything behind it: discovery, a device, profiles, recordings, training.
@@ -45,6 +50,7 @@ signals:
 
 private:
     void prepareFolder();
+    void preparePlayback() const;
     void listen();
     void searchDevices();
     void takeSearched();

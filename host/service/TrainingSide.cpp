@@ -80,6 +80,7 @@ void TrainingSide::open(const QString &folder)
     stop();
     m_current.reset();
     m_folder = folder;
+    emit modelChanged();
     bp::ModelFile model;
     QString reason;
     if (folder.isEmpty() || !QFileInfo::exists(modelPath(folder))) {
@@ -115,6 +116,7 @@ QString TrainingSide::start(const QString &folder, const QList<int> &states)
     reader.close();
     m_source = std::make_unique<OfflineDataSource>(std::vector<QString>(), rate, kStepSeconds, channels,
                                                    OfflineDataSource::EDF);
+    m_source->setSegmentsWithinFiles(true);
     if (!m_source->setFileList(files, labels, DataSource::TrialLabels)) {
         return QStringLiteral("starttraining: ") + m_source->errorText();
     }
@@ -162,6 +164,12 @@ void TrainingSide::use(std::unique_ptr<LiveClassifier> classifier)
     m_current = std::move(classifier);
     connect(m_current.get(), &LiveClassifier::classified, this, &TrainingSide::stateFound);
     join();
+    emit modelChanged();
+}
+
+int TrainingSide::highestState() const
+{
+    return m_current && !m_current->model().classes.isEmpty() ? m_current->model().classes.lastKey() : 0;
 }
 
 void TrainingSide::setStream(const QStringList &channels, double rate)

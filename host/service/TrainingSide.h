@@ -30,12 +30,17 @@ public:
     /// Gives a training up; the model from before stays. Does nothing while none runs.
     void stop();
 
+    /// The highest state that the model can find; 0 without a model.
+    int highestState() const;
+
     /// What takeSamples() brings from now on.
     /// @param rate  Hz
     void setStream(const QStringList &channels, double rate);
     void takeSamples(const std::vector<float> &planar, int count);
 
 signals:
+    /// Another model is used from now on, or none.
+    void modelChanged();
     /// @param error  one sentence; empty on success
     void finished(const QString &error);
     /// The state of the newest window.

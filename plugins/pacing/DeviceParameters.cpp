@@ -38,6 +38,7 @@ void append(UnitParams &params, const Description &description)
 void appendInformation(UnitParams &params, const char *key, const char *label, const QString &value)
 {
     custom_param param;
+    param.group = custom_param::GroupInformation;
     param.editType = custom_param::EditSelection;
     param.key = QLatin1String(key);
     param.label = QString::fromUtf8(label);

@@ -26,7 +26,7 @@ struct Description
 
 void append(UnitParams &params, const Description &description);
 
-/// A text that the device shows, and that restoring defaults keeps.
+/// A text that the device shows, and that restoring defaults keeps. In the group of what cannot be set.
 void appendInformation(UnitParams &params, const char *key, const char *label, const QString &value);
 
 template <std::size_t N> void appendAll(UnitParams &params, const Description (&table)[N])

@@ -22,23 +22,48 @@ constexpr int kReadPeriodMs = 50;
 constexpr qint64 kEndless = std::numeric_limits<qint64>::max();
 
 /// Rows of kParameters.
-enum Row { Speed, Start, Repeat, Duration };
+enum Row { Speed, Start, Repeat, Duration, Block };
 
 constexpr Description kParameters[]{
     {"speed", QT_TRANSLATE_NOOP("Generic", "Speed, 0 for the fastest"), Real, "1", "0", "1000", "0.1", ""},
     {"start", QT_TRANSLATE_NOOP("Generic", "Start at, sec"), Real, "0", "0", "1000000", "1", ""},
     {"repeat", QT_TRANSLATE_NOOP("Generic", "Repeat"), CheckBox, "0", "0", "1", "1", ""},
     {"duration", QT_TRANSLATE_NOOP("Generic", "Duration, sec"), Real, "0", "0", "1000000", "1", ""},
+    {"block", QT_TRANSLATE_NOOP("Generic", "Signal in a block, sec"), Real, "0.5", "0.01", "0.5", "0.01", ""},
 };
 
-UnitParams makeParams(const QString &path, const QStringList &leftOut)
+/// What the recording says of itself, for the host to show or to take over; not to be set.
+struct Fact
 {
+    const char *key;
+    const char *label;
+};
+
+constexpr Fact kFacts[]{
+    {"start_time", QT_TRANSLATE_NOOP("Generic", "Start time")},
+    {"patient_name", QT_TRANSLATE_NOOP("Generic", "Patient's name")},
+    {"patient_gender", QT_TRANSLATE_NOOP("Generic", "Patient's gender")},
+    {"patient_birth", QT_TRANSLATE_NOOP("Generic", "Patient's date of birth")},
+    {"equipment", QT_TRANSLATE_NOOP("Generic", "Equipment")},
+    {"true_rate", QT_TRANSLATE_NOOP("Generic", "Exact sampling rate, Hz")},
+    {"clipped", QT_TRANSLATE_NOOP("Generic", "Samples beyond the range of a recording")},
+};
+const QString kClippedKey = QStringLiteral("clipped");
+
+UnitParams makeParams(const QString &path, const Recording &recording)
+{
+    QMap<QString, QString> facts = recording.facts();
+    facts.insert(QStringLiteral("true_rate"), recording.fractionalRate());
+    facts.insert(kClippedKey, QStringLiteral("0"));
     UnitParams params;
     params.setParamName(QStringLiteral("Playback"));
     DeviceParameters::appendInformation(params, "file", QT_TRANSLATE_NOOP("Generic", "Recording"), path);
     DeviceParameters::appendInformation(params, "left_out", QT_TRANSLATE_NOOP("Generic", "Signals left out"),
-                                        leftOut.join(QLatin1Char(';')));
+                                        recording.leftOut().join(QLatin1Char(';')));
     DeviceParameters::appendAll(params, kParameters);
+    for (const Fact &fact : kFacts) {
+        DeviceParameters::appendInformation(params, fact.key, fact.label, facts.value(QLatin1String(fact.key)));
+    }
     return params;
 }
 
@@ -52,7 +77,7 @@ AmplifierInfo describe(int channels, const QList<float> &rates)
 PlaybackAmplifier::PlaybackAmplifier()
     : Amplifier(describe(0, {}))
 {
-    m_params = makeParams(QString(), QStringList());
+    m_params = makeParams(QString(), m_recording);
 }
 
 bool PlaybackAmplifier::setFilePath(const QString &path)
@@ -94,7 +119,7 @@ void PlaybackAmplifier::describeRecording(const QString &path)
     montage->setMontageName(m_info.name());
     montage->setCurrentSampleFreq(m_info.getCurrentFreqValue());
     setMontage(montage);
-    UnitParams params = makeParams(path, m_recording.leftOut());
+    UnitParams params = makeParams(path, m_recording);
     for (const Description &parameter : kParameters) {
         const QString key = QLatin1String(parameter.key);
         params.setParamValue(key, std::as_const(m_params)[key]);
@@ -117,6 +142,8 @@ bool PlaybackAmplifier::startAcquisition()
     if (value(Duration) > 0.0) {
         m_limit = std::min<qint64>(m_limit, std::llround(std::ceil(value(Duration) * rate)));
     }
+    m_block = std::max<qint64>(1, static_cast<qint64>(value(Block) * rate));
+    m_recording.forgetClipped();
     m_position = m_first;
     m_delivered = 0;
     m_askedForRoom = false;
@@ -131,7 +158,9 @@ bool PlaybackAmplifier::startAcquisition()
 void PlaybackAmplifier::stopAcquisition()
 {
     BPCommon::log(BPCommon::LogDevice, "PlaybackAmplifier::stopAcquisition");
-    m_running.store(false);
+    if (m_running.exchange(false)) {
+        showClipped();
+    }
     m_endCode.store(kNotRunning);
 }
 
@@ -171,8 +200,9 @@ bool PlaybackAmplifier::isFilterFreeData()
 
 bool PlaybackAmplifier::getAnnotation(QList<AnnotationStrct> &annotations) const
 {
-    annotations = m_recording.annotations();
-    return m_recording.isOpen();
+    const QList<AnnotationStrct> own = m_recording.annotations();
+    annotations += own;
+    return !own.isEmpty();
 }
 
 bool PlaybackAmplifier::isImpedanceSupported() const
@@ -223,13 +253,17 @@ int PlaybackAmplifier::readData(int capacity, float *block, int &remainder)
     }
     const auto channels = static_cast<qint64>(m_channels.size());
     const qint64 room = block == nullptr ? 0 : std::max(0, capacity) / channels;
-    const qint64 due = std::min(m_pacer.available(), m_limit - m_delivered);
-    if (due > 0 && room < 1) {
+    // Whole blocks at every pace: what algorithms give depends on the blocks they get.
+    const qint64 samples = std::min(m_block, m_limit - m_delivered);
+    if (m_pacer.available() < std::min(samples, std::max<qint64>(room, 1))) {
+        return 0;
+    }
+    if (room < 1) {
         m_askedForRoom = true;
         remainder = static_cast<int>(channels);
         return 0;
     }
-    return deliver(std::min(due, room), block);
+    return deliver(std::min(samples, room), block);
 }
 
 void PlaybackAmplifier::closeRecording()
@@ -264,5 +298,16 @@ int PlaybackAmplifier::end(int code)
     BPCommon::log(BPCommon::LogDevice, "PlaybackAmplifier::readData ends with %i", code);
     m_running.store(false);
     m_endCode.store(code);
+    showClipped();
     return code;
+}
+
+/// The parameters belong to the host's thread, and a run ends on the reader's.
+void PlaybackAmplifier::showClipped()
+{
+    const qint64 clipped = m_recording.clippedCount();
+    BPCommon::log(BPCommon::LogDevice,
+                  "PlaybackAmplifier::showClipped %lld samples are beyond the range of a recording", clipped);
+    QMetaObject::invokeMethod(
+        this, [this, clipped] { m_params.setParamValue(kClippedKey, QString::number(clipped)); }, Qt::QueuedConnection);
 }

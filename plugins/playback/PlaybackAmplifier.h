@@ -9,8 +9,16 @@
 ///
 /// Without a recording it is there, has no channels and doesn't start. setFilePath() makes it the recording, while it
 /// isn't acquiring: the channels are the signals at the file's fastest rate, the device parameter "left_out" names the
-/// others. Samples that don't fit a block wait for the next one; a remainder is reported only when the block is too
-/// small for one sample of each channel (rates below 2 Hz), asks for a larger block and delivers nothing.
+/// others. Every read gives the same length of signal, the parameter "block" (0.5 s), or nothing, whatever the pace:
+/// results do not depend on it. Shorter are the last block and those for which the reader has less room; a remainder is
+/// reported only when there is no room for one sample of each channel (rates below 2 Hz), asks for a larger block and
+/// delivers nothing.
+///
+/// Parameters that say what the file is, and cannot be set: "file", "left_out" (labels separated by ";"), "start_time"
+/// (of the first sample, ISO 8601 with milliseconds), "patient_name", "patient_gender" ("Male", "Female"),
+/// "patient_birth" (ISO 8601), "equipment", "true_rate" (Hz, when it is no whole number), each empty when there is
+/// nothing to say; and "clipped", how many samples of the last run a recording cannot hold (beyond ±32767 µV), which
+/// the host's event loop brings at the end of the run.
 class PlaybackAmplifier : public Amplifier
 {
     Q_OBJECT
@@ -30,7 +38,8 @@ public:
     /// The recording's rate is the only one; false without a recording.
     bool setFreqValue(float hz) override;
     bool isFilterFreeData() override;
-    /// The recording's annotations, seconds from the start of the file wherever playing starts. False without one.
+    /// Appends the recording's annotations, seconds from the first sample of the file wherever playing starts (the
+    /// pauses of a discontinuous recording do not count). False when there are none.
     bool getAnnotation(QList<AnnotationStrct> &annotations) const override;
     bool isImpedanceSupported() const override;
     bool isBatterySupported() const override;
@@ -52,6 +61,7 @@ private:
     void describeRecording(const QString &path);
     int deliver(qint64 samples, float *block);
     int end(int code);
+    void showClipped();
 
     Recording m_recording;
     std::atomic<bool> m_running{false};
@@ -64,5 +74,6 @@ private:
     qint64 m_position = 0; ///< next sample of the file
     qint64 m_delivered = 0; ///< samples per channel
     qint64 m_limit = 0; ///< at which the run ends
+    qint64 m_block = 1; ///< samples per channel of a block
     bool m_askedForRoom = false;
 };

@@ -2,6 +2,7 @@
 
 #include "devices/AmplifierHelper.h"
 
+#include <atomic>
 #include <memory>
 
 class PlaybackAmplifier;
@@ -23,5 +24,8 @@ public:
     void clearDeviceList() override;
 
 private:
+    void watchApplication();
+
     std::unique_ptr<PlaybackAmplifier> m_device;
+    std::atomic<const QObject *> m_watched{nullptr}; ///< the application whose end closes the file; only compared
 };

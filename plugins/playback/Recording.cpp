@@ -3,6 +3,8 @@
 #include "devices/ChannelLabels.h"
 #include "files/EDFReader.h"
 
+#include <QDate>
+
 #include <algorithm>
 #include <cmath>
 
@@ -13,6 +15,7 @@ struct Unit
     const char *dimension; ///< as EDF writes it, with case
     double toMicrovolt;
 };
+constexpr double kRecordableMaximum = 32767.0;
 constexpr Unit kVoltageUnits[]{{"nV", 1e-3}, {"mV", 1e3}, {"V", 1e6}};
 
 double factorToMicrovolt(const QString &dimension)
@@ -88,6 +91,27 @@ void Recording::close()
     m_sampleCount = 0;
     m_aheadFrom = 0;
     m_aheadCount = 0;
+    m_clipped = 0;
+}
+
+QMap<QString, QString> Recording::facts() const
+{
+    PatientInfo patient;
+    if (!m_reader || !m_reader->getPatientInfo(patient)) {
+        return {};
+    }
+    const QDate birth(patient.birthYear, patient.birthMonth, patient.birthDay);
+    return {{QStringLiteral("start_time"), m_reader->getStartDateTime().toString(Qt::ISODateWithMs)},
+            {QStringLiteral("patient_name"), patient.name},
+            {QStringLiteral("patient_gender"), m_reader->getPatientGender()},
+            {QStringLiteral("patient_birth"), birth.toString(Qt::ISODate)},
+            {QStringLiteral("equipment"), patient.equipment}};
+}
+
+QString Recording::fractionalRate() const
+{
+    constexpr int kDigitsOfFloat = 7;
+    return std::floor(m_rate) == m_rate ? QString() : QString::number(static_cast<double>(m_rate), 'g', kDigitsOfFloat);
 }
 
 QList<AnnotationStrct> Recording::annotations() const
@@ -134,8 +158,13 @@ bool Recording::fetch(qint64 from)
             return false;
         }
         float *ahead = m_ahead.data() + static_cast<qint64>(s) * m_aheadCapacity;
-        std::transform(m_scratch.begin(), m_scratch.begin() + count, ahead,
-                       [&signal](double value) { return static_cast<float>(value * signal.toMicrovolt); });
+        qint64 clipped = 0;
+        std::transform(m_scratch.begin(), m_scratch.begin() + count, ahead, [&](double value) {
+            const double microvolt = value * signal.toMicrovolt;
+            clipped += std::abs(microvolt) > kRecordableMaximum ? 1 : 0;
+            return static_cast<float>(microvolt);
+        });
+        m_clipped += clipped;
     }
     m_aheadCount = count;
     return true;

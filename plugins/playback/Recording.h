@@ -4,6 +4,7 @@
 #include "devices/AnnotationStrct.h"
 
 #include <QList>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 
@@ -43,6 +44,16 @@ public:
     /// Labels of the slower signals.
     QStringList leftOut() const { return m_leftOut; }
     float rate() const { return m_rate; }
+    /// What the file says of itself, by the key of the device parameter that shows it; empty texts where it says
+    /// nothing. "start_time" (of the first sample, ISO 8601 with milliseconds), "patient_name", "patient_gender"
+    /// ("Male" or "Female"), "patient_birth" (ISO 8601), "equipment".
+    QMap<QString, QString> facts() const;
+    /// The rate in full, when it is no whole number; empty otherwise.
+    QString fractionalRate() const;
+    /// How many of the samples read so far are beyond ±32767 (µV), which is what a recording of them can hold. What was
+    /// read ahead counts.
+    qint64 clippedCount() const { return m_clipped; }
+    void forgetClipped() { m_clipped = 0; }
     /// Samples that every signal has.
     qint64 sampleCount() const { return m_sampleCount; }
     /// At their place in the signal: the pauses of a discontinuous recording are not played.
@@ -70,4 +81,5 @@ private:
     qint64 m_aheadCapacity = 0;
     qint64 m_aheadFrom = 0;
     qint64 m_aheadCount = 0;
+    qint64 m_clipped = 0;
 };

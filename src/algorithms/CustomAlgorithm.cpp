@@ -4,6 +4,7 @@
 
 #include <QScopedValueRollback>
 
+#include <algorithm>
 #include <utility>
 
 CustomAlgorithm::CustomAlgorithm(const UnitParams &params, const QSharedPointer<Montage> &montage,
@@ -50,15 +51,18 @@ void CustomAlgorithm::setSenderAlgorithm(CustomAlgorithm *sender)
     m_sender = sender;
     const QMetaObject::Connection link = connectFrom(sender);
     if (link) {
-        m_senderLinks.push_back(link);
+        m_senderLinks.emplace_back(sender, link);
     }
 }
 
 void CustomAlgorithm::setSigner(CustomAlgorithm *sender)
 {
-    if (sender != nullptr && sender != this) {
-        connectFrom(sender);
+    if (sender == nullptr || sender == this || connectFrom(sender)) {
+        return;
     }
+    // Linking has made this connection, and would cut it the next time.
+    const auto isFromSender = [sender](const SenderLink &link) { return link.first == sender; };
+    m_senderLinks.erase(std::remove_if(m_senderLinks.begin(), m_senderLinks.end(), isFromSender), m_senderLinks.end());
 }
 
 /// An invalid connection when the two are linked already.
@@ -69,8 +73,8 @@ QMetaObject::Connection CustomAlgorithm::connectFrom(CustomAlgorithm *sender)
 
 void CustomAlgorithm::clearSenders()
 {
-    for (const QMetaObject::Connection &link : std::exchange(m_senderLinks, {})) {
-        disconnect(link);
+    for (const SenderLink &link : std::exchange(m_senderLinks, {})) {
+        disconnect(link.second);
     }
     m_sender.clear();
 }

@@ -8,6 +8,9 @@
 #include <QPointer>
 #include <QSharedPointer>
 
+#include <utility>
+#include <vector>
+
 class AmplifierInfo;
 class Montage;
 
@@ -60,8 +63,9 @@ public:
     void setSenderAlgorithm(CustomAlgorithm *sender);
     /// The sender set last; null when there is none or it was deleted.
     CustomAlgorithm *getSenderAlgorithm() const { return m_sender; }
-    /// Connects without remembering: the link stays until one of the two is deleted. Null and itself change nothing;
-    /// however often two algorithms are linked, each result arrives once.
+    /// Connects without remembering: the link stays until one of the two is deleted, also where setSenderAlgorithm()
+    /// had made it before. Null and itself change nothing; however often two algorithms are linked, each result arrives
+    /// once.
     void setSigner(CustomAlgorithm *sender);
     /// Ends every link made by setSenderAlgorithm(). The container does so before it links anew.
     void clearSenders();
@@ -102,7 +106,9 @@ private:
     UnitParams m_inputParams;
     QString m_inputType;
     QPointer<CustomAlgorithm> m_sender;
-    std::vector<QMetaObject::Connection> m_senderLinks;
+    /// The sender, which may be gone, and the connection that setSenderAlgorithm() made.
+    using SenderLink = std::pair<const CustomAlgorithm *, QMetaObject::Connection>;
+    std::vector<SenderLink> m_senderLinks;
     bool m_present = true;
     bool m_dataSigned = false;
     bool m_taking = false;

@@ -8,7 +8,10 @@
 /// texts: numbers in shortest general form ("14", "0.5"), flags "0" and "1", choices the index into the choice list.
 struct BIOPROCESSING_EXPORT custom_param
 {
-    enum GROUP_TIPE { GroupCommon = 0 };
+    enum GROUP_TIPE {
+        GroupCommon = 0,
+        GroupInformation = 1 ///< what a device says of itself or of its recording: not to be set, and no factory has it
+    };
     /// Who sets the value; only what the user sets is reported as editable.
     enum EDIT_TYPE {
         EditUser = 0,

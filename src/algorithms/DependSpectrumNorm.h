@@ -60,6 +60,8 @@ public:
     void normalizeAll(const std::vector<float> &spectra, unsigned int channels);
     /// Normalised value of one channel's spectrum; 0 without a valid band or for a spectrum that does not hold it.
     float normalize(const std::vector<float> &spectrum) const;
+    /// As above, of as many bins as updateSpectrumFreq() was told.
+    float normalize(const float *spectrum) const;
 
 protected:
     struct Bins
@@ -79,7 +81,6 @@ protected:
     const bp::ValueHistory &history() const { return m_history; }
     std::size_t binCount() const { return m_frequencies.size(); }
 
-    float normalize(const float *spectrum) const;
     float rhythmValue(const float *spectrum) const;
     void setOutputChannels(std::size_t channels);
     void setOutput(std::size_t channel, const float *spectrum);

@@ -5,24 +5,78 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonArray>
-#include <QMap>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 namespace {
 
-/// XML has no way to write control characters; one of them would make the whole document unreadable.
+/// XML has no way to write control characters and halves of surrogate pairs; one of them would make the whole document
+/// unreadable.
 QString xmlText(QString text)
 {
-    const auto isForbidden = [](QChar character) {
-        const ushort code = character.unicode();
-        return (code < 0x20 && code != '\t' && code != '\n' && code != '\r') || code >= 0xFFFE;
-    };
-    std::replace_if(text.begin(), text.end(), isForbidden, QLatin1Char(' '));
+    for (int i = 0; i < text.size(); ++i) {
+        const ushort code = text.at(i).unicode();
+        if (text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            ++i;
+        } else if (text.at(i).isSurrogate()) {
+            text[i] = QChar::ReplacementCharacter;
+        } else if ((code < 0x20 && code != '\t' && code != '\n' && code != '\r') || code >= 0xFFFE) {
+            text[i] = QLatin1Char(' ');
+        }
+    }
     return text;
+}
+
+/// Whether a key can be the name of an element.
+bool isElementName(const QString &key)
+{
+    const auto isStart = [](QChar c) { return c.isLetter() || c == QLatin1Char('_'); };
+    const auto isPart = [&](QChar c) {
+        return isStart(c) || c.isDigit() || c == QLatin1Char('-') || c == QLatin1Char('.');
+    };
+    return !key.isEmpty() && isStart(key[0]) && std::all_of(key.cbegin(), key.cend(), isPart);
+}
+
+/// A whole number, or one with a fraction; nothing for a text that is none.
+std::optional<double> numberOf(const QString &text, bool isWhole)
+{
+    bool isNumber = false;
+    const double number = text.toDouble(&isNumber);
+    const bool fits = isNumber && std::isfinite(number) && (!isWhole || number == std::floor(number));
+    return fits ? std::optional<double>(number) : std::nullopt;
+}
+
+/// What a value has to be, as the end of a sentence; empty when it is just that.
+QString requirement(const custom_param &param, const QString &value)
+{
+    const bool isWhole = param.valueType == custom_param::ValueInteger;
+    if (param.valueType == custom_param::ValueText) {
+        return QString();
+    }
+    const std::optional<double> number = numberOf(value, isWhole);
+    if (param.controlType == custom_param::ControlCheckBox) {
+        return number == 0.0 || number == 1.0 ? QString() : QStringLiteral("0 or 1");
+    }
+    const QStringList choices = param.choices.split(QLatin1Char(';'), Qt::SkipEmptyParts);
+    const bool isChoice = param.controlType == custom_param::ControlChoice && !choices.isEmpty();
+    const QString maximum = isChoice ? QString::number(choices.size() - 1) : param.maximum;
+    const QString minimum = isChoice ? QStringLiteral("0") : param.minimum;
+    const bool isInside = number && *number >= numberOf(minimum, false).value_or(*number)
+        && *number <= numberOf(maximum, false).value_or(*number);
+    if (isInside) {
+        return QString();
+    }
+    const QString kind = isWhole ? QStringLiteral("a whole number") : QStringLiteral("a number");
+    if (minimum.isEmpty() && maximum.isEmpty()) {
+        return kind;
+    }
+    return maximum.isEmpty() ? QStringLiteral("%1 from %2 on").arg(kind, minimum)
+        : minimum.isEmpty()  ? QStringLiteral("%1 up to %2").arg(kind, maximum)
+                             : QStringLiteral("%1 from %2 to %3").arg(kind, minimum, maximum);
 }
 
 /// A value that a client sent as text, number or boolean; nothing for anything else.
@@ -162,6 +216,62 @@ void UnitParams::zeroAllPointers()
     m_saved.clear();
 }
 
+QString UnitParams::problemOf(const QString &key, const QString &value) const
+{
+    const int index = indexOf(key);
+    if (index < 0) {
+        return QStringLiteral("There is no parameter \"%1\", only %2.")
+            .arg(key, getParamNames().join(QStringLiteral(", ")));
+    }
+    const custom_param &param = m_params.at(index);
+    if (value.isEmpty() || value == param.getValue()) {
+        return QString(); // some rhythms of the library's own lie outside the limits of their set
+    }
+    if (param.group == custom_param::GroupInformation) {
+        return QStringLiteral("\"%1\" is what the device says; it cannot be set.").arg(key);
+    }
+    const QString needed = requirement(param, value);
+    return needed.isEmpty() ? QString() : QStringLiteral("\"%1\" has to be %2, not \"%3\".").arg(key, needed, value);
+}
+
+QString UnitParams::problemOf(const QJsonObject &json) const
+{
+    const QJsonArray entries = json[QLatin1String("data")].toArray();
+    for (const QJsonValue &entry : entries) {
+        const QString key = entry[QLatin1String("description")].toString();
+        const QJsonValue given = entry[QLatin1String("curr_val")];
+        const auto value = valueText(given);
+        const QString problem = value || given.isUndefined() || !contain(key)
+            ? problemOf(key, value.value_or(QString()))
+            : QStringLiteral("The value of \"%1\" has to be a text or a number.").arg(key);
+        if (!problem.isEmpty()) {
+            return problem;
+        }
+    }
+    return QString();
+}
+
+QString UnitParams::problemOfFile(const QString &path) const
+{
+    UnitParams loaded = *this;
+    QMap<QString, QString> values;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        return QStringLiteral("Cannot read %1: %2.").arg(path, file.errorString());
+    }
+    QXmlStreamReader reader(&file);
+    if (!loaded.readDocument(reader, values)) {
+        return QStringLiteral("%1 holds no parameter set.").arg(path);
+    }
+    for (auto value = values.cbegin(); value != values.cend(); ++value) {
+        const QString problem = problemOf(value.key(), value.value());
+        if (!problem.isEmpty()) {
+            return problem;
+        }
+    }
+    return QString();
+}
+
 QJsonObject UnitParams::toJson() const
 {
     QJsonArray data;
@@ -180,7 +290,7 @@ bool UnitParams::fromJson(const QJsonObject &json)
     const QJsonValue name = json[QLatin1String("name")];
     const QJsonValue descriptor = json[QLatin1String("desc")];
     const QJsonValue data = json[QLatin1String("data")];
-    if (!data.isArray() || !isTextOrAbsent(name) || !isTextOrAbsent(descriptor)) {
+    if (!(data.isArray() || data.isUndefined()) || !isTextOrAbsent(name) || !isTextOrAbsent(descriptor)) {
         BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::fromJson %s: this is no parameter set", m_name);
         return false;
     }
@@ -199,22 +309,20 @@ void UnitParams::writeSetting(QXmlStreamWriter &writer) const
 {
     writer.writeStartElement(QStringLiteral("prop"));
     for (const custom_param &param : m_params) {
-        writer.writeTextElement(param.key, xmlText(param.getValue()));
+        if (isElementName(param.key)) {
+            writer.writeTextElement(param.key, xmlText(param.getValue()));
+        } else {
+            BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::writeSetting \"%s\" is no XML name and is not saved",
+                          param.key);
+        }
     }
     writer.writeEndElement();
 }
 
 bool UnitParams::readSetting(QXmlStreamReader &reader)
 {
-    if (!findProperties(reader)) {
-        return false;
-    }
     QMap<QString, QString> values;
-    while (reader.readNextStartElement()) {
-        const QString key = reader.name().toString();
-        values.insert(key, reader.readElementText(QXmlStreamReader::SkipChildElements));
-    }
-    if (reader.hasError()) {
+    if (!readValues(reader, values)) {
         return false;
     }
     for (auto value = values.cbegin(); value != values.cend(); ++value) {
@@ -223,15 +331,22 @@ bool UnitParams::readSetting(QXmlStreamReader &reader)
     return true;
 }
 
-bool UnitParams::writeParamToFile(const QString &path) const
+bool UnitParams::readValues(QXmlStreamReader &reader, QMap<QString, QString> &values)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)) {
-        BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::writeParamToFile %s: %s", path, file.errorString());
+    if (!findProperties(reader)) {
         return false;
     }
-    QXmlStreamWriter writer(&file);
-    writer.setCodec("UTF-8");
+    while (reader.readNextStartElement()) {
+        const QString key = reader.name().toString();
+        values.insert(key, reader.readElementText(QXmlStreamReader::SkipChildElements));
+    }
+    return !reader.hasError();
+}
+
+bool UnitParams::writeParamToFile(const QString &path) const
+{
+    QByteArray document;
+    QXmlStreamWriter writer(&document);
     writer.setAutoFormatting(true);
     writer.writeStartDocument();
     writer.writeStartElement(QStringLiteral("algo"));
@@ -241,7 +356,10 @@ bool UnitParams::writeParamToFile(const QString &path) const
     writeSetting(writer);
     writer.writeEndElement();
     writer.writeEndDocument();
-    const bool written = file.flush() && !writer.hasError();
+    // Put together first, so that nothing but the disk can spoil a set that is there.
+    QFile file(path);
+    const bool written = !writer.hasError() && file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)
+        && file.write(document) == document.size() && file.flush();
     if (!written) {
         BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::writeParamToFile %s: %s", path, file.errorString());
     }
@@ -257,17 +375,21 @@ bool UnitParams::loadParamFromFile(const QString &path)
     }
     QXmlStreamReader reader(&file);
     UnitParams loaded = *this;
-    if (!loaded.readDocument(reader)) {
+    QMap<QString, QString> values;
+    if (!loaded.readDocument(reader, values)) {
         BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::loadParamFromFile %s: line %i: %s", path,
                       reader.lineNumber(),
                       reader.hasError() ? reader.errorString() : QStringLiteral("this is no parameter set"));
         return false;
     }
+    for (auto value = values.cbegin(); value != values.cend(); ++value) {
+        loaded.setParamValue(value.key(), value.value());
+    }
     *this = std::move(loaded);
     return true;
 }
 
-bool UnitParams::readDocument(QXmlStreamReader &reader)
+bool UnitParams::readDocument(QXmlStreamReader &reader, QMap<QString, QString> &values)
 {
     if (!reader.readNextStartElement() || reader.name() != QLatin1String("algo")) {
         return false;
@@ -280,7 +402,7 @@ bool UnitParams::readDocument(QXmlStreamReader &reader)
         } else if (reader.name() == QLatin1String("desc")) {
             m_descriptor = reader.readElementText(QXmlStreamReader::SkipChildElements);
         } else if (reader.name() == QLatin1String("prop")) {
-            readSetting(reader);
+            readValues(reader, values);
         } else {
             reader.skipCurrentElement();
         }

@@ -4,6 +4,7 @@
 #include "common/BPExport.h"
 
 #include <QJsonObject>
+#include <QMap>
 #include <QMetaType>
 #include <QString>
 #include <QStringList>
@@ -55,6 +56,17 @@ public:
     /// Whether a value of the other set differs, or a parameter is missing in one of them. Names are not compared.
     bool isChangedParam(const UnitParams &other) const;
 
+    /// Whether a value may be set, by what the set knows of the parameter: limits, choices, flags, whole numbers.
+    /// Numbers are in the C locale. An empty value (the default) and the one that is set always may, a text may be any.
+    /// Nothing here keeps setParamValue() from setting a value that may not: whoever takes values from outside asks
+    /// first.
+    /// @return empty, or one sentence on what is wrong with the key or the value
+    QString problemOf(const QString &key, const QString &value) const;
+    /// The same for the first entry of "data" that has a problem, a key that the set does not know included.
+    QString problemOf(const QJsonObject &json) const;
+    /// The same for a set saved with writeParamToFile(); also says when the file cannot be read or holds no set.
+    QString problemOfFile(const QString &path) const;
+
     /// Keeps the current values; returnLastParamValue() brings them back, any number of times.
     void saveLastProperty();
     /// Does nothing when no values were kept.
@@ -67,9 +79,11 @@ public:
     QJsonObject toJson() const;
     /// Takes over "name" and "desc" where they are given, and the values of the keys it knows; numbers and booleans are
     /// accepted as values too. Entries without a key or a value are skipped.
-    /// @return false, and nothing is changed, when "data" is no array or a name is no text
+    /// Without "data" the names alone are taken over.
+    /// @return false, and nothing is changed, when "data" is something else than an array, or a name is no text
     bool fromJson(const QJsonObject &json);
-    /// An element "prop" with one text element per parameter, named by its key.
+    /// An element "prop" with one text element per parameter, named by its key. Characters that XML cannot carry become
+    /// a blank, halves of surrogate pairs the replacement character; a key that is no XML name is logged and skipped.
     void writeSetting(QXmlStreamWriter &writer) const;
     /// Reads the same back by element name; unknown elements are skipped. The reader stands at "prop", or before it
     /// inside the element that holds it, and afterwards at its end.
@@ -82,7 +96,8 @@ public:
 
 private:
     int indexOf(const QString &key) const;
-    bool readDocument(QXmlStreamReader &reader);
+    bool readDocument(QXmlStreamReader &reader, QMap<QString, QString> &values);
+    static bool readValues(QXmlStreamReader &reader, QMap<QString, QString> &values);
 
     QString m_name;
     QString m_descriptor;

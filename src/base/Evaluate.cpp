@@ -33,6 +33,19 @@ QString fromParser(const mu::string_type &text)
 }
 #endif
 
+/// Whether a "=" stands alone, which assigns to a variable, and not in "==", "!=", "<=" or ">=".
+bool hasAssignment(const QString &formula)
+{
+    for (int i = formula.indexOf(QLatin1Char('=')); i >= 0; i = formula.indexOf(QLatin1Char('='), i + 1)) {
+        const bool isBehind = i > 0 && QStringLiteral("=!<>").contains(formula[i - 1]);
+        const bool isBefore = i + 1 < formula.size() && formula[i + 1] == QLatin1Char('=');
+        if (!isBehind && !isBefore) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 struct Evaluate::Formula
@@ -54,6 +67,10 @@ bool Evaluate::makeAnalyzeFormula(const QString &formula, QStringList &variables
 {
     variables.clear();
     m_formula = std::make_unique<Formula>();
+    if (hasAssignment(formula)) {
+        m_formula->error = QStringLiteral("a formula cannot assign; write == to compare");
+        return false;
+    }
     try {
         m_formula->parser.SetExpr(toParser(formula));
         const auto usedVariables =

@@ -14,7 +14,8 @@ public:
     Evaluate(const Evaluate &) = delete;
     Evaluate &operator=(const Evaluate &) = delete;
 
-    /// Takes a formula and forgets the variables of the one before.
+    /// Takes a formula and forgets the variables of the one before. A formula gives a value and changes nothing: one
+    /// that assigns ("a = 1") is not understood.
     /// @param variables receives the names that the formula uses, in alphabetical order
     /// @return whether the formula was understood; afterwards isReady() is false until every variable has a value
     bool makeAnalyzeFormula(const QString &formula, QStringList &variables);

@@ -3,8 +3,15 @@
 #include <QLoggingCategory>
 
 namespace {
-Q_LOGGING_CATEGORY(console, "tavrix.console", QtInfoMsg)
+
+/// Never destroyed: plug-ins still write lines while the program's statics are.
+const QLoggingCategory &console()
+{
+    static const auto &category = *new QLoggingCategory("tavrix.console", QtInfoMsg);
+    return category;
 }
+
+} // namespace
 
 void GlobalConsole::writeItem(const QString &source, const QString &message, const QDateTime &time)
 {

@@ -42,6 +42,13 @@ bool isRange(float minBpm, float maxBpm)
     return minBpm > 0.0f && minBpm < maxBpm && std::isfinite(maxBpm);
 }
 
+/// Truncated; rates of next to no beats a minute would make more than can be counted.
+std::size_t samplesIn(float seconds, float rate)
+{
+    constexpr float kMost = 1e9f;
+    return static_cast<std::size_t>(std::min(seconds * rate, kMost));
+}
+
 /// Correlation of the signal with itself, lag samples later; −1 … 1.
 float correlationAt(const std::vector<float> &signal, std::size_t lag)
 {
@@ -146,8 +153,7 @@ void BPMPreprocessor::integrateSlopes()
 float BPMPreprocessor::typicalMaximum()
 {
     // Stretches of the longest interval hold at least one beat each.
-    const auto longest =
-        std::max(std::size_t{1}, static_cast<std::size_t>(kSecondsPerMinute / m_minBpm * static_cast<float>(m_fs)));
+    const auto longest = std::max(std::size_t{1}, samplesIn(kSecondsPerMinute / m_minBpm, static_cast<float>(m_fs)));
     m_work.clear();
     for (std::size_t first = 0; first < m_energy.size(); first += longest) {
         const std::size_t end = std::min(first + longest, m_energy.size());
@@ -163,7 +169,7 @@ void BPMPreprocessor::findBeats()
 {
     m_beats.clear();
     const float level = kBeatLevel * typicalMaximum();
-    const auto closest = static_cast<std::size_t>(kSecondsPerMinute / m_maxBpm * static_cast<float>(m_fs));
+    const std::size_t closest = samplesIn(kSecondsPerMinute / m_maxBpm, static_cast<float>(m_fs));
     std::size_t i = 0;
     while (level > 0.0f && i < m_energy.size()) {
         if (!(m_energy[i] > level)) {
@@ -190,9 +196,8 @@ BPMPreprocessor::Rate BPMPreprocessor::rateOfPpg()
     for (std::size_t i = 0; i < m_signal.size(); i += step) {
         m_work.push_back(m_signal[i]);
     }
-    const auto shortest =
-        std::max(std::size_t{2}, static_cast<std::size_t>(std::ceil(kSecondsPerMinute / m_maxBpm * rate)));
-    const auto longest = std::min(static_cast<std::size_t>(kSecondsPerMinute / m_minBpm * rate), m_work.size() / 2);
+    const auto shortest = std::max(std::size_t{2}, samplesIn(std::ceil(kSecondsPerMinute / m_maxBpm * rate), 1.0f));
+    const std::size_t longest = std::min(samplesIn(kSecondsPerMinute / m_minBpm, rate), m_work.size() / 2);
     if (longest < shortest) {
         return {};
     }

@@ -1,8 +1,12 @@
 #include "bci/EEGBCIPreprocessor.h"
 
 #include "bci/BandFeatures.h"
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
 #include "bci/SignalFeatures.h"
+
+#include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -29,6 +33,10 @@ void EEGBCIPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<f
     out->resize(1);
     std::vector<float> &features = out->front();
     features.resize(m_bands.size() + 1);
+    if (!bp::isFinite(in->front())) { // the dimension and an empty band would hide it
+        std::fill(features.begin(), features.end(), std::numeric_limits<float>::quiet_NaN());
+        return;
+    }
     SignalFeatures::HiguchiFD(in->front(), kHiguchiMax, &features.back());
     m_features->setRow(in->front(), m_fs, kSpectrumFrom);
     m_features->means(m_bands, features.data());

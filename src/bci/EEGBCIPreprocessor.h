@@ -15,7 +15,8 @@ class BandFeatures;
 ///
 /// In: the first row of the window; the others are not looked at. Out: one row, a value per band in the given order
 /// (unit of the input) and the fractal dimension (k up to 10). A band covers the bins from the first at or above its
-/// low edge through the last below its high edge, and gives 0 when there is none. A window without rows gives none.
+/// low edge through the last below its high edge, and gives 0 when there is none. A window without rows gives none, one
+/// with an invalid number NaN throughout.
 /// Allocates nothing from the second window of a length on.
 class BIOPROCESSING_EXPORT EEGBCIPreprocessor : public Preprocessor
 {

@@ -2,6 +2,7 @@
 
 #include "bci/AxisCoordinate.h"
 #include "bci/DimReduction.h"
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
 #include "bci/utilities.h"
 #include "common/HalvinException.h"
@@ -27,16 +28,11 @@ template <class Predicate> float share(const std::vector<float> &values, Predica
     return static_cast<float>(count) / static_cast<float>(values.size());
 }
 
-bool isFinite(const std::vector<float> &values)
-{
-    return std::all_of(values.begin(), values.end(), [](float value) { return std::isfinite(value); });
-}
-
 /// Rows of one length, of finite numbers.
 bool isProjection(const std::vector<std::vector<float>> &rows)
 {
     return !rows.empty() && !rows.front().empty() && std::all_of(rows.begin(), rows.end(), [&rows](const auto &row) {
-        return row.size() == rows.front().size() && isFinite(row);
+        return row.size() == rows.front().size() && bp::isFinite(row);
     });
 }
 
@@ -55,8 +51,8 @@ EEGBCIProcessor::EEGBCIProcessor(float minimumRate, QObject *parent)
 
 void EEGBCIProcessor::preTrain(vector<vector<float>> &window, int label)
 {
-    if (window.empty()) {
-        BPCommon::log(m_logLevel, "EEGBCIProcessor::preTrain no features for label %i", label);
+    if (window.empty() || !bp::isFinite(window.front())) {
+        BPCommon::log(m_logLevel, "EEGBCIProcessor::preTrain no finite features for label %i", label);
         return;
     }
     m_labels.push_back(label);
@@ -68,8 +64,8 @@ void EEGBCIProcessor::postTrain()
     m_firstValues.clear();
     m_secondValues.clear();
     m_uniqueLabels.clear();
-    DimReduction::TrainFLD(m_examples, m_labels, m_projection, -1);
     getUniqueLabels(m_uniqueLabels);
+    fitFirstTwo();
     if (m_projection.empty() || m_uniqueLabels.size() < 2) {
         m_projection.clear();
         BPCommon::log(m_logLevel, "EEGBCIProcessor::postTrain %i examples of %i classes allow no discriminant",
@@ -87,6 +83,24 @@ void EEGBCIProcessor::postTrain()
     const float second = utilities::Median(m_secondValues);
     m_orientation = first > second;
     m_threshold = (first + second) * 0.5f;
+}
+
+/// Examples of further labels would turn the discriminant, which only tells the first two apart.
+void EEGBCIProcessor::fitFirstTwo()
+{
+    if (m_uniqueLabels.size() <= 2) {
+        DimReduction::TrainFLD(m_examples, m_labels, m_projection, -1);
+        return;
+    }
+    std::vector<std::vector<float>> examples;
+    std::vector<int> labels;
+    for (std::size_t i = 0; i < m_labels.size(); ++i) {
+        if (m_labels[i] <= m_uniqueLabels[1]) { // ascending
+            examples.push_back(m_examples[i]);
+            labels.push_back(m_labels[i]);
+        }
+    }
+    DimReduction::TrainFLD(examples, labels, m_projection, -1);
 }
 
 bool EEGBCIProcessor::doValidate()
@@ -108,6 +122,11 @@ void EEGBCIProcessor::passThrough(vector<vector<float>> *in, vector<vector<float
 {
     const std::vector<float> none;
     const float value = project(in->empty() ? none : in->front());
+    if (!std::isfinite(value)) {
+        BPCommon::log(m_logLevel, "EEGBCIProcessor::passThrough the features are not finite, there is no label");
+        withdraw({QStringLiteral("label")}, out);
+        return;
+    }
     out->resize(1);
     out->front().assign(1, value);
     m_results[QStringLiteral("label")] = static_cast<float>(m_uniqueLabels[isFirst(value) ? 0 : 1]);
@@ -158,7 +177,8 @@ bool EEGBCIProcessor::setModel(const QJsonObject &model, QString &reason)
     if (!bp::toLabels(part(kLabels), labels) || labels.size() < 2 || !isAscending(labels)) {
         return fail(kLabels);
     }
-    if (!bp::toRows(part(kValues), values) || values.size() != 2) {
+    if (!bp::toRows(part(kValues), values) || values.size() != 2
+        || !std::all_of(values.begin(), values.end(), bp::isFinite)) {
         return fail(kValues);
     }
     setFs(fs);

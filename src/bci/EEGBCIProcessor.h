@@ -5,10 +5,10 @@
 /// Tells two classes apart: Fisher's linear discriminant, with the threshold halfway between the medians of the two
 /// classes' projected values.
 ///
-/// Trains at once in postTrain(), on the thread of the solver model. An example is the first row of its window. The
-/// discriminant is that of all examples; of more than two labels only the two smallest are told apart and measured.
-/// Examples that allow no discriminant (one class, rows of different lengths) leave the processor untrained, with a
-/// trace line.
+/// Trains at once in postTrain(), on the thread of the solver model. An example is the first row of its window; one
+/// with an invalid number is traced and left out. Of more than two labels only the two smallest are learned, told apart
+/// and measured. Examples that allow no discriminant (one class, rows of different lengths) leave the processor
+/// untrained, with a trace line.
 ///
 /// Results: "label", the label of the last window; "ValidationRate1" and "ValidationRate2", 0 … 1, the share of either
 /// class's examples on its side of the threshold, from the last validation that succeeded.
@@ -24,6 +24,7 @@ public:
     void postTrain() override;
     /// False without examples of both classes, too.
     bool doValidate() override;
+    /// A window with an invalid number leaves a trace line, no rows and no "label".
     /// @param out  gets one row of one value, the window's projection
     /// @throws HalvinException "DimReduction::ProcessFLD code: 2000" before training, and for a window without features
     void passThrough(vector<vector<float>> *in, vector<vector<float>> *out) override;
@@ -32,6 +33,7 @@ public:
     bool setModel(const QJsonObject &model, QString &reason) override;
 
 private:
+    void fitFirstTwo();
     float project(const std::vector<float> &features) const;
     bool isFirst(float value) const { return m_orientation ? value > m_threshold : m_threshold > value; }
     bool isSecond(float value) const { return m_orientation ? value < m_threshold : m_threshold < value; }

@@ -13,8 +13,10 @@ void EMGBCIPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<f
     prepareFilter();
     out->resize(in->size());
     for (std::size_t row = 0; row < in->size(); ++row) {
-        getRms((*in)[row], (*out)[row]);
-        m_filter.run((*out)[row]);
+        if (!spoilEnvelope((*in)[row], (*out)[row])) {
+            getRms((*in)[row], (*out)[row]);
+            m_filter.run((*out)[row]);
+        }
     }
 }
 

@@ -1,5 +1,6 @@
 #include "bci/EMGBCIProcessor.h"
 
+#include "bci/FiniteRow.h"
 #include "bci/MarkedRuns.h"
 #include "bci/ModelJson.h"
 #include "bci/utilities.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -24,6 +26,11 @@ constexpr float kActiveScore = 1.0f;
 void say(const QString &text)
 {
     qDebug().noquote() << text;
+}
+
+bool isAnyTrained(const std::vector<float> &thresholds)
+{
+    return std::any_of(thresholds.begin(), thresholds.end(), [](float threshold) { return threshold > 0.0f; });
 }
 
 /// Samples further than limit deviations from the mean. At most 4 % of any samples lie five of their own deviations
@@ -55,7 +62,7 @@ void EMGBCIProcessor::preTrain(vector<vector<float>> &window, int label)
 {
     m_labels.push_back(label);
     m_minRun = m_fs / kMinRunDivisor;
-    m_maxRun = m_fs * kMaxRunSeconds;
+    m_maxRun = std::min(m_fs, std::numeric_limits<int>::max() / kMaxRunSeconds) * kMaxRunSeconds;
     if (label == 0) {
         trainRest(window);
     } else if (label > 0) {
@@ -132,6 +139,16 @@ bool EMGBCIProcessor::isTrained(std::size_t channel) const
         && m_threshold[channel] > 0.0f && std::isfinite(m_threshold[channel]);
 }
 
+bool EMGBCIProcessor::isJudgeable(const vector<vector<float>> &window) const
+{
+    for (std::size_t channel = 0; channel < std::min(window.size(), m_threshold.size()); ++channel) {
+        if (isTrained(channel) && !bp::isFinite(window[channel])) {
+            return false;
+        }
+    }
+    return true;
+}
+
 float EMGBCIProcessor::scoreOf(const vector<float> &envelope, std::size_t channel) const
 {
     const float mean = m_restMean[channel];
@@ -145,6 +162,11 @@ float EMGBCIProcessor::scoreOf(const vector<float> &envelope, std::size_t channe
 
 void EMGBCIProcessor::passThrough(vector<vector<float>> *in, vector<vector<float>> *out)
 {
+    if (!isJudgeable(*in)) {
+        BPCommon::log(m_logLevel, "EMGBCIProcessor::passThrough the envelopes are not finite, there is no class");
+        withdraw(m_results.keys().filter(QLatin1String("score_")) << QStringLiteral("Class"), out);
+        return;
+    }
     // Labels with a gap between them train channels beyond their number.
     const std::size_t movements = m_distinctLabels.empty() ? 0 : m_distinctLabels.size() - 1;
     std::vector<float> scores(std::max(movements, m_threshold.size()), 0.0f);
@@ -207,14 +229,18 @@ bool EMGBCIProcessor::setModel(const QJsonObject &model, QString &reason)
     int maxRun = 0;
     int movements = 0;
     const auto read = [&model](const char *key) { return model[QLatin1String(key)]; };
-    const char *bad = !bp::toLabels(read("labels"), labels)                                     ? "labels"
-        : !bp::toInt(read("minRun"), minRun) || minRun < 0                                      ? "minRun"
-        : !bp::toInt(read("maxRun"), maxRun) || maxRun < minRun                                 ? "maxRun"
-        : !bp::toInt(read("movements"), movements) || movements < 1                             ? "movements"
-        : !bp::toFloats(read("restMean"), means)                                                ? "restMean"
-        : !bp::toFloats(read("restDeviation"), deviations) || deviations.size() != means.size() ? "restDeviation"
-        : !bp::toFloats(read("thresholds"), thresholds) || thresholds.size() > means.size()     ? "thresholds"
-                                                                                                : nullptr;
+    const auto readRow = [&read](const char *key, std::vector<float> &row) {
+        return bp::toFloats(read(key), row) && bp::isFinite(row);
+    };
+    const char *bad = !bp::toLabels(read("labels"), labels)                          ? "labels"
+        : !bp::toInt(read("minRun"), minRun) || minRun < 0                           ? "minRun"
+        : !bp::toInt(read("maxRun"), maxRun) || maxRun < minRun                      ? "maxRun"
+        : !bp::toInt(read("movements"), movements) || movements < 1                  ? "movements"
+        : !readRow("restMean", means)                                                ? "restMean"
+        : !readRow("restDeviation", deviations) || deviations.size() != means.size() ? "restDeviation"
+        : !readRow("thresholds", thresholds) || thresholds.size() > means.size() || !isAnyTrained(thresholds)
+        ? "thresholds"
+        : nullptr;
     if (bad != nullptr) {
         return bp::damaged(kind(), bad, reason);
     }

@@ -23,6 +23,7 @@ public:
     void postTrain() override;
     /// Stores "thresh_" + channel, 0 for a channel without a movement. Always true.
     bool doValidate() override;
+    /// An invalid number in the envelope of a trained channel leaves a trace line, no rows, no scores and no "Class".
     /// @param out  one row of scores
     void passThrough(vector<vector<float>> *in, vector<vector<float>> *out) override;
     QJsonObject model() const override;
@@ -36,6 +37,7 @@ private:
     void trainMovement(const vector<vector<float>> &window, std::size_t channel);
     float scoreOf(const vector<float> &envelope, std::size_t channel) const;
     bool isTrained(std::size_t channel) const;
+    bool isJudgeable(const vector<vector<float>> &window) const;
 
     std::vector<int> m_distinctLabels;
     int m_movementZ = 5;

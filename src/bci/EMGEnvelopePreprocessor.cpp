@@ -1,6 +1,9 @@
 #include "bci/EMGEnvelopePreprocessor.h"
 
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
+
+#include <limits>
 
 namespace {
 
@@ -31,6 +34,15 @@ bool EMGEnvelopePreprocessor::prepareFilter()
     return isReady;
 }
 
+bool EMGEnvelopePreprocessor::spoilEnvelope(const vector<float> &raw, vector<float> &envelope)
+{
+    if (bp::isFinite(raw)) {
+        return false;
+    }
+    envelope.assign(raw.size(), std::numeric_limits<float>::quiet_NaN());
+    return true;
+}
+
 QJsonObject EMGEnvelopePreprocessor::model() const
 {
     QJsonObject model = bp::header(kind());
@@ -44,7 +56,8 @@ bool EMGEnvelopePreprocessor::setModel(const QJsonObject &model, QString &reason
     if (!bp::checkHeader(model, kind(), reason)) {
         return false;
     }
-    if (!bp::toInt(model[QLatin1String(kCutOff)], cutOff)) {
+    const bool isNumber = bp::toInt(model[QLatin1String(kCutOff)], cutOff);
+    if (!isNumber || cutOff <= 0 || (m_fs > 0 && cutOff >= (m_fs + 1) / 2)) {
         return bp::damaged(kind(), kCutOff, reason);
     }
     m_cutOff = cutOff;

@@ -5,13 +5,14 @@
 
 /// What the preprocessors of muscle envelopes share: a second-order Butterworth low-pass and its cut-off.
 ///
-/// A cut-off that the rate does not allow is traced once and gives rectified rows. Allocates only when the shape of the
-/// window, the rate or the cut-off changes.
+/// A cut-off that the rate does not allow is traced once and gives rectified rows. A row with an invalid number gives
+/// an envelope of NaN. Allocates only when the shape of the window, the rate or the cut-off changes.
 class BIOPROCESSING_EXPORT EMGEnvelopePreprocessor : public Preprocessor
 {
     Q_OBJECT
 public:
     QJsonObject model() const override;
+    /// Rejects a cut-off that the rate does not allow, where there is one already.
     bool setModel(const QJsonObject &model, QString &reason) override;
 
 protected:
@@ -20,6 +21,8 @@ protected:
 
     /// Whether the filter stands; without, rows stay as they are.
     bool prepareFilter();
+    /// An envelope of NaN for a row with an invalid number, which a filter may swallow. True when it was one.
+    static bool spoilEnvelope(const vector<float> &raw, vector<float> &envelope);
 
     int m_cutOff;
     bp::WindowFilter m_filter;

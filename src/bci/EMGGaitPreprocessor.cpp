@@ -20,11 +20,14 @@ EMGGaitPreprocessor::EMGGaitPreprocessor(int cutOff, QObject *parent)
 void EMGGaitPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out)
 {
     const bool isReady = prepareFilter();
-    const std::size_t settle = isReady ? static_cast<std::size_t>(kSettlePeriods * m_fs / m_cutOff) : 0;
+    const std::size_t settle = isReady ? static_cast<std::size_t>(qint64{kSettlePeriods} * m_fs / m_cutOff) : 0;
     out->resize(in->size());
     for (std::size_t row = 0; row < in->size(); ++row) {
         const vector<float> &raw = (*in)[row];
         vector<float> &envelope = (*out)[row];
+        if (spoilEnvelope(raw, envelope)) {
+            continue;
+        }
         const float mean = utilities::Mean(raw);
         envelope.resize(raw.size());
         std::transform(raw.begin(), raw.end(), envelope.begin(),

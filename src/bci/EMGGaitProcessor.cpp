@@ -1,5 +1,6 @@
 #include "bci/EMGGaitProcessor.h"
 
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
 #include "bci/OtsuLevels.h"
 
@@ -23,6 +24,11 @@ constexpr float kNeverActive = std::numeric_limits<float>::max();
 constexpr std::size_t kMaxPhases = 12;
 constexpr float kSecondsPerMinute = 60.0f;
 constexpr int kOutside = -1;
+
+bool areFinite(const vector<vector<float>> &window, std::size_t rows)
+{
+    return std::all_of(window.begin(), window.begin() + static_cast<std::ptrdiff_t>(rows), bp::isFinite);
+}
 
 std::size_t shortestRow(const vector<vector<float>> &window, std::size_t rows)
 {
@@ -50,7 +56,7 @@ void EMGGaitProcessor::preTrain(vector<vector<float>> &window, int label)
     }
     const std::size_t muscles = std::min(window.size(), kMaxMuscles);
     const std::size_t length = shortestRow(window, muscles);
-    if (length == 0 || (!m_examples.empty() && muscles != m_muscles)) {
+    if (length == 0 || (!m_examples.empty() && muscles != m_muscles) || !areFinite(window, muscles)) {
         BPCommon::log(m_logLevel, "EMGGaitProcessor::preTrain a window of %i muscles does not fit, left out", muscles);
         return;
     }
@@ -275,7 +281,13 @@ bool EMGGaitProcessor::doValidate()
 void EMGGaitProcessor::passThrough(vector<vector<float>> *in, vector<vector<float>> *out)
 {
     if (in->size() >= m_thresholds.size() && !m_thresholds.empty()) {
-        publish(stretchesOf(*in), out);
+        if (areFinite(*in, m_thresholds.size())) {
+            publish(stretchesOf(*in), out);
+            return;
+        }
+        BPCommon::log(m_logLevel, "EMGGaitProcessor::passThrough the envelopes are not finite, there is no phase");
+        withdraw({QStringLiteral("code"), QStringLiteral("phase"), QStringLiteral("steps"), QStringLiteral("cadence")},
+                 out);
         return;
     }
     if (!m_complained) {
@@ -377,6 +389,7 @@ bool EMGGaitProcessor::setModel(const QJsonObject &model, QString &reason)
     const char *bad = !bp::toInt(read("minPhaseMs"), minPhaseMs) ? "minPhaseMs"
         : !bp::toInt(read("maxStepMs"), maxStepMs)               ? "maxStepMs"
         : !bp::toFloats(read("thresholds"), thresholds) || thresholds.empty() || thresholds.size() > kMaxMuscles
+            || !bp::isFinite(thresholds)
         ? "thresholds"
         : !bp::toLabels(read("cycle"), cycle) || cycle.size() < 2 || !std::all_of(cycle.begin(), cycle.end(), isCode)
         ? "cycle"

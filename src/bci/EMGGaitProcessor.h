@@ -24,13 +24,14 @@ public:
     static constexpr std::size_t kMaxMuscles = 24;
 
     /// @param window  envelopes, one row per muscle; the same number of muscles in every window, otherwise it is traced
-    ///                and left out. All labels from 0 on train alike: standing gives the resting level, walking the
-    ///                active one and the cycle. A label below 0 is ignored.
+    ///                and left out, as is a window with an invalid number. All labels from 0 on train alike: standing
+    ///                gives the resting level, walking the active one and the cycle. A label below 0 is ignored.
     void preTrain(vector<vector<float>> &window, int label) override;
     using Processor::preTrain;
     void postTrain() override;
     /// Stores "thresh_" + muscle and "phases", the number in the cycle. True when there is a cycle.
     bool doValidate() override;
+    /// A window with an invalid number leaves a trace line, no row and none of the results above.
     void passThrough(vector<vector<float>> *in, vector<vector<float>> *out) override;
     QJsonObject model() const override;
     bool setModel(const QJsonObject &model, QString &reason) override;

@@ -1,5 +1,6 @@
 #include "bci/EMGGestureProcessor.h"
 
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
 
 #include <Eigen/Cholesky>
@@ -23,10 +24,7 @@ constexpr double kConstantFeature = 1e-6;
 constexpr double kRidge = 1e-6;
 constexpr int kLeastExamples = 2;
 
-bool isFinite(const std::vector<float> &values)
-{
-    return std::all_of(values.begin(), values.end(), [](float value) { return std::isfinite(value); });
-}
+using bp::isFinite;
 
 std::vector<float> toFloat(const Eigen::VectorXd &values)
 {
@@ -55,7 +53,25 @@ Eigen::MatrixXd classMeans(const Eigen::MatrixXd &data, const std::vector<int> &
     return counts.cwiseInverse().asDiagonal() * means;
 }
 
+/// The shrinkage with the least expected error (O. Ledoit and M. Wolf, "A well-conditioned estimator for
+/// large-dimensional covariance matrices", J. Multivar. Anal. 88, 2004, lemma 3.2 ff.): b² / d². Their target is a
+/// multiple of the identity; features of deviation 1 make the diagonal of the covariance that target.
+/// @param data  rows around 0
+double shrinkageFrom(const Eigen::MatrixXd &data)
+{
+    const auto count = static_cast<double>(data.rows());
+    const Eigen::RowVectorXd squares = data.colwise().squaredNorm() / count;
+    const Eigen::RowVectorXd factors = (squares.array() > 0.0).select(squares.array().rsqrt(), 0.0);
+    const Eigen::MatrixXd scaled = data * factors.asDiagonal();
+    const Eigen::MatrixXd sample = scaled.transpose() * scaled / count;
+    const double whole = sample.squaredNorm();
+    const double distance = whole - sample.diagonal().squaredNorm();
+    const double error = (scaled.rowwise().squaredNorm().squaredNorm() / count - whole) / count;
+    return distance > 0.0 ? std::clamp(error / distance, 0.0, 1.0) : 1.0;
+}
+
 /// Covariance around the class means with n − classes degrees of freedom, shrunk towards its diagonal.
+/// @param shrinkage  0 … 1; negative: from the data
 Eigen::MatrixXd pooledCovariance(Eigen::MatrixXd data, const Eigen::MatrixXd &means, const std::vector<int> &labels,
                                  const std::vector<int> &classes, double shrinkage)
 {
@@ -65,7 +81,7 @@ Eigen::MatrixXd pooledCovariance(Eigen::MatrixXd data, const Eigen::MatrixXd &me
     Eigen::MatrixXd covariance =
         data.transpose() * data / static_cast<double>(data.rows() - static_cast<Eigen::Index>(classes.size()));
     const Eigen::VectorXd variances = covariance.diagonal();
-    covariance *= 1.0 - shrinkage;
+    covariance *= 1.0 - (shrinkage < 0.0 ? shrinkageFrom(data) : shrinkage);
     covariance.diagonal() = variances.array() + kRidge * variances.mean();
     return covariance;
 }
@@ -121,7 +137,7 @@ EMGGestureProcessor::EMGGestureProcessor(float minimumRate, bool normalise, int 
     : Processor(parent)
     , m_minimumRate(minimumRate)
     , m_normalise(normalise)
-    , m_shrinkagePercent(std::clamp(shrinkagePercent, 0, 100))
+    , m_shrinkagePercent(std::clamp(shrinkagePercent, kShrinkageFromData, 100))
     , m_minimumExamples(std::max(minimumExamples, kLeastExamples))
     , m_rejectDistance(rejectDistance)
 {
@@ -235,6 +251,7 @@ int EMGGestureProcessor::classify(const vector<float> &features, vector<float> &
         distances.push_back(static_cast<float>(std::sqrt(sum / static_cast<double>(centre.size()))));
     }
     if (!isFinite(distances)) {
+        BPCommon::log(m_logLevel, "EMGGestureProcessor::classify the features are not finite, rejected");
         distances.clear();
         return kRejected;
     }

@@ -19,12 +19,15 @@ public:
     /// @param minimumRate       share of its examples, 0 … 1, that every class must get right in doValidate
     /// @param normalise         scales the features by their deviation over all examples; matters only to the shrinkage
     ///                          and the numbers when their units are far apart
-    /// @param shrinkagePercent  0 (the covariance as it is) … 100 (features taken as independent)
+    /// @param shrinkagePercent  0 (the covariance as it is) … 100 (features taken as independent), or
+    ///                          kShrinkageFromData: as much as the number and spread of the examples call for (O.
+    ///                          Ledoit and M. Wolf 2004), which carries over to other recordings best
     /// @param minimumExamples   per class, at least 2
     /// @param rejectDistance    greater distances to every class are rejected; 0: never
     EMGGestureProcessor(float minimumRate, bool normalise, int shrinkagePercent, int minimumExamples,
                         float rejectDistance, QObject *parent = nullptr);
     static constexpr int kRejected = -1;
+    static constexpr int kShrinkageFromData = -1;
 
     /// Takes the first row. A label below 0 marks no gesture and is ignored; a row that is empty, not finite or of
     /// another length than the first example is traced and left out.

@@ -3,6 +3,7 @@
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
 #include "bci/utilities.h"
+#include "common/ExceptionText.h"
 #include "filters/Filtrator.h"
 #include "pipeline/DataSource.h"
 
@@ -18,6 +19,18 @@ constexpr std::size_t kReservedRows = 32;
 bool hasMethod(const QObject *object, const char *signature)
 {
     return object->metaObject()->indexOfMethod(signature) >= 0;
+}
+
+/// On the processor's thread. What leaves runSlot() would end the program: it is a training that failed.
+void runGuarded(Processor *processor)
+{
+    try {
+        QMetaObject::invokeMethod(processor, "runSlot", Qt::DirectConnection);
+    } catch (...) {
+        BPCommon::log(BPCommon::LogSolverModel, "LearningCSM::prepeareThread runSlot failed: %s", bp::exceptionText());
+        QMetaObject::invokeMethod(processor, "getTrainProcessResult", Qt::DirectConnection, Q_ARG(bool, false));
+        QMetaObject::invokeMethod(processor, "finishThread", Qt::DirectConnection);
+    }
 }
 
 } // namespace
@@ -75,7 +88,7 @@ void LearningCSM::prepeareThread(Processor *processor)
     processor->setQThread(m_thread);
     // By name: only some processors train on a thread.
     if (hasMethod(processor, "runSlot()")) {
-        connect(m_thread, SIGNAL(started()), processor, SLOT(runSlot()));
+        connect(m_thread, &QThread::started, processor, [processor] { runGuarded(processor); });
     }
     if (hasMethod(processor, "finishThread()")) {
         connect(processor, SIGNAL(finishThread()), m_thread, SLOT(quit()));
@@ -99,6 +112,7 @@ void LearningCSM::Initialize(float window, float step, int channels, bool waitFu
                   static_cast<double>(step), channels, waitFull);
     SolverModel::Initialize(window, step, channels, waitFull, resetAfterUse);
     m_labelHistory.clear();
+    m_newestLabel.reset();
 }
 
 void LearningCSM::TrainFast()
@@ -136,6 +150,10 @@ void LearningCSM::startTraining(bool realTime, bool forget, const char *again, c
     } else if (m_trainSource == nullptr) {
         traceFailure(plain, "There is no training source");
     } else {
+        if (m_isArrivalOrder) { // what was classified or learned before is no part of the first window
+            ResetDataBuffer();
+            m_newestLabel.reset();
+        }
         m_trainSource->SendData(realTime);
     }
 }
@@ -148,11 +166,11 @@ void LearningCSM::_trainDataBuffer(vector<vector<double>> input, int labelInput)
         return;
     }
     resizeInternalBuff(input.empty() ? 0u : static_cast<unsigned int>(input.front().size()));
-    const bool isTrial = m_trainSource != nullptr && m_trainSource->getLabelType() == DataSource::TrialLabels;
-    if (isTrial && static_cast<float>(labelInput) != m_labelHistory.back()) {
+    const bool isStart = isNewTrial(labelInput);
+    if (isStart) {
         ResetDataBuffer();
     }
-    const int label = pushLabel(labelInput);
+    const int label = pushLabel(labelInput, isStart);
 
     m_trainBlock.resize(input.size());
     for (std::size_t i = 0; i < input.size(); ++i) {
@@ -182,13 +200,33 @@ void LearningCSM::resizeInternalBuff(unsigned int blockSamples)
         blocks = std::max<std::size_t>(blocks, static_cast<std::size_t>(perWindow));
     }
     BPCommon::log(m_logLevel, "LearningCSM::resizeInternalBuff %i", blocks);
-    if (m_labelHistory.size() < blocks) {
+    if (m_isArrivalOrder && m_labelHistory.size() > blocks) {
+        m_labelHistory.erase(m_labelHistory.begin(), m_labelHistory.end() - static_cast<std::ptrdiff_t>(blocks));
+    } else if (m_isArrivalOrder && !m_labelHistory.empty()) {
+        m_labelHistory.insert(m_labelHistory.begin(), blocks - m_labelHistory.size(), m_labelHistory.front());
+    } else if (m_labelHistory.size() < blocks) {
         m_labelHistory.resize(blocks, 0.0f);
     }
 }
 
+/// A change of label, from 0 at the very beginning; in the order of arrival the first block, too.
+bool LearningCSM::isNewTrial(int label) const
+{
+    if (m_isArrivalOrder && !m_newestLabel) {
+        return true;
+    }
+    return m_trainSource != nullptr && m_trainSource->getLabelType() == DataSource::TrialLabels
+        && label != m_newestLabel.value_or(0);
+}
+
 /// The label of the window: the median of the last blocks' labels.
-int LearningCSM::pushLabel(int label)
+int LearningCSM::pushLabel(int label, bool isStart)
+{
+    m_newestLabel = label;
+    return m_isArrivalOrder ? pushInOrder(label, isStart) : pushSorted(label);
+}
+
+int LearningCSM::pushSorted(int label)
 {
     std::rotate(m_labelHistory.begin(), m_labelHistory.begin() + 1, m_labelHistory.end());
     m_labelHistory.back() = static_cast<float>(label);
@@ -196,10 +234,27 @@ int LearningCSM::pushLabel(int label)
     return static_cast<int>(utilities::Median(m_labelHistory));
 }
 
+int LearningCSM::pushInOrder(int label, bool isStart)
+{
+    if (isStart) {
+        std::fill(m_labelHistory.begin(), m_labelHistory.end(), static_cast<float>(label));
+        return label;
+    }
+    std::rotate(m_labelHistory.begin(), m_labelHistory.begin() + 1, m_labelHistory.end());
+    m_labelHistory.back() = static_cast<float>(label);
+    m_sortedLabels = m_labelHistory;
+    const auto middle = m_sortedLabels.begin() + static_cast<std::ptrdiff_t>((m_sortedLabels.size() - 1) / 2);
+    std::nth_element(m_sortedLabels.begin(), middle, m_sortedLabels.end());
+    return static_cast<int>(*middle);
+}
+
 void LearningCSM::_validate()
 {
     if (m_processor == nullptr || m_isProcessorBusy) {
         traceFailure("LearningCSM::_validate", "There is no processor that could be trained now");
+        if (m_processor == nullptr) {
+            _takeTrainResult(false);
+        }
         return;
     }
     // A thread whose result has been taken is about to end; postTrain() could not start it before it has.
@@ -252,7 +307,7 @@ bool LearningCSM::fillDataVector(vector<vector<float>> &out, const std::vector<f
     const auto channels = static_cast<std::size_t>(m_sampleChannels);
     const auto usable = std::min(static_cast<std::size_t>(std::max(count, 0)), samples->size());
     const auto perChannel = usable / channels;
-    out.resize(perChannel == 0 ? 0 : channels);
+    out.resize(channels);
     auto from = samples->begin();
     for (auto &row : out) {
         row.assign(from, from + static_cast<std::ptrdiff_t>(perChannel));

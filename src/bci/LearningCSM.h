@@ -2,6 +2,7 @@
 
 #include "bci/ClassificationSM.h"
 
+#include <optional>
 #include <vector>
 
 class QThread;
@@ -15,7 +16,7 @@ class QThread;
 ///   and sends its result from there. Until the result is taken the processor is not touched: samples leave no results,
 ///   and a new training run is refused with a trace line.
 /// - Any other processor trains inside postTrain(), on the model's thread; its doValidate() is the result.
-/// - A postTrain() that throws is a failed run.
+/// - A postTrain() or runSlot() that throws, whatever it throws, is a failed run; so is one without a processor.
 ///
 /// The processor must not go before the model while it trains. It comes back to the model's thread with the model's
 /// destruction, which waits for a runSlot() that is at work.
@@ -45,6 +46,15 @@ public:
     /// Always false: kept for hosts that ask. onTrainComplete() tells the end of a run.
     bool isTrain() const { return m_isTrain; }
 
+    /// How a training window gets its label where labels change.
+    ///
+    /// Off, the default: the median of a history that is kept sorted, so that each block takes the place of the
+    /// smallest label instead of the oldest one, and a class that comes after a larger label may never be learned.
+    /// Compatibility: trained hosts depend on it. On: the history holds the blocks of the window in the order of their
+    /// arrival and begins anew with every training run and trial, as the window does then, and of two labels in the
+    /// middle the smaller one counts, so that every window has a label that its blocks had.
+    void setLabelsInArrivalOrder(bool on) { m_isArrivalOrder = on; }
+
     /// Rows of what sendSamples() takes apart.
     void setChannelsCount(int channels);
     /// Processes samples of all channels, one channel after another. What doesn't divide by the channels is dropped.
@@ -70,12 +80,18 @@ protected:
 
 private:
     void startTraining(bool realTime, bool forget, const char *again, const char *plain);
-    int pushLabel(int label);
+    bool isNewTrial(int label) const;
+    int pushLabel(int label, bool isStart);
+    int pushSorted(int label);
+    int pushInOrder(int label, bool isStart);
     void stopThread();
 
     bool m_isTrain = false;
     int m_sampleChannels = 0;
-    std::vector<float> m_labelHistory; ///< ascending, not in order of arrival
+    bool m_isArrivalOrder = false;
+    std::vector<float> m_labelHistory; ///< ascending, or in the order of arrival
+    std::vector<float> m_sortedLabels; ///< work memory
+    std::optional<int> m_newestLabel; ///< of the block before
     vector<vector<float>> m_trainBlock;
     vector<vector<float>> m_sampleBlock;
     QThread *m_thread = nullptr; ///< owned

@@ -17,7 +17,6 @@ namespace bp {
 namespace {
 
 constexpr float kNoArtefactLimit = -1.0f;
-constexpr int kShrinkagePercent = 10;
 constexpr int kMinimumExamples = 2;
 
 using Settings = LearningSettings;
@@ -49,7 +48,7 @@ const std::array<Kind, 4> kKinds{{
      [](const Settings &) -> Processor * { return new EMGBCIProcessor; }},
     {"gesture", "Class", [](const Settings &s) -> Preprocessor * { return new EMGGesturePreprocessor(s.order, true); },
      [](const Settings &s) -> Processor * {
-         return new EMGGestureProcessor(s.minimumRate, true, kShrinkagePercent, kMinimumExamples, s.rejectDistance);
+         return new EMGGestureProcessor(s.minimumRate, true, s.shrinkagePercent, kMinimumExamples, s.rejectDistance);
      }},
 }};
 

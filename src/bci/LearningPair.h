@@ -26,6 +26,7 @@ struct LearningSettings
     bool components = false; ///< "portal": compares principal components instead of amplitudes
     int envelope = 5; ///< "emg": cut-off, Hz
     int order = 4; ///< "gesture": of the autoregressive model
+    int shrinkagePercent = -1; ///< "gesture": see EMGGestureProcessor; −1: from the data
     float rejectDistance = 0.0f; ///< "gesture": see EMGGestureProcessor; 0 never rejects
 };
 

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+class QJsonObject;
+
 namespace bp {
 
 /// A trained pair as a file.
@@ -14,7 +16,7 @@ namespace bp {
 /// JSON, UTF-8: "format" ("BioProcessing model"), "version" (1), "kind", "rate" (Hz), "window" and "step" (seconds),
 /// "highpass" (Hz, 0 for none), "channels" (names, in the order of a window's rows), "classes" (label → name),
 /// "preprocessor" and "processor" (what their model() gives). Keys that a reader doesn't know are left alone; a version
-/// above its own is refused.
+/// above its own is refused. Neither writes nor reads what could not be used: see fault().
 struct BIOPROCESSING_EXPORT ModelFile
 {
     QString kind;
@@ -26,11 +28,27 @@ struct BIOPROCESSING_EXPORT ModelFile
     QMap<int, QString> classes;
     LearningPair pair;
 
-    /// Replaces the file only when everything could be written.
+    static constexpr int kMaxWindowSamples = 1 << 25; ///< over all channels
+    static constexpr int kMaxRate = 1000000; ///< Hz
+
+    /// Samples per channel, as LearningCSM cuts its windows; of the step at least 1. Only without a fault.
+    std::size_t windowSamples() const;
+    std::size_t stepSamples() const;
+    /// What is wrong with the values beside the pair, as the rest of a sentence about the file; empty when nothing is:
+    /// a rate up to kMaxRate, a window of one sample to kMaxWindowSamples, a step up to that, a high-pass below half
+    /// the rate, channels of different names, and a name for every class.
+    QString fault() const;
+
+    /// Replaces the file only when everything could be written. False for a pair that is missing or has not learned
+    /// anything, too.
     /// @param reason  one sentence when the result is false
     bool write(const QString &path, QString &reason) const;
-    /// Makes the pair anew. When the result is false, nothing here is of use.
+    /// Makes the pair anew, and tries it on a window of zeros. When the result is false, nothing here is of use.
     bool read(const QString &path, QString &reason);
+
+private:
+    bool readJson(const QString &path, const QJsonObject &json, QString &reason);
+    bool judgesSilence();
 };
 
 } // namespace bp

@@ -1,10 +1,10 @@
 #include "bci/PortalModel.h"
 
 #include "bci/AxisCoordinate.h"
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
 
 #include <algorithm>
-#include <cmath>
 #include <functional>
 #include <iterator>
 
@@ -20,8 +20,7 @@ const char *const kRowLabels = "rowLabels";
 /// A row of so many finite numbers.
 bool isRow(const std::vector<float> &values, std::size_t size)
 {
-    return values.size() == size
-        && std::all_of(values.begin(), values.end(), [](float value) { return std::isfinite(value); });
+    return values.size() == size && bp::isFinite(values);
 }
 
 bool areRows(const std::vector<std::vector<float>> &rows, std::size_t size)
@@ -83,7 +82,8 @@ bool PortalModel::read(const QJsonObject &json, const char *&damaged)
         return false;
     }
     damaged = kDeviations;
-    if (!toFloats(part(kDeviations), deviations) || !isRow(deviations, means.size())) {
+    if (!toFloats(part(kDeviations), deviations) || !isRow(deviations, means.size())
+        || *std::min_element(deviations.begin(), deviations.end()) < 0.0f) {
         return false;
     }
     damaged = kProjection;

@@ -1,9 +1,11 @@
 #include "bci/PortalProcessor.h"
 
 #include "bci/DimReduction.h"
+#include "bci/FiniteRow.h"
 #include "bci/ModelJson.h"
 #include "bci/PortalModel.h"
 #include "bci/utilities.h"
+#include "common/ExceptionText.h"
 #include "common/HalvinException.h"
 
 #include <QThread>
@@ -62,7 +64,7 @@ PortalProcessor::~PortalProcessor() = default;
 
 void PortalProcessor::preTrain(vector<vector<float>> &window, int label)
 {
-    if (isThreadRunning() || window.empty()) {
+    if (isThreadRunning() || window.empty() || !bp::isFinite(window.front())) {
         BPCommon::log(m_logLevel, "PortalProcessor::preTrain an example of class %i was not taken", label);
         return;
     }
@@ -115,12 +117,17 @@ bool PortalProcessor::doValidate()
 
 void PortalProcessor::passThrough(vector<vector<float>> *in, vector<vector<float>> *out)
 {
-    const bool isReady = !isThreadRunning() && m_model;
-    const std::size_t count = in->empty() ? 0 : in->front().size();
-    if (!isReady || count != m_model->means.size()) {
-        BPCommon::log(m_logLevel, "PortalProcessor::passThrough %i features, the model takes %i", count,
-                      isReady ? m_model->means.size() : 0);
+    if (isThreadRunning()) {
+        BPCommon::log(m_logLevel, "PortalProcessor::passThrough the training is still running");
         out->clear();
+        return;
+    }
+    const std::size_t count = in->empty() ? 0 : in->front().size();
+    const std::size_t expected = m_model ? m_model->means.size() : 0;
+    if (count == 0 || count != expected || !bp::isFinite(in->front())) {
+        BPCommon::log(m_logLevel, "PortalProcessor::passThrough %i features, the model takes %i finite ones", count,
+                      expected);
+        withdraw({QStringLiteral("Class")}, out);
         return;
     }
     m_model->place(in->front(), m_normalised, m_features);
@@ -192,21 +199,13 @@ void PortalProcessor::runningThread(bool in_running)
 void PortalProcessor::runSlot()
 {
     BPCommon::log(m_logLevel, "PortalProcessor::runSlot started");
-    const auto fail = [this](const char *reason) {
-        BPCommon::log(m_logLevel, "PortalProcessor::runSlot unknoun error");
-        BPCommon::log(m_logLevel, "PortalProcessor::runSlot reason: %s", reason);
-        return false;
-    };
     auto model = std::make_unique<bp::PortalModel>();
     bool result = false;
     try {
         result = train(*model);
-    } catch (const std::exception &error) {
-        result = fail(error.what());
-    } catch (const char *text) { // the eigenvectors' way
-        result = fail(text);
     } catch (...) {
-        result = fail("none given");
+        BPCommon::log(m_logLevel, "PortalProcessor::runSlot unknoun error");
+        BPCommon::log(m_logLevel, "PortalProcessor::runSlot reason: %s", bp::exceptionText());
     }
     m_training.reset();
     m_model = result ? std::move(model) : nullptr;
@@ -290,8 +289,7 @@ void PortalProcessor::checkExamples() const
 {
     const auto isSound = [this](const std::vector<float> &row) {
         return !row.empty() && row.size() == m_training->rows.front().size()
-            && row.size() % static_cast<std::size_t>(m_channels) == 0
-            && std::all_of(row.begin(), row.end(), [](float value) { return std::isfinite(value); });
+            && row.size() % static_cast<std::size_t>(m_channels) == 0 && bp::isFinite(row);
     };
     const std::vector<int> &labels = m_training->labels;
     if (std::adjacent_find(labels.begin(), labels.end(), std::not_equal_to<>()) == labels.end()

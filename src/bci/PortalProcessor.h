@@ -43,10 +43,12 @@ public:
     bool isThreadRunning() const { return m_isThreadRunning.load(std::memory_order_acquire); }
 
     using Processor::preTrain;
+    /// An example with an invalid number is traced and left out.
     void preTrain(vector<vector<float>> &window, int label) override;
     void postTrain() override;
     bool doValidate() override;
-    /// A window that does not fit the model (or no model) leaves a trace line, the results as they are and no rows.
+    /// A window that does not fit the model, holds an invalid number, or comes before the training leaves a trace line,
+    /// no rows and no "Class"; one that comes while it trains leaves the results as they are.
     /// @param out  gets one row of one value, the label
     void passThrough(vector<vector<float>> *in, vector<vector<float>> *out) override;
     /// The normalised examples are part of it, so that a classifier which was read can be validated.

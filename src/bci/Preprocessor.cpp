@@ -1,9 +1,8 @@
 #include "bci/Preprocessor.h"
 
 #include "bci/DimReduction.h"
+#include "common/ExceptionText.h"
 #include "pipeline/DataSource.h"
-
-#include <exception>
 
 Preprocessor::Preprocessor(QObject *parent)
     : QObject(parent)
@@ -105,8 +104,8 @@ void Preprocessor::CalcICA()
     vector<vector<float>> matrix;
     try {
         DimReduction::TrainICA(m_icaBuffer, matrix, -1);
-    } catch (const std::exception &error) {
-        BPCommon::log(m_logLevel, "Preprocessor::CalcICA %s", error.what());
+    } catch (...) { // the eigenvectors throw a text
+        BPCommon::log(m_logLevel, "Preprocessor::CalcICA %s", bp::exceptionText());
         matrix.clear();
     }
     if (!matrix.empty() && matrix.size() == m_icaBuffer.size()) {

@@ -69,6 +69,14 @@ void Processor::publishResults()
     emit newResults(m_results);
 }
 
+void Processor::withdraw(const QStringList &results, vector<vector<float>> *out)
+{
+    for (const QString &name : results) {
+        m_results.remove(name);
+    }
+    out->clear();
+}
+
 void Processor::getUniqueLabels(std::vector<int> &labels) const
 {
     labels = m_labels;

@@ -7,6 +7,7 @@
 
 #include <QJsonObject>
 #include <QObject>
+#include <QStringList>
 
 class QThread;
 
@@ -53,6 +54,8 @@ signals:
 protected:
     /// Emits newResults() with the current results: the last step of every passThrough() that changes them.
     void publishResults();
+    /// For a window that gives no answer: no rows, and what these results said of the window before is taken back.
+    void withdraw(const QStringList &results, vector<vector<float>> *out);
     /// The labels of the examples, ascending, each once.
     void getUniqueLabels(std::vector<int> &labels) const;
 

@@ -2,15 +2,17 @@
 
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
+#include "common/ExceptionText.h"
 #include "filters/Filtrator.h"
 #include "pipeline/DataSource.h"
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 
 namespace {
 
-constexpr int kMaxWindow = 1 << 25; ///< samples over all channels: 128 MiB
+constexpr int kMaxChannels = 1 << 20;
 constexpr int kResampleHalfWidth = 10;
 
 float usableSeconds(double seconds)
@@ -18,11 +20,12 @@ float usableSeconds(double seconds)
     return std::isfinite(seconds) && seconds > 0.0 ? static_cast<float>(seconds) : 0.0f;
 }
 
-/// Truncated towards zero.
+/// Truncated towards zero; one more than any window may have when there are too many.
 int samplesIn(float seconds, int fs)
 {
     const float samples = static_cast<float>(fs) * seconds;
-    return samples < static_cast<float>(kMaxWindow) ? static_cast<int>(samples) : kMaxWindow;
+    return samples <= static_cast<float>(SolverModel::kMaxWindowSamples) ? static_cast<int>(samples)
+                                                                         : SolverModel::kMaxWindowSamples + 1;
 }
 
 } // namespace
@@ -78,15 +81,23 @@ void SolverModel::Initialize(float window, float step, int channels, bool waitFu
 
 void SolverModel::allocateWindow()
 {
-    m_window.clear();
-    if (static_cast<qint64>(m_windowSamples) * m_channels > kMaxWindow || m_channels > kMaxWindow) {
+    m_window = vector<vector<float>>();
+    const qint64 samples = static_cast<qint64>(m_windowSamples) * std::max(m_channels, 1);
+    bool isAllocated = samples <= kMaxWindowSamples && m_channels <= kMaxChannels;
+    try {
+        m_window.resize(isAllocated ? static_cast<std::size_t>(m_channels) : 0);
+        for (std::vector<float> &row : m_window) {
+            row.resize(static_cast<std::size_t>(m_windowSamples));
+        }
+    } catch (const std::exception &) { // memory
+        isAllocated = false;
+    }
+    if (!isAllocated) {
         traceFailure("SolverModel::Initialize", "The window is too big");
+        m_window = vector<vector<float>>();
         m_windowSamples = 0;
         m_stepSamples = 0;
-        return;
     }
-    m_window.assign(static_cast<std::size_t>(m_channels),
-                    std::vector<float>(static_cast<std::size_t>(m_windowSamples)));
 }
 
 void SolverModel::dropOldestStep()
@@ -225,6 +236,11 @@ ProcessResult SolverModel::GetCurResult() const
         return m_resultsBefore;
     }
     return m_processor == nullptr ? ProcessResult() : m_processor->getResults();
+}
+
+void SolverModel::traceException(const char *where) const
+{
+    BPCommon::log(m_logLevel, "%s %s", where, bp::exceptionText());
 }
 
 void SolverModel::traceFailure(const char *where, const char *reason) const

@@ -8,8 +8,6 @@
 #include <QObject>
 #include <QPointer>
 
-#include <exception>
-
 class DataSource;
 class Filtrator;
 class Preprocessor;
@@ -33,10 +31,14 @@ public:
     explicit SolverModel(QObject *parent = nullptr);
     ~SolverModel() override;
 
+    /// Over all channels: 1 GiB.
+    static constexpr int kMaxWindowSamples = 1 << 28;
+
     /// Takes the sampling rate and, when it is longer than window, the segment length of the processing source.
     ///
     /// A length that is negative or not a number counts as 0; a step is at most the window. A window of more than
-    /// 2^25 samples in all is refused with a trace line. Without a window no block is processed.
+    /// kMaxWindowSamples, or than there is memory for, is rejected with a trace line. Without a window no block is
+    /// processed.
     /// @param window, step   seconds
     /// @param waitFull       only full windows are processed; every block otherwise
     /// @param resetAfterUse  windows don't overlap: each starts empty
@@ -69,11 +71,13 @@ public slots:
     bool AchieveData(const vector<vector<float>> &in_input);
 
 protected:
-    /// False, after a trace line, when a part is missing or fails. Numerical errors of the parts end here.
+    /// False, after a trace line, when a part is missing or fails. Whatever a part throws ends here.
     bool preprocessWindow();
-    /// Numerical errors of a processor as a trace line.
+    /// Whatever a host's preprocessor or processor throws becomes a trace line.
     /// @return whether the step ran through
     template <class Step> bool guarded(const char *where, Step &&step);
+    /// Inside a catch block.
+    void traceException(const char *where) const;
     void traceFailure(const char *where, const char *reason) const;
 
     BPCommon::LogEvent m_logLevel = BPCommon::LogSolverModel;
@@ -106,8 +110,8 @@ template <class Step> bool SolverModel::guarded(const char *where, Step &&step)
     try {
         step();
         return true;
-    } catch (const std::exception &error) {
-        traceFailure(where, error.what());
+    } catch (...) {
+        traceException(where);
         return false;
     }
 }

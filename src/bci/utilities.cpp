@@ -275,15 +275,27 @@ void utilities::resampleToLen(const vector<float> &in, vector<float> &out, unsig
 
 void utilities::smoothByRMS(const float *in, float *out, unsigned int length, unsigned int window)
 {
+    // Sums from and to the ends of tiles as long as the window, of which a window touches two: no sum is taken off
+    // again, so that a loud passage leaves no rounding behind.
     const std::size_t width = std::max(window, 1u);
+    std::vector<double> fromStart(length);
+    std::vector<double> toEnd(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        const double square = static_cast<double>(in[i]) * static_cast<double>(in[i]);
+        toEnd[i] = square;
+        fromStart[i] = i % width == 0 ? square : fromStart[i - 1] + square;
+    }
+    for (std::size_t i = length; i-- > 1;) {
+        toEnd[i - 1] += i % width == 0 ? 0.0 : toEnd[i];
+    }
     for (std::size_t i = 0; i < length; ++i) {
         const std::size_t first = i - std::min(i, width / 2);
-        const std::size_t last = std::min<std::size_t>(i + width - width / 2, length);
-        double squares = 0.0; // anew each time: a running sum would keep the rounding of a loud passage for ever
-        for (std::size_t k = first; k < last; ++k) {
-            squares += static_cast<double>(in[k]) * static_cast<double>(in[k]);
-        }
-        out[i] = static_cast<float>(std::sqrt(squares / static_cast<double>(last - first)));
+        const std::size_t last = std::min<std::size_t>(i + width - width / 2, length) - 1;
+        const bool isOneTile = first / width == last / width;
+        const double squares = !isOneTile ? toEnd[first] + fromStart[last]
+            : first % width == 0          ? fromStart[last]
+                                          : toEnd[first];
+        out[i] = static_cast<float>(std::sqrt(squares / static_cast<double>(last - first + 1)));
     }
 }
 

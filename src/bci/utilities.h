@@ -55,6 +55,7 @@ public:
     static void resampleToLen(const vector<float> &in, vector<float> &out, unsigned int outLength, int halfWidth);
 
     /// Root mean square of the samples [i − window / 2, i − window / 2 + window), cut where the signal ends.
+    /// Takes as long for a long window as for a short one.
     /// @param window  in samples, at least 1
     static void smoothByRMS(const float *in, float *out, unsigned int length, unsigned int window);
     static void smoothByRMS(const vector<float> &in, vector<float> &out, unsigned int window);

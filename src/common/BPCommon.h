@@ -44,10 +44,12 @@ public:
 
     /// Writes one trace line through the base library's console.
     ///
-    /// The format is printf-like, but every conversion is rendered from the real type of its argument, so that a
-    /// conversion which does not fit ("%d" with a double, "%c" with a path) is harmless: flags, width and precision
-    /// count where they make sense for that type. Conversions without an argument stay as they stand. A silenced
-    /// class costs one relaxed atomic load and formats nothing. Any thread.
+    /// The format is that of printf, in the C locale: flags, width and precision (also as "*"), length, and the
+    /// conversions d i u x X o c e E f F g G s p. Length is taken from the argument; only "h" and "hh" cut a whole
+    /// number. Every conversion is rendered from the real type of its argument, so that one which does not fit ("%d"
+    /// with a double, "%c" with a path, "%u" with −1) is harmless: it gives the value as that type is usually written.
+    /// Texts are UTF-8, and their width and precision count characters. Conversions without an argument stay as they
+    /// stand. A silenced class costs one relaxed atomic load and formats nothing. Any thread.
     template <class... Args> static void log(LogEvent event, const char *format, const Args &...args)
     {
         if (!isLogged(event)) {
@@ -81,11 +83,12 @@ private:
 
     struct LogArgument
     {
-        enum Kind { Signed, Unsigned, Real, Text };
+        enum Kind { Signed, Unsigned, Real, Text, Pointer };
 
         template <class T, std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, int> = 0>
         explicit LogArgument(T value)
             : kind(std::is_signed_v<T> || std::is_enum_v<T> ? Signed : Unsigned)
+            , bytes(static_cast<int>(sizeof(T)))
             , integer(static_cast<qint64>(value))
         {
         }
@@ -110,14 +113,24 @@ private:
             , text(QString::fromUtf8(value))
         {
         }
+        explicit LogArgument(const void *value)
+            : kind(Pointer)
+            , bytes(static_cast<int>(sizeof value))
+            , integer(static_cast<qint64>(reinterpret_cast<quintptr>(value)))
+        {
+        }
 
         Kind kind;
+        int bytes = 0; ///< of a whole number
         qint64 integer = 0;
         double real = 0.0;
         QString text;
     };
 
-    static QString render(const QString &conversion, const LogArgument &argument);
+    struct LogConversion;
+    static QString render(LogConversion conversion, const LogArgument &argument);
+    static QString renderWhole(const LogConversion &conversion, const LogArgument &argument);
+    static QString renderReal(const LogConversion &conversion, double value);
     static void writeFormatted(LogEvent event, const char *format, const LogArgument *arguments, int count);
 
     static std::array<std::atomic<bool>, kLogEventCount> s_enabled;

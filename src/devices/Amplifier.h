@@ -107,10 +107,13 @@ public:
     /// True when the parameter "config_file" names a file.
     bool isNeedReadConfigureFile() const;
 
-    /// The montage that belongs to the device; null when it brings none.
-    QSharedPointer<Montage> getMontage() const { return m_montage; }
+    /// The montage that belongs to the device. A device that sets none has a usual montage of its channel list: copies
+    /// of its channels, each of which reads the device channel at its place unless it names its inputs itself. The same
+    /// object as long as the list is the same; a new one when it has changed. Null without channels.
+    QSharedPointer<Montage> getMontage() const;
 
 protected:
+    /// Null brings the montage of the channel list back.
     void setMontage(const QSharedPointer<Montage> &montage) { m_montage = montage; }
     /// Replaces the rates of the description by those of a text such as "250;500;1000", in Hz. What is no number above
     /// 0 is left out.
@@ -133,4 +136,6 @@ protected:
 
 private:
     QSharedPointer<Montage> m_montage;
+    mutable QSharedPointer<Montage> m_channelMontage; ///< of the channel list, when the device sets none
+    mutable QByteArray m_channelMontageText; ///< the list that it was made of
 };

@@ -22,17 +22,15 @@ DeviceManager *DeviceManager::Instance()
 {
     if (st_pDevicemanager == nullptr) {
         st_pDevicemanager = new DeviceManager(std::make_unique<DeviceSearcher>());
-        static const bool registered = [] {
-            qAddPostRoutine(&DeviceManager::freeDeviceManager);
-            return true;
-        }();
-        Q_UNUSED(registered)
+        // An application calls its routines once and forgets them; the next one in the process needs its own.
+        qAddPostRoutine(&DeviceManager::freeDeviceManager);
     }
     return st_pDevicemanager;
 }
 
 void DeviceManager::freeDeviceManager()
 {
+    qRemovePostRoutine(&DeviceManager::freeDeviceManager);
     delete std::exchange(st_pDevicemanager, nullptr);
 }
 

@@ -170,7 +170,11 @@ void DeviceSearcher::searchOnce()
 /// Devices created in a search would belong to the search thread, which ends before they do.
 void DeviceSearcher::moveToOwner(const QList<Amplifier *> &devices) const
 {
-    QThread *owner = QCoreApplication::instance()->thread();
+    const QCoreApplication *application = QCoreApplication::instance();
+    if (application == nullptr) {
+        return; // a helper took so long that the program has ended meanwhile
+    }
+    QThread *owner = application->thread();
     for (Amplifier *device : devices) {
         if (device != nullptr && device->parent() == nullptr && device->thread() == QThread::currentThread()) {
             device->moveToThread(owner);

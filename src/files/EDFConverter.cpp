@@ -45,6 +45,7 @@ QString EDFConverter::run(bp::RecordingCopy &copy, const QString &source, const 
 {
     QString fault = copy.open([this] { return isCancelled(); });
     fault = fault.isEmpty() ? targetFault({source}, target) : fault;
+    setNotice(fault.isEmpty() ? copy.notice() : QString());
     return fault.isEmpty() ? copy.write(target, tick()) : fault;
 }
 

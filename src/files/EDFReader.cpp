@@ -96,7 +96,7 @@ bool EDFReader::internalOpen()
     const QFileInfo file(m_path);
     const QString reason = !file.exists() ? QStringLiteral("there is no such file")
         : !file.isFile()                  ? QStringLiteral("it is not a file")
-                                          : m_session->open(m_path);
+                                          : m_session->open(m_path, m_sharesFile);
     if (!reason.isEmpty()) {
         m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, reason);
         return false;
@@ -162,6 +162,7 @@ void EDFReader::close()
 EDFInfo EDFReader::fileInfo(const QString &path)
 {
     EDFReader reader(path);
+    reader.m_sharesFile = true;
     EDFInfo info;
     info.valid = reader.open();
     if (!info.valid) {

@@ -49,7 +49,7 @@ public:
     bool open();
     void close();
     bool isFileOpened() const { return m_isOpened; }
-    /// Header facts of a file, which is closed again at once.
+    /// Header facts of a file, which is closed again at once. Also of one that this process reads or records.
     static EDFInfo fileInfo(const QString &path);
 
     /// Reads every channel into consecutive blocks of count values: channel c begins at c × count.
@@ -138,6 +138,7 @@ private:
     QString m_birthDate;
     QString m_equipment;
     bool m_isOpened = false;
+    bool m_sharesFile = false; ///< reads what another object of this process has open
     qint64 m_durationSeconds = 0;
     std::unique_ptr<bp::EdfSession> m_session;
 };

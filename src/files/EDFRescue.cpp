@@ -12,6 +12,7 @@
 namespace {
 
 constexpr qint64 kChunkBytes = 1 << 20;
+constexpr qint64 kTicksPerUnit = bp::kEdfTicks / 10000; ///< of 0.1 ms
 
 EDFRescue::Result failure(const QString &text)
 {
@@ -30,7 +31,8 @@ bool copy(QFile &from, QFile &to, qint64 bytes)
     return true;
 }
 
-/// Writes the records and the annotations. Returns how many annotations found no room, −1 when writing failed.
+/// Writes the records, with their times, and the annotations. Returns how many annotations found no room, −1 when
+/// writing failed.
 int writeRepaired(const bp::EdfContents &contents, const QString &path, QFile &to)
 {
     QFile from(path);
@@ -40,30 +42,56 @@ int writeRepaired(const bp::EdfContents &contents, const QString &path, QFile &t
         || !copy(from, to, contents.records() * layout.recordBytes)) {
         return -1;
     }
-    QList<QByteArray> lists;
-    for (const bp::EdfJournal::Entry &entry : contents.journal()) {
-        lists << bp::EdfSlots::list(entry.onset, entry.duration, entry.text);
+    for (const auto &[record, time] : contents.timeless()) {
+        bp::EdfSlots::writeTime(to, layout, record, time);
     }
-    const int placed = lists.isEmpty() ? 0 : bp::EdfSlots::write(to, layout, contents.records(), lists);
+    QList<QByteArray> lists;
+    for (const bp::EdfNote &note : contents.missing()) {
+        lists << bp::EdfSlots::list(note.onset / kTicksPerUnit,
+                                    note.duration < 0 ? note.duration : note.duration / kTicksPerUnit, note.text);
+    }
+    const int placed = bp::EdfSlots::add(to, layout, contents.records(), lists);
     return placed < 0 || !to.flush() ? -1 : lists.size() - placed;
 }
 
-bool isSound(const bp::EdfContents &contents, const QString &path)
+/// Whether a copy would be no better.
+bool isWhole(const bp::EdfContents &contents, const QString &path)
 {
+    const bool hasSlots = !contents.layout().annotationSignals.isEmpty();
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) && file.read(contents.header().size()) == contents.header()
+    return (contents.missing().isEmpty() || !hasSlots) && contents.timeless().empty() && file.open(QIODevice::ReadOnly)
+        && file.read(contents.header().size()) == contents.header()
         && file.size() == contents.header().size() + contents.records() * contents.layout().recordBytes;
 }
 
-QString summary(const EDFReader &reader, const QString &path, const QString &target, int left)
+EDFRescue::Result answerForWhole(const bp::EdfContents &contents, const QString &path)
 {
+    const EDFInfo info = EDFReader::fileInfo(path);
+    if (!info.valid) {
+        return failure(info.error);
+    }
+    const bool isSound = contents.notice().isEmpty();
+    return {true,
+            isSound ? QStringLiteral("%1 is sound: there is nothing to repair.").arg(path)
+                    : contents.notice() + QStringLiteral(" Repair cannot mend that."),
+            QString()};
+}
+
+QString summary(const bp::EdfContents &contents, const QString &path, const QString &target, int left)
+{
+    const qint64 bytes = contents.header().size() + contents.records() * contents.layout().recordBytes;
+    const qint64 excess = QFileInfo(path).size() - bytes;
     QString text = QStringLiteral("%1 has %2 s and %3 annotations of %4")
-                       .arg(target)
-                       .arg(reader.getExactDuration())
-                       .arg(reader.annotations().size())
-                       .arg(path);
+                       .arg(target, QString::fromLatin1(bp::edfSeconds(contents.records() * contents.recordTicks())),
+                            QString::number(contents.notes().size() - left), path);
+    if (excess > 0) {
+        text += QStringLiteral("; the %1 bytes behind these records are left out").arg(excess);
+    }
     if (left > 0) {
-        text += QStringLiteral("; %1 more found no room and stay in %2").arg(left).arg(bp::EdfJournal::pathFor(path));
+        text += QStringLiteral("; %1 more find no room in it and stay in %2, and \"bioprocessing convert channels\" "
+                               "makes a file with all")
+                    .arg(left)
+                    .arg(bp::EdfJournal::pathFor(path));
     }
     return text + QLatin1Char('.');
 }
@@ -87,11 +115,9 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
     if (!contents.reason().isEmpty()) {
         return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, contents.reason()));
     }
-    EDFReader original(path);
-    if (isSound(contents, path) && original.open() && original.notice().isEmpty()) {
-        return {true, QStringLiteral("%1 is sound: there is nothing to repair.").arg(path), QString()};
+    if (isWhole(contents, path)) {
+        return answerForWhole(contents, path);
     }
-    original.close();
     QFile file(target);
     if (!file.open(QIODevice::ReadWrite | QIODevice::NewOnly)) {
         return failure(QFileInfo::exists(target)
@@ -99,7 +125,9 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
                            : QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString()));
     }
     const int left = writeRepaired(contents, path, file);
-    const QString writeError = file.errorString();
+    const QString writeError = file.error() == QFileDevice::NoError
+        ? QStringLiteral("writing failed; the disk may be full")
+        : file.errorString();
     file.close();
     EDFReader reader(target);
     const bool readable = left >= 0 && reader.open();
@@ -108,5 +136,5 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
         return failure(left < 0 ? QStringLiteral("Cannot write %1: %2.").arg(target, writeError)
                                 : QStringLiteral("Cannot repair %1: its copy is not readable either.").arg(path));
     }
-    return {true, summary(reader, path, target, left), target};
+    return {true, summary(contents, path, target, left), target};
 }

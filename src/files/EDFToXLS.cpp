@@ -122,6 +122,7 @@ QString EDFToXLS::write(const QString &source, const QString &target)
     if (!job.source.open(source, error) || !job.source.scan([this] { return isCancelled(); }, error)) {
         return QStringLiteral("Cannot read %1: %2.").arg(source, error);
     }
+    setNotice(job.source.notice());
     error = targetFault({source}, target);
     qint64 cells = 3 * qint64{job.source.notes().size()};
     QVector<int> rates;

@@ -9,7 +9,6 @@
 #include "files/edf/EdfText.h"
 #include "montage/Montage.h"
 
-#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QStorageInfo>
@@ -234,17 +233,17 @@ bool EDFWriter::close()
     return false;
 }
 
-void EDFWriter::discardEmpty()
+void EDFWriter::discard()
 {
-    if (!m_isOpen || m_hasSamples) {
+    if (!m_isOpen || m_guard->soundRecords() > 0) {
         return;
     }
     m_isOpen = false;
     const bool isInPlace = m_claim->isInPlace();
     bp::EdfLibrary::close(m_handle);
     m_handle = -1;
-    m_claim->release();
     m_journal->finish();
+    m_claim->release();
     if (isInPlace) {
         QFile::remove(m_path);
     }
@@ -268,8 +267,11 @@ QString EDFWriter::closeFault(bool isInPlace)
         const QString cause = m_lastError.isEmpty() ? writeFailure() : m_lastError;
         return cause + QStringLiteral(" It holds the first %1 s.").arg(m_guard->soundRecords()) + lostLabels();
     }
-    if (written == 0 && (m_hasSamples || m_guard->annotationCount() > 0)) {
+    if (written == 0 && m_guard->annotationCount() > 0) {
         return QStringLiteral("%1 ended within its first second and holds nothing.").arg(m_path) + lostLabels();
+    }
+    if (written == 0 && m_hasSamples) {
+        addNotice("close", QStringLiteral("%1 ended within its first second and holds nothing.").arg(m_path));
     }
     return lostLabels().trimmed();
 }

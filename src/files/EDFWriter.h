@@ -58,12 +58,11 @@ public:
     bool open();
     /// Finalises the file.
     /// @return false, with lastError(), when the recording is not on the disk as it should be: it was removed or
-    /// replaced meanwhile; records did not reach the disk, and it is cut to those that did; it ended within its first
-    /// second, so that there is no record; or labels found no room. The journal of the labels then stays.
+    /// replaced meanwhile; records did not reach the disk, and it is cut to those that did; or labels found no room, as
+    /// all of them where there is no record. The journal of the labels then stays.
     bool close();
-    /// Takes back the opening of a file that has been given no samples: it is removed with its journal, and nothing is
-    /// reported. Does nothing otherwise.
-    void discardEmpty();
+    /// Closes a file without any record and removes it, with the labels it was given; one with records stays as it is.
+    void discard();
     bool isFileOpened() const { return m_isOpen; }
     /// Gives the signals of the file just opened their label, unit, range and rate. Called by open().
     void initCurrentFile(int channelCount);
@@ -121,7 +120,7 @@ public:
     /// One sentence on the last failure: what, which file, why. Empty after a successful open().
     QString lastError() const { return m_lastError; }
     /// Sentences on what a user should know although nothing failed: an earlier recording that was renamed, labels that
-    /// were cut. Of the file that is open, or else the last one; empty when there is nothing.
+    /// were cut, an end within the first second. Of the file that is open, or else the last one; empty when there is nothing.
     QString notice() const { return m_notice; }
 
 private:
@@ -143,13 +142,13 @@ private:
     QString m_patientName;
     QString m_lastError;
     QString m_notice;
-    QDateTime m_startDateTime;
     QStringList m_labels;
     int m_handle = -1;
     quint32 m_samplesPerRecord = 0;
     quint32 m_position = 0;
     int m_channelCount = 0;
     int m_recordsWritten = 0; ///< since clearShift(), failed ones included
+    QDateTime m_startDateTime;
     qint64 m_startTime = 0;
     qint64 m_elapsed = 0;
     double m_paddedSeconds = 0.0;

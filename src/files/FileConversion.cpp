@@ -15,6 +15,7 @@ FileConversion::FileConversion(QObject *parent)
 void FileConversion::begin(const QString &target)
 {
     m_lastError.clear();
+    m_notice.clear();
     m_percent = -1;
     emit started(target);
 }
@@ -35,6 +36,7 @@ bool FileConversion::end(const QString &error)
     m_cancelled = false;
     if (!m_lastError.isEmpty()) {
         BPCommon::log(BPCommon::LogEdfWriter, "FileConversion::end %s", m_lastError);
+        m_notice.clear();
     }
     emit finished(m_lastError.isEmpty(), m_lastError);
     return m_lastError.isEmpty();

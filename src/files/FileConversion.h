@@ -20,6 +20,9 @@ public:
 
     /// One sentence on why the last conversion failed; empty after one that worked.
     QString lastError() const { return m_lastError; }
+    /// One sentence on what a user should know of the source of the last conversion that worked: that it was not
+    /// closed, or that malformed annotations are missing in the result, for example. Empty when there is nothing.
+    QString notice() const { return m_notice; }
 
 public slots:
     /// Ends the running conversion soon, with finished(false). When none runs, the next one ends so, which may have
@@ -37,6 +40,7 @@ protected:
     void begin(const QString &target);
     bool isCancelled() const { return m_cancelled; }
     void report(qint64 done, qint64 total);
+    void setNotice(const QString &notice) { m_notice = notice; }
     /// @param error what went wrong as a sentence; ignored after cancel()
     bool end(const QString &error);
     /// Empty when the target may be written; creates its folder.
@@ -45,5 +49,6 @@ protected:
 private:
     std::atomic<bool> m_cancelled{false};
     QString m_lastError;
+    QString m_notice;
     int m_percent = -1;
 };

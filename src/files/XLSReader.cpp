@@ -83,8 +83,9 @@ bool XLSReader::openFile(const QString &path)
     m_maximumRow = 0;
     m_averageRow = 0;
     m_lastError.clear();
-    m_isOpened =
-        readFile(bp::rhythmSheetPath(path), m_lastError) && readInformation(m_lastError) && readRhythmData(m_lastError);
+    m_path = bp::rhythmSheetPath(path);
+    removeDocument();
+    m_isOpened = readFile(m_lastError) && readInformation(m_lastError) && readRhythmData(m_lastError);
     removeDocument();
     if (!m_isOpened) {
         m_lastError = QStringLiteral("\"%1\" cannot be read as a rhythm spreadsheet: %2.").arg(path, m_lastError);
@@ -109,13 +110,13 @@ void XLSReader::getParamList(std::vector<UnitParams> &params) const
     }
 }
 
-bool XLSReader::readFile(const QString &path, QString &error)
+bool XLSReader::readFile(QString &error)
 {
-    if (!path.endsWith(QLatin1String(".xls"), Qt::CaseInsensitive)) {
+    if (!m_path.endsWith(QLatin1String(".xls"), Qt::CaseInsensitive)) {
         error = QStringLiteral("its name ends neither in .xls nor in .edf");
         return false;
     }
-    QFile file(path);
+    QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly)) {
         error = file.errorString();
         return false;
@@ -133,15 +134,23 @@ bool XLSReader::readFile(const QString &path, QString &error)
     buffer.open(QIODevice::ReadOnly);
     m_document = std::make_unique<QXlsx::Document>(&buffer);
     if (!m_document->load()) {
+        m_document.reset();
         error = QStringLiteral("it is no workbook");
     }
     return error.isEmpty();
 }
 
+/// The sheet that text() reads from.
+bool XLSReader::selectSheet(const bp::SheetCaption &caption)
+{
+    QString error;
+    m_sheet = m_document || readFile(error) ? sheetOf(caption) : nullptr;
+    return m_sheet != nullptr;
+}
+
 bool XLSReader::readInformation(QString &error)
 {
-    m_sheet = sheetOf(bp::sheet::kInformation);
-    if (m_sheet == nullptr) {
+    if (!selectSheet(bp::sheet::kInformation)) {
         error = QStringLiteral("it has no sheet with information");
         return false;
     }
@@ -163,7 +172,8 @@ bool XLSReader::readInformation(QString &error)
 
 void XLSReader::readRhythmsParam(int firstRow)
 {
-    for (int row = firstRow; row <= kMaxInformationRows; ++row) {
+    selectSheet(bp::sheet::kInformation);
+    for (int row = qMax(1, firstRow); row <= kMaxInformationRows; ++row) {
         const auto [position, name] = parseSetCaption(text(row, bp::sheet::kCaptionColumn), m_setPrefixes);
         if (position >= 1 && position <= m_amount) {
             m_paramsByPosition.insert(position, makeParametrs(name, row));
@@ -171,8 +181,9 @@ void XLSReader::readRhythmsParam(int firstRow)
     }
 }
 
-UnitParams XLSReader::makeParametrs(const QString &name, int row) const
+UnitParams XLSReader::makeParametrs(const QString &name, int row)
 {
+    selectSheet(bp::sheet::kInformation);
     UnitParams params = ParamFactory::makeCustomProperty(name);
     params.setParamName(name);
     params.setParamDescriptor(text(row, bp::sheet::kValueColumn));
@@ -189,12 +200,12 @@ UnitParams XLSReader::makeParametrs(const QString &name, int row) const
 
 bool XLSReader::readRhythmData(QString &error)
 {
-    m_sheet = sheetOf(bp::sheet::kData);
-    if (m_sheet == nullptr
+    if (!selectSheet(bp::sheet::kData)
         || !textsOf(bp::sheet::kTime).contains(text(bp::sheet::kHeaderRow, bp::sheet::kTimeColumn))) {
         error = QStringLiteral("it has no sheet with data");
         return false;
     }
+    m_data.clear();
     findDataRows();
     for (int position = 1; position <= m_amount; ++position) {
         const int column = bp::sheet::kCountsColumn + position;
@@ -216,6 +227,7 @@ void XLSReader::findDataRows()
     const QSet<QString> maximum = textsOf(bp::sheet::kMaximum);
     const QSet<QString> average = textsOf(bp::sheet::kAverage);
     int row = bp::sheet::kHeaderRow + 1;
+    m_dataCount = 0;
     for (; row <= bp::sheet::kMaxRows; ++row) {
         const QString caption = text(row, bp::sheet::kTimeColumn);
         if (caption.isEmpty() || maximum.contains(caption)) {
@@ -227,8 +239,11 @@ void XLSReader::findDataRows()
     m_averageRow = average.contains(text(row + 1, bp::sheet::kTimeColumn)) ? row + 1 : 0;
 }
 
-void XLSReader::fillDataConteiner(RhythmData &data, int column) const
+void XLSReader::fillDataConteiner(RhythmData &data, int column)
 {
+    selectSheet(bp::sheet::kData);
+    data.times.clear();
+    data.values.clear();
     for (int row = bp::sheet::kHeaderRow + 1; row <= bp::sheet::kHeaderRow + m_dataCount; ++row) {
         bool hasTime = false;
         bool hasValue = false;
@@ -265,6 +280,6 @@ QXlsx::Worksheet *XLSReader::sheetOf(const bp::SheetCaption &caption) const
 /// Empty when there is no such cell.
 QString XLSReader::text(int row, int column) const
 {
-    const QXlsx::Cell *cell = m_sheet->cellAt(row, column);
+    const QXlsx::Cell *cell = m_sheet == nullptr ? nullptr : m_sheet->cellAt(row, column);
     return cell == nullptr ? QString() : cell->value().toString();
 }

@@ -45,23 +45,36 @@ public:
     void getParamList(std::vector<UnitParams> &params) const;
     /// Rows of values, without the maximum and the average.
     int getDataCount() const { return m_dataCount; }
+
+    // The steps that openFile() is made of. Called by themselves, they unpack the file of the last openFile() again,
+    // which then stays in memory until removeDocument().
+
+    /// Reads how many rhythms there are, and their parameter sets.
+    /// @param error why not, as part of a sentence
+    bool readInformation(QString &error);
+    /// Reads the series of the rhythms, whose number and parameter sets are known.
+    bool readRhythmData(QString &error);
+    /// Reads the parameter sets from a row of the information on; rows count from 1.
+    void readRhythmsParam(int firstRow);
+    /// The parameter set whose caption stands in a row of the information.
+    /// @param name of its algorithm
+    UnitParams makeParametrs(const QString &name, int row);
+    /// Reads a column of the data, counted from 1: times, values, maximum and average.
+    void fillDataConteiner(RhythmData &data, int column);
+    void removeDocument();
     /// One sentence on why the last openFile() failed; empty after one that worked.
     QString lastError() const { return m_lastError; }
 
 private:
-    bool readFile(const QString &path, QString &error);
-    bool readInformation(QString &error);
-    bool readRhythmData(QString &error);
-    void readRhythmsParam(int firstRow);
-    UnitParams makeParametrs(const QString &name, int row) const;
-    void fillDataConteiner(RhythmData &data, int column) const;
+    bool readFile(QString &error);
+    bool selectSheet(const bp::SheetCaption &caption);
     void findDataRows();
-    void removeDocument();
     QXlsx::Worksheet *sheetOf(const bp::SheetCaption &caption) const;
     QString text(int row, int column) const;
 
-    std::unique_ptr<QXlsx::Document> m_document; ///< only while a file is being read
+    std::unique_ptr<QXlsx::Document> m_document; ///< only while a file is being read, or one of the steps is used
     QXlsx::Worksheet *m_sheet = nullptr; ///< the one being read
+    QString m_path; ///< of the spreadsheet
     QString m_lastError;
     bool m_isOpened = false;
     int m_amount = 0;

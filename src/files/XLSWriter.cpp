@@ -13,13 +13,16 @@
 #include <xlsxworkbook.h>
 #include <xlsxworksheet.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 namespace {
 
 constexpr int kInformationSheet = 0;
 constexpr int kDataSheet = 1;
+constexpr int kFirstSetRow = 3; // of the information
 constexpr int kLastDataRow = bp::sheet::kMaxRows - 2; // the maximum and the average follow
 
 bool isVisible(const UnitParams &params)
@@ -100,15 +103,15 @@ void XLSWriter::setPath(const QString &path)
 void XLSWriter::setParamList(const std::vector<UnitParams> &params)
 {
     // The list is not emptied first: a host may hand its rhythms over in several calls before it records.
+    std::copy_if(params.begin(), params.end(), std::back_inserter(m_params), isVisible);
     m_rhythms.clear();
-    for (const UnitParams &set : params) {
-        if (isVisible(set)) {
-            m_params.push_back(set);
-            m_rhythms.insert(set.getParamDescriptor(), Rhythm());
-        }
+    for (const UnitParams &set : m_params) {
+        m_rhythms.insert(set.getParamDescriptor(), Rhythm());
     }
     if (m_running) {
-        writeHeaders();
+        if (m_document) {
+            writeHeaders();
+        }
         beginBlock();
     }
 }
@@ -145,8 +148,13 @@ bool XLSWriter::stopWrite()
 {
     if (m_running) {
         m_running = false;
+        if (!m_document) { // a host has removed it
+            createDocument();
+        }
         writeRows();
         writeMaxAvgValues();
+        m_blocks.clear();
+        m_blocks.shrink_to_fit();
         m_params.clear();
         m_lastClock = 0;
         m_totalClock = 0;
@@ -220,7 +228,7 @@ void XLSWriter::writeRow(qint64 time)
     }
     Block &block = m_blocks.back();
     block.times.push_back(time);
-    block.counts.push_back(calclastClock(time));
+    block.counts.push_back(countUntil(time));
     for (const QString &descriptor : block.descriptors) {
         block.values.push_back(m_rhythms.value(descriptor).current);
     }
@@ -229,7 +237,12 @@ void XLSWriter::writeRow(qint64 time)
     }
 }
 
-long long XLSWriter::calclastClock(qint64 now)
+long long XLSWriter::calclastClock()
+{
+    return countUntil(m_clock ? m_clock() : QDateTime::currentMSecsSinceEpoch());
+}
+
+long long XLSWriter::countUntil(qint64 now)
 {
     if (m_lastClock != 0) {
         m_totalClock += now - m_lastClock;
@@ -250,9 +263,10 @@ int XLSWriter::columnOf(const QString &descriptor) const
     return 0;
 }
 
+/// Null without a document.
 QXlsx::Worksheet *XLSWriter::sheet(int index) const
 {
-    return static_cast<QXlsx::Worksheet *>(m_document->workbook()->sheet(index));
+    return m_document == nullptr ? nullptr : static_cast<QXlsx::Worksheet *>(m_document->workbook()->sheet(index));
 }
 
 void XLSWriter::createDocument()
@@ -270,18 +284,17 @@ void XLSWriter::createDocument()
 void XLSWriter::removeDocument()
 {
     m_document.reset();
-    m_blocks.clear();
-    m_blocks.shrink_to_fit();
 }
 
 void XLSWriter::writeHeaders()
 {
     QXlsx::Worksheet *information = sheet(kInformationSheet);
     writeText(information, 1, 1, bp::translated(bp::sheet::kStartDate));
-    writeText(information, 1, 2, m_startDate.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss")));
+    const QDateTime start = m_startDate.isValid() ? m_startDate : QDateTime::currentDateTime();
+    writeText(information, 1, 2, start.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss")));
     writeText(information, 2, 1, bp::translated(bp::sheet::kRhythmsAmount));
     information->writeNumeric(2, 2, static_cast<double>(m_params.size()));
-    paramListToFile(3);
+    paramListToFile();
 
     setDataToFile(bp::sheet::kHeaderRow, bp::sheet::kTimeColumn, bp::translated(bp::sheet::kTime),
                   bp::translated(bp::sheet::kCounts));
@@ -292,10 +305,14 @@ void XLSWriter::writeHeaders()
 }
 
 /// The number in a set's caption is that of its column, which it keeps when a set before it is left out.
-void XLSWriter::paramListToFile(int row)
+void XLSWriter::paramListToFile()
 {
     QXlsx::Worksheet *information = sheet(kInformationSheet);
+    int row = kFirstSetRow;
     int position = 0;
+    if (information == nullptr) {
+        return;
+    }
     for (const UnitParams &set : m_params) {
         ++position;
         if (isSwitchedOff(set)) {
@@ -315,6 +332,9 @@ void XLSWriter::paramListToFile(int row)
 void XLSWriter::writeAlgorithmParametrs(int row, const custom_param &param)
 {
     QXlsx::Worksheet *information = sheet(kInformationSheet);
+    if (information == nullptr) {
+        return;
+    }
     writeText(information, row, bp::sheet::kCaptionColumn, param.getTitle());
     writeText(information, row, bp::sheet::kValueColumn, param.getValue());
     writeText(information, row, bp::sheet::kKeyColumn, param.key);
@@ -323,7 +343,7 @@ void XLSWriter::writeAlgorithmParametrs(int row, const custom_param &param)
 bool XLSWriter::setDataToFile(int row, int column, const QString &first, const QString &second)
 {
     QXlsx::Worksheet *data = sheet(kDataSheet);
-    return writeText(data, row, column, first) && writeText(data, row, column + 1, second);
+    return data != nullptr && writeText(data, row, column, first) && writeText(data, row, column + 1, second);
 }
 
 /// Cells of the document take fifty times the memory of the rows as they are kept, so they are made only now.
@@ -347,6 +367,9 @@ void XLSWriter::writeRows()
 void XLSWriter::writeMaxAvgValues()
 {
     QXlsx::Worksheet *data = sheet(kDataSheet);
+    if (data == nullptr) {
+        return;
+    }
     const int maximumRow = m_row + 1;
     const int averageRow = m_row + 2;
     writeText(data, maximumRow, bp::sheet::kTimeColumn, bp::translated(bp::sheet::kMaximum));

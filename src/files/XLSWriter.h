@@ -46,8 +46,8 @@ public:
     /// thread's event loop must then leave it alone. With it at first; before startWrite().
     void setTimerEnabled(bool enabled) { m_timerEnabled = enabled; }
     QString getPath() const { return m_path; }
-    /// Appends the sets whose "visible" is "1" to those to be written, and forgets all values received so far. The list
-    /// is emptied by stopWrite() only.
+    /// Appends the sets whose "visible" is "1" to those to be written, and forgets all values received so far, those of
+    /// earlier calls' sets too, which go on. The list is emptied by stopWrite() only.
     void setParamList(const std::vector<UnitParams> &params);
     /// Does nothing while there are no parameter sets. While it writes and has no row yet, it starts anew at the
     /// present moment; once there are rows it goes on.
@@ -65,6 +65,24 @@ public:
     void poll();
     /// One sentence on why the last save failed; empty after one that worked.
     QString lastError() const { return m_lastError; }
+
+    // The steps that startWrite() and stopWrite() are made of. Without a document they do nothing.
+
+    /// Makes the workbook in memory, with the two sheets and their header rows, in place of one that is there.
+    void createDocument();
+    /// Throws the workbook away. The rows of a writer that is running stay, and get a new one when it stops.
+    void removeDocument();
+    /// Writes two texts into two neighbouring cells of the data. Rows and columns count from 1.
+    /// @return false when there is no document, or no such cell
+    bool setDataToFile(int row, int column, const QString &first, const QString &second);
+    /// Milliseconds from the first call since the last stop to this one; rows count so too.
+    long long calclastClock();
+    /// Writes the parameter sets onto the sheet with the information.
+    void paramListToFile();
+    /// Writes one parameter into a row of that sheet.
+    void writeAlgorithmParametrs(int row, const custom_param &param);
+    /// Writes the maximum and the average behind the last row.
+    void writeMaxAvgValues();
 
 public slots:
     /// Writes a row for the present moment.
@@ -95,18 +113,12 @@ private:
 
     void beginBlock();
     void writeRow(qint64 time);
-    long long calclastClock(qint64 now);
+    long long countUntil(qint64 now);
     /// 0 when no set has the descriptor.
     int columnOf(const QString &descriptor) const;
 
-    void createDocument();
-    void removeDocument();
     void writeHeaders();
-    void paramListToFile(int row);
-    void writeAlgorithmParametrs(int row, const custom_param &param);
-    bool setDataToFile(int row, int column, const QString &first, const QString &second);
     void writeRows();
-    void writeMaxAvgValues();
     bool save();
     bool fail(const QString &path, const QString &reason);
     QXlsx::Worksheet *sheet(int index) const;

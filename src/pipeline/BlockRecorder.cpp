@@ -195,7 +195,7 @@ bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
     if (m_edfSamples > 0 && isFileOpened()) {
         closeEdf();
     }
-    m_edfWriter->discardEmpty();
+    m_edfWriter->discard();
     m_writeFailed = false;
     m_reportedNotice.clear();
     m_edfPath = path;

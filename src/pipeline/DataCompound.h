@@ -106,8 +106,7 @@ signals:
     void currentLabel(const QString &time, const QString &label);
     /// One sentence on why a recording did not start, lost data or could not be completed.
     void recordError(const QString &reason);
-    /// What a user should know of a recording although nothing failed: labels that were cut, an unrepaired recording
-    /// that was at the path and has another name now.
+    /// As DataReader::recordNotice().
     void recordNotice(const QString &sentence);
     /// The host took blocks too slowly, and so many samples per channel are missing before the next newSampleData().
     /// Blocks wait for a host in 128 MiB at most. A recording has them all.

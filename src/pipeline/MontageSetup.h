@@ -24,8 +24,8 @@ struct MontageSetup
 
     Amplifier *device; ///< borrowed
     QSharedPointer<Montage> montage;
-    AmplifierInfo info;
     float frequency; ///< Hz
+    AmplifierInfo info; ///< after the frequency: a device may bring it up to date when it is asked for its rate
     bool filterFree; ///< the device filters by itself, the montage only takes differences
     MontageTable table;
     unsigned leftReferent = 0; ///< device channel, 0 is none

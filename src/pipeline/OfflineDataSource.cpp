@@ -3,9 +3,12 @@
 #include "files/EDFReader.h"
 #include "files/TextTable.h"
 
+#include <QScopeGuard>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <random>
 
 namespace {
@@ -69,6 +72,7 @@ OfflineDataSource::~OfflineDataSource()
     // The timer goes with this object, so its thread has to end first.
     quit();
     wait();
+    m_sendings.load(std::memory_order_acquire);
     BPCommon::log(m_logLevel, "OfflineDataSource::~OfflineDataSource remove");
 }
 
@@ -82,7 +86,13 @@ bool OfflineDataSource::setFileList(QList<QString> &files, QList<fileProperty> &
         return refuse(QStringLiteral("%1 files come with %2 properties.").arg(files.size()).arg(properties.size()));
     }
     m_labelType = static_cast<LabelType>(labelKind);
-    if (!load(files)) {
+    bool isLoaded = false;
+    try {
+        isLoaded = load(files);
+    } catch (const std::bad_alloc &) {
+        refuse(QStringLiteral("The files need more memory than there is."));
+    }
+    if (!isLoaded) {
         forget();
         return false;
     }
@@ -255,7 +265,7 @@ void OfflineDataSource::forget()
     m_data.clear();
     m_fileLengths.clear();
     m_labels.clear();
-    m_stackCount = 0;
+    rewind();
 }
 
 bool OfflineDataSource::setLabels(std::vector<int> &labels)
@@ -320,7 +330,7 @@ void OfflineDataSource::SendData(bool realTime)
         BPCommon::log(m_logLevel, "OfflineDataSource::SendData Offline source not ready!");
         return;
     }
-    m_stackCount = 0;
+    rewind();
     const double interval = std::min(m_bufSize * 1000.0, static_cast<double>(std::numeric_limits<int>::max()));
     m_timer.setInterval(realTime ? static_cast<int>(interval) : 1);
     // A thread that ends mid-run must not leave the timer running for another thread to destroy.
@@ -331,19 +341,19 @@ void OfflineDataSource::SendData(bool realTime)
 
 void OfflineDataSource::Send()
 {
+    const auto published = qScopeGuard([this] { m_sendings.fetch_add(1, std::memory_order_release); });
     if (!m_ready) {
         return;
     }
     BPCommon::log(m_logLevel, "OfflineDataSource::Send %i %d %i", m_stackCount, m_bufSize, m_fs);
-    const double from = std::floor(m_stackCount * m_bufSize * m_fs);
-    const double to = std::floor(segmentSamples() + from);
+    const auto [from, to] = nextSegment();
     m_stack.clear();
     for (const auto &row : m_data) {
         // Kept: a last segment that ends exactly with the recording isn't sent either, so 250 samples give one of 125.
-        if (to >= static_cast<double>(row.size())) {
+        if (to >= static_cast<double>(row.size()) + (m_isWithinFiles ? 1.0 : 0.0)) {
             m_timer.stop();
             emit endOfData();
-            m_stackCount = 0;
+            rewind();
             BPCommon::log(m_logLevel, "OfflineDataSource::Send Finished Procesing");
             return;
         }
@@ -356,6 +366,39 @@ void OfflineDataSource::Send()
     doMontage(m_stack);
     sendStack(m_stack, label);
     ++m_stackCount;
+}
+
+OfflineDataSource::Segment OfflineDataSource::nextSegment()
+{
+    if (m_isWithinFiles) {
+        return nextWithinFile();
+    }
+    const double from = std::floor(m_stackCount * m_bufSize * m_fs);
+    return {from, std::floor(segmentSamples() + from)};
+}
+
+/// Beyond the recording's end when there is none.
+OfflineDataSource::Segment OfflineDataSource::nextWithinFile()
+{
+    for (; m_file < m_fileLengths.size(); m_fileStart += m_fileLengths[m_file++], m_fileStackCount = 0) {
+        const double from = std::floor(m_fileStackCount * m_bufSize * m_fs);
+        const double to = std::floor(segmentSamples() + from);
+        if (to <= static_cast<double>(m_fileLengths[m_file])) {
+            ++m_fileStackCount;
+            const auto start = static_cast<double>(m_fileStart);
+            return {start + from, start + to};
+        }
+    }
+    const auto end = static_cast<double>(m_fileStart) + 1.0;
+    return {end, end};
+}
+
+void OfflineDataSource::rewind()
+{
+    m_stackCount = 0;
+    m_file = 0;
+    m_fileStart = 0;
+    m_fileStackCount = 0;
 }
 
 /// The label of the longest run; of the first one among equally long ones.

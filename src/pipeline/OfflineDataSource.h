@@ -60,6 +60,10 @@ public:
     /// One pack per file, with one label per sample. False when a number differs; the labels are unset then.
     bool setLabels(std::vector<std::vector<int>> &labels);
 
+    /// Off, the default: the files are one recording, and a segment may begin in one file and end in the next. On:
+    /// every file is cut from its own beginning, and what is left at its end is not sent.
+    void setSegmentsWithinFiles(bool on) { m_isWithinFiles = on; }
+
     /// There is a recording, and a segment has at least one sample. Any thread.
     bool isReady() const { return m_ready; }
     /// Rows of a stack.
@@ -90,7 +94,16 @@ private:
     bool adoptRate(const QString &path, double rate);
     bool refuse(const QString &reason);
     void forget();
+    void rewind();
     double segmentSamples() const { return m_bufSize * m_fs; }
+    /// Samples [from, to) of the recording.
+    struct Segment
+    {
+        double from;
+        double to;
+    };
+    Segment nextSegment();
+    Segment nextWithinFile();
     int segmentLabel(std::size_t from, std::size_t to) const;
 
     FileType m_fileType;
@@ -99,7 +112,12 @@ private:
     std::vector<int> m_labels; ///< one per sample, or none at all
     Rows m_stack;
     int m_stackCount = 0; ///< segments sent so far
+    bool m_isWithinFiles = false;
+    std::size_t m_file = 0; ///< that the next segment comes from, where segments stay within files
+    std::size_t m_fileStart = 0; ///< samples
+    int m_fileStackCount = 0;
     std::atomic<bool> m_ready{false};
+    std::atomic<unsigned> m_sendings{0}; ///< shows the thread sanitizer that waiting for the thread orders its writes
     BPCommon::LogEvent m_logLevel = BPCommon::LogDataSource;
     QTimer m_timer;
     QString m_errorText;

@@ -50,6 +50,8 @@ constexpr CommandRule kCommands[] = {
     {"removealgorithm", {}},
     {"addnewalgorithm", {}},
     {"removeallrecords", {}},
+    {"writelabel", {{{Condition::Recording, "writelabel: no recording is being written"}}}},
+    {"getrecordfile", {}},
 };
 
 } // namespace
@@ -67,6 +69,8 @@ bool holds(Condition condition, const server_state &state)
         return state.bciMode;
     case Condition::Rhythms:
         return !state.bciMode;
+    case Condition::Recording:
+        return state.writingFile;
     case Condition::StatesRecorded:
         return !state.recordedStates.isEmpty();
     }

@@ -15,6 +15,7 @@ enum class Condition {
     Idle, ///< no device streams
     Bci, ///< the profile is a BCI profile
     Rhythms, ///< the profile is no BCI profile
+    Recording, ///< a recording is being written, other than a state file
     StatesRecorded ///< at least one state file exists
 };
 

@@ -4,9 +4,11 @@
 #include "devices/Amplifier.h"
 #include "devices/DeviceManager.h"
 #include "montage/Montage.h"
+#include "server/BrowserGuard.h"
 #include "server/HttpReply.h"
 #include "server/MontageFolder.h"
 #include "server/ProcessRequest.h"
+#include "server/RequestReader.h"
 #include "server/ServerMediator.h"
 #include "server/handlers/AlgorithmRequests.h"
 #include "server/handlers/DeviceRequests.h"
@@ -24,18 +26,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace {
 
 constexpr BPCommon::LogEvent kLog = BPCommon::LogServer;
-constexpr std::size_t kHandlers = 20;
+constexpr std::size_t kHandlers = 21;
 constexpr int kReadAttempts = 100;
 constexpr int kReadWaitMs = 5;
 /// What a client has sent beyond this before it is read stays in the system's buffers.
 constexpr qint64 kMaxRequestBytes = qint64{4} * 1024 * 1024;
 constexpr float kBufferSeconds = 60.0f;
 constexpr float kUnknownRate = 1000.0f; ///< Hz, of a device that does not tell
+constexpr float kMaxRate = 1e6f; ///< Hz, that samples are counted by
 constexpr int kMaxClosingClients = 64;
+/// Of all answers that are still under way.
+constexpr qint64 kMaxUnsentBytes = qint64{512} * 1024 * 1024;
 
 /// The handlers that ask the server for something carry what belongs to it.
 struct Wish
@@ -86,6 +92,9 @@ void DataServer::construct(const QHostAddress &address, quint16 port)
     qRegisterMetaType<QList<AmplifierInfo>>("QList<AmplifierInfo>&");
     m_state.clientActive = false;
     resetAllBuffers();
+    m_guard = std::make_unique<bp::BrowserGuard>();
+    m_reader = new bp::RequestReader(
+        [this](QTcpSocket *client, const bp::WholeRequest &request) { takeRequest(client, request); }, this);
     prepeareTcpServer(address, port);
     m_textSocket = new TcpTextSocket(&m_textEnabled, &m_textEnabled, this);
     connect(this, &DataServer::setDiscoverDevice, this, &DataServer::setNewDevices);
@@ -133,6 +142,18 @@ void DataServer::setAllProcess()
     add(std::make_unique<RequestAddNewProfile>(m_state));
     add(std::make_unique<RequestGetAlgorithms>(m_state));
     add(std::make_unique<RequestRemoveAllRecords>(m_state));
+    // Behind the others, and with words that none of theirs occurs in: they take no request from them.
+    add(std::make_unique<RequestRecordLabel>(m_state));
+}
+
+void DataServer::setWholeRequests(bool on)
+{
+    m_wholeRequests = on;
+}
+
+void DataServer::setAllowedOrigins(const QStringList &origins)
+{
+    m_guard->setAllowedOrigins(origins);
 }
 
 bool DataServer::isListening() const
@@ -211,8 +232,8 @@ void DataServer::resetAllBuffers()
 void DataServer::resetSamples()
 {
     const float rate = m_state.currentDevice.getCurrentFreqValue();
-    m_samples.reset(channelsOf(m_state),
-                    static_cast<std::size_t>((rate > 0.0f ? rate : kUnknownRate) * kBufferSeconds));
+    const float known = rate > 0.0f ? std::min(rate, kMaxRate) : kUnknownRate;
+    m_samples.reset(channelsOf(m_state), static_cast<std::size_t>(known * kBufferSeconds));
 }
 
 void DataServer::appendNewData(int count, const float *samples)
@@ -233,7 +254,8 @@ void DataServer::appendNewRhythm(const QString &name, unsigned count, const floa
         return;
     }
     m_last.rhythms[name].assign(values, values + count);
-    m_textSocket->sendValue(name, values[0]);
+    const float *number = std::find_if(values, values + count, [](float value) { return std::isfinite(value); });
+    m_textSocket->sendValue(name, number != values + count ? *number : values[0]);
 }
 
 void DataServer::appendNewSpectrum(unsigned count, const float *values)
@@ -347,7 +369,7 @@ void DataServer::startDeviceWithMontage(RequestExchange &exchange)
     const AmplifierInfo deviceBefore = m_state.currentDevice;
     const QSharedPointer<Montage> montageBefore = m_state.currentMontage;
     const QString nameBefore = m_montageName;
-    m_montageName = bp::MontageFolder::fileName(exchange.montageName);
+    m_montageName = bp::MontageFolder(m_state.montageFolder).fileName(exchange.montageName);
     m_state.currentDevice = exchange.device;
     m_state.currentMontage = montage;
     emit startDeviceWithMontage(exchange.device, montage);
@@ -384,29 +406,60 @@ void DataServer::takeNewConnection()
 {
     BPCommon::log(kLog, "DataServer::takeNewConnection");
     while (QTcpSocket *socket = m_server->nextPendingConnection()) {
-        removeTCPSocket();
-        m_client = socket;
-        socket->setReadBufferSize(kMaxRequestBytes);
-        connect(socket, &QTcpSocket::readyRead, this, &DataServer::readyReadData);
         connect(socket, &QTcpSocket::disconnected, this, &DataServer::clientDisconnected);
+        lookForRequest();
+        removeTCPSocket();
+        socket->setReadBufferSize(kMaxRequestBytes);
+        if (m_wholeRequests) {
+            m_reader->add(socket);
+            continue;
+        }
+        m_client = socket;
+        connect(socket, &QTcpSocket::readyRead, this, &DataServer::readyReadData);
         if (socket->bytesAvailable() > 0) {
             readyReadData();
         }
     }
 }
 
+/// The request of the client that is about to be dropped may be there, and not have been told yet.
+void DataServer::lookForRequest()
+{
+    if (m_client && m_client->bytesAvailable() == 0) {
+        m_client->waitForReadyRead(0); // answers it by the way
+    }
+    if (m_client && m_client->bytesAvailable() > 0) {
+        readyReadData();
+    }
+}
+
 void DataServer::readyReadData()
 {
     if (m_client) {
-        dispatch(tryReadData(), m_client);
-        releaseAnsweredClient();
+        const QPointer<QTcpSocket> client = m_client;
+        dispatch(tryReadData(), client);
+        m_client.clear();
+        releaseAnsweredClient(client);
     }
+}
+
+void DataServer::takeRequest(QTcpSocket *client, const bp::WholeRequest &request)
+{
+    const QString refusal = m_guard->refusal(request.head, client->localAddress());
+    if (!refusal.isEmpty() || !request.refusal.isEmpty()) {
+        bp::sendAndClose(client, bp::errorReply(refusal.isEmpty() ? request.refusal : refusal));
+    } else if (request.head.line.startsWith("OPTIONS ")) { // asks what is allowed, and wants nothing done
+        bp::sendAndClose(client, bp::preflightReply());
+    } else {
+        dispatch(request.text, client);
+    }
+    releaseAnsweredClient(client);
 }
 
 QString DataServer::tryReadData()
 {
     QString text;
-    for (int attempt = 0; attempt < kReadAttempts && text.isEmpty(); ++attempt) {
+    for (int attempt = 0; m_client && attempt < kReadAttempts && text.isEmpty(); ++attempt) {
         const QByteArray bytes = m_client->readAll();
         text = QString::fromUtf8(bytes.constData(), bytes.size()); // a NUL does not end it
         if (text.isEmpty() && !m_client->waitForReadyRead(kReadWaitMs)
@@ -469,18 +522,28 @@ void DataServer::removeTCPSocket()
     }
 }
 
-void DataServer::releaseAnsweredClient()
+void DataServer::releaseAnsweredClient(QTcpSocket *client)
 {
-    if (!m_client) {
+    if (client == nullptr) {
         return;
     }
     // An answer that is still under way is no reason to drop its client when the next one comes.
-    disconnect(m_client, &QTcpSocket::readyRead, this, &DataServer::readyReadData);
-    if (m_client->state() != QAbstractSocket::UnconnectedState) {
-        m_closing.append(m_client);
+    disconnect(client, &QTcpSocket::readyRead, this, &DataServer::readyReadData);
+    if (client->state() != QAbstractSocket::UnconnectedState) {
+        m_closing.append(client);
     }
-    m_client.clear();
-    if (m_closing.size() > kMaxClosingClients) {
-        m_closing.first()->abort(); // the one that has not taken its answer for longest
+    limitUnsentAnswers();
+}
+
+/// Drops those who have not taken their answers for longest when they become too many or too large.
+void DataServer::limitUnsentAnswers()
+{
+    const auto unsent = [this] {
+        return std::accumulate(m_closing.cbegin(), m_closing.cend(), qint64{0},
+                               [](qint64 sum, const QTcpSocket *client) { return sum + client->bytesToWrite(); });
+    };
+    while (m_closing.size() > kMaxClosingClients || (m_closing.size() > 1 && unsent() > kMaxUnsentBytes)) {
+        QTcpSocket *oldest = m_closing.takeFirst();
+        oldest->abort();
     }
 }

@@ -15,6 +15,7 @@
 #include <QPointer>
 #include <QSharedPointer>
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <memory>
@@ -28,11 +29,18 @@ class ServerMediator;
 class TcpTextSocket;
 struct RequestExchange;
 
+namespace bp {
+class BrowserGuard;
+class RequestReader;
+struct WholeRequest;
+} // namespace bp
+
 /// The local command service: one HTTP request per connection, answered by the handler whose command word occurs in the
 /// request line.
 ///
-/// One client at a time: a newer connection drops one that has not been answered. Lives on the host's thread, with its
-/// event loop, which calls everything here; one object at a time hears of discovered devices.
+/// One client at a time: a newer connection drops one that has sent nothing yet. setWholeRequests() changes that. Lives
+/// on the host's thread, with its event loop, which calls everything here; one object at a time hears of discovered
+/// devices.
 class BIOPROCESSING_EXPORT DataServer : public QObject, public Colleague
 {
     Q_OBJECT
@@ -51,6 +59,14 @@ public:
     quint16 serverPort() const;
     /// Why it does not listen, in the system's words; empty while it does.
     QString listenError() const;
+
+    /// How requests are read. Off, as at first: one client at a time, whose first read is its request; a body that
+    /// comes later is not waited for, and everybody is answered. On: many clients at a time, whose requests are read to
+    /// the end of the announced body (see bp::RequestReader), and web pages are turned away (see bp::BrowserGuard).
+    /// Counts for the connections that follow.
+    void setWholeRequests(bool on);
+    /// Origins of web pages that may use the service nevertheless while whole requests are read; "*" for all.
+    void setAllowedOrigins(const QStringList &origins);
 
     /// @param mediator  borrowed
     void setMediator(ServerMediator *mediator);
@@ -75,7 +91,7 @@ public:
     /// @param count   valid leading samples of a planar block over the channels of the current montage. Ignored while
     ///                no client has been active.
     void appendNewData(int count, const float *samples);
-    /// @param values  the first of them goes to the text socket
+    /// @param values  NaN for a channel that has none; the first that is a number goes to the text socket
     void appendNewRhythm(const QString &name, unsigned count, const float *values);
     /// @param count  channels × points
     void appendNewSpectrum(unsigned count, const float *values);
@@ -89,8 +105,16 @@ public:
     /// with an empty reason.
     void refuse(const QString &reason);
 
+    /// The request whose message or signal is being told; null at other times.
+    const RequestExchange *currentExchange() const { return m_wishing; }
+
     /// The bytes that a request is answered with, as if it had come over a connection.
     QByteArray answer(const QString &requestText);
+
+    /// The text of one read of the client, which is waited for half a second at most; empty without a client.
+    QString tryReadData();
+    /// The first line, or the whole text when it has no line break behind its first character.
+    static QString requestLine(const QString &text);
 
 signals:
     void removeProfile(QString in_name);
@@ -115,11 +139,12 @@ private:
     void prepeareTcpServer(const QHostAddress &address, quint16 port);
     void setAllProcess();
     void resetSamples();
-    QString tryReadData();
-    static QString requestLine(const QString &text);
+    void lookForRequest();
+    void takeRequest(QTcpSocket *client, const bp::WholeRequest &request);
     QByteArray dispatch(const QString &text, QTcpSocket *client);
     void removeTCPSocket();
-    void releaseAnsweredClient();
+    void releaseAnsweredClient(QTcpSocket *client);
+    void limitUnsentAnswers();
 
     void passToModel(Colleague *sender, RequestExchange &exchange, const QString &message);
     static void deviceParametrs(RequestExchange &exchange);
@@ -132,7 +157,10 @@ private:
 
     server_state &m_state;
     QTcpServer *m_server = nullptr; ///< child
-    QPointer<QTcpSocket> m_client; ///< the one that has not been answered
+    bool m_wholeRequests = false;
+    bp::RequestReader *m_reader = nullptr; ///< child
+    std::unique_ptr<bp::BrowserGuard> m_guard;
+    QPointer<QTcpSocket> m_client; ///< the one that has not been answered; none while whole requests are read
     QList<QTcpSocket *> m_closing; ///< those that still take their answer, oldest first; children of the listener
     std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
     ServerMediator *m_mediator = nullptr;

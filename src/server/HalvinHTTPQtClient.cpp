@@ -218,12 +218,12 @@ void HalvinHTTPQtClient::setRequestString(const char *command, QByteArray &out)
 bool HalvinHTTPQtClient::prepeareSocket()
 {
     if (m_socket != nullptr) {
-        m_socket->disconnect(this);
-        m_socket->abort();
+        giveUp();
         m_socket->deleteLater();
     }
     m_socket = new QTcpSocket(this);
     m_socket->setProxy(QNetworkProxy::NoProxy);
+    m_isAnswered = false;
     m_expected = 0;
     m_received = 0;
     m_response.clear();
@@ -241,16 +241,27 @@ bool HalvinHTTPQtClient::connectToHost(const QByteArray &request)
     connect(socket, &QTcpSocket::readyRead, this, &HalvinHTTPQtClient::readyReadData);
     connect(socket, &QTcpSocket::disconnected, this, &HalvinHTTPQtClient::finishAtDisconnection);
     const qint64 written = socket->write(request);
-    if (!socket->waitForBytesWritten(kTimeoutMs) || !socket->waitForReadyRead(kTimeoutMs)) {
+    // A quick answer may come with the first wait, and whoever takes it may go on with the next request.
+    const auto isAnswered = [this, socket] { return m_isAnswered || m_socket != socket; };
+    const bool isInTime =
+        socket->waitForBytesWritten(kTimeoutMs) && (isAnswered() || socket->waitForReadyRead(kTimeoutMs));
+    if (!isInTime && !isAnswered()) {
         BPCommon::log(BPCommon::LogClient, "HalvinHTTPQtClient::connectToHost %s", socket->errorString());
-        return false;
+        giveUp();
     }
-    return written == request.size();
+    return isInTime && written == request.size();
+}
+
+/// The service is not to answer somebody who no longer listens.
+void HalvinHTTPQtClient::giveUp()
+{
+    m_socket->disconnect(this);
+    m_socket->abort();
 }
 
 void HalvinHTTPQtClient::readyReadData()
 {
-    const QString chunk = QString::fromUtf8(m_socket->readAll());
+    const QString chunk = m_socket != nullptr ? QString::fromUtf8(m_socket->readAll()) : QString();
     if (chunk.isEmpty()) {
         return;
     }
@@ -300,8 +311,11 @@ void HalvinHTTPQtClient::finishAtDisconnection()
 void HalvinHTTPQtClient::endConnection(const QString &response)
 {
     const QString text = response;
-    m_socket->disconnect(this);
-    m_socket->disconnectFromHost();
+    if (m_socket != nullptr) {
+        m_socket->disconnect(this);
+        m_socket->disconnectFromHost();
+    }
+    m_isAnswered = true;
     m_response.clear();
     m_expected = 0;
     m_received = 0;

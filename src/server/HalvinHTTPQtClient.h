@@ -14,7 +14,7 @@ class QTcpSocket;
 /// Each method sends its request and waits until it is written and an answer begins, two seconds at most for each; the
 /// answer comes through the signals, most often before the method returns. A large "getdata" answer needs the event
 /// loop of the client's thread. A method returns false, and nothing is emitted, when the service cannot be reached or
-/// does not answer in time.
+/// does not answer in time; the connection is closed then.
 class BIOPROCESSING_EXPORT HalvinHTTPQtClient : public QObject
 {
     Q_OBJECT
@@ -65,6 +65,18 @@ public:
     /// @param out  gets the request
     bool sendGetRequestWithContent(const char *command, const QString &body, QByteArray &out);
 
+    // The steps of a request and its answer, which the operations above take by themselves.
+
+    /// Drops the connection before, and its answer, for a new socket.
+    /// @return false when the port is none
+    bool prepeareSocket();
+    /// The bytes of a request without a body.
+    static void setRequestString(const char *command, QByteArray &out);
+    /// Takes the length that an answer announces.
+    void getContentLength(const QString &text);
+    /// Ends the connection and emits the answer.
+    void endConnection(const QString &response);
+
 signals:
     void takePacket(HalvinRespPacket in_packet);
     void takeNewData(QString in_req, QString in_resp);
@@ -75,12 +87,9 @@ public slots:
 private:
     bool get(request_type type, const char *command);
     bool post(request_type type, const char *command, const QString &body);
-    bool prepeareSocket();
-    static void setRequestString(const char *command, QByteArray &out);
-    void getContentLength(const QString &text);
     void takeRestOfData();
     void finishAtDisconnection();
-    void endConnection(const QString &response);
+    void giveUp();
 
     quint64 m_port;
     QString m_host;
@@ -89,5 +98,6 @@ private:
     int m_received = 0; ///< characters of that answer so far, with its header
     QString m_response;
     request_type m_requestType = request_none;
+    bool m_isAnswered = false; ///< the last request
     QTcpSocket *m_socket = nullptr; ///< child
 };

@@ -5,6 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
+class QTcpSocket;
+
 namespace bp {
 
 /// A success of the command service. Lengths are announced in UTF-16 units, which differ from the bytes sent for texts
@@ -15,5 +17,12 @@ QByteArray successReplyAscii(const QByteArray &body);
 
 /// An error. A message that does not begin with "{" is wrapped as {"error":"message"}, without escaping.
 BIOPROCESSING_EXPORT QByteArray errorReply(const QString &messageOrJson);
+
+/// What a browser is told that asks whether a page may send a request: that it may.
+QByteArray preflightReply();
+
+/// Writes an answer and asks the socket to disconnect. Nothing waits: whoever has not taken its answer after 30 s loses
+/// the connection. A socket that is gone is left alone.
+void sendAndClose(QTcpSocket *client, const QByteArray &bytes);
 
 } // namespace bp

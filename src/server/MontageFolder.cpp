@@ -20,9 +20,19 @@ QStringList MontageFolder::files() const
     return QDir(m_path).entryList({QStringLiteral("*.xml")}, QDir::Files, QDir::Name);
 }
 
-QString MontageFolder::fileName(const QString &name)
+QString MontageFolder::fileName(const QString &name) const
 {
-    return name.endsWith(QLatin1String(".xml")) ? name : name + QLatin1String(".xml");
+    const QLatin1String suffix(".xml");
+    const QStringList all = files();
+    if (all.contains(name) || all.contains(name + suffix)) {
+        return all.contains(name) ? name : name + suffix;
+    }
+    for (const QString &file : all) {
+        if (file.startsWith(name) && file.midRef(name.size()).compare(suffix, Qt::CaseInsensitive) == 0) {
+            return file;
+        }
+    }
+    return name.endsWith(suffix) ? name : name + suffix;
 }
 
 bool MontageFolder::isPlainName(const QString &name)

@@ -18,8 +18,9 @@ public:
 
     /// Names of the files, sorted.
     QStringList files() const;
-    /// The name with ".xml" behind it when it lacks that.
-    static QString fileName(const QString &name);
+    /// The file that a client means: one of the folder by its own name, or by its name without ".xml", in any case. A
+    /// name that fits no file gets ".xml" where it lacks that.
+    QString fileName(const QString &name) const;
     /// False for what is no plain file name: empty, with a path separator, a drive or "..".
     static bool isPlainName(const QString &name);
     bool contains(const QString &name) const;

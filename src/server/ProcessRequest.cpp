@@ -8,13 +8,6 @@
 
 #include <QJsonDocument>
 #include <QTcpSocket>
-#include <QTimer>
-
-namespace {
-
-constexpr int kCloseTimeoutMs = 30000;
-
-} // namespace
 
 ProcessRequest::ProcessRequest(server_state &state, std::vector<Command> commands)
     : m_state(state)
@@ -54,6 +47,11 @@ void ProcessRequest::handleRequest()
     (this->*m_matched->operation)();
 }
 
+void ProcessRequest::setClient(QTcpSocket *client)
+{
+    m_client = client;
+}
+
 RequestExchange *ProcessRequest::exchangeOf(Colleague *sender)
 {
     auto *request = dynamic_cast<ProcessRequest *>(sender);
@@ -68,6 +66,16 @@ void ProcessRequest::sendOk(QTcpSocket *client, const QString &body)
 void ProcessRequest::sendError(QTcpSocket *client, const QString &messageOrJson)
 {
     reply(client, bp::errorReply(messageOrJson));
+}
+
+void ProcessRequest::ok(const QString &body)
+{
+    sendOk(m_client, body);
+}
+
+void ProcessRequest::error(const QString &message)
+{
+    sendError(m_client, message);
 }
 
 void ProcessRequest::ok(const QJsonObject &body)
@@ -104,6 +112,20 @@ bool ProcessRequest::askModel(const char *message)
     return true;
 }
 
+bool ProcessRequest::askServerForEach(const char *message)
+{
+    for (const RequestExchange::Entry &entry : m_exchange.list) {
+        m_exchange.name = entry.name;
+        m_exchange.type = entry.type;
+        m_exchange.descriptor = entry.descriptor;
+        if (!askServer(message)) {
+            return false;
+        }
+        ++m_exchange.listIndex;
+    }
+    return true;
+}
+
 QString ProcessRequest::text(const char *key) const
 {
     return m_body.value(QLatin1String(key)).toString();
@@ -117,15 +139,5 @@ double ProcessRequest::now()
 void ProcessRequest::reply(QTcpSocket *client, const QByteArray &bytes)
 {
     m_reply = bytes;
-    if (client == nullptr) {
-        return;
-    }
-    client->write(bytes);
-    client->disconnectFromHost();
-    if (client->state() != QAbstractSocket::UnconnectedState) {
-        auto *timer = new QTimer(client); // goes with the connection, of which there may be thousands a second
-        timer->setSingleShot(true);
-        QObject::connect(timer, &QTimer::timeout, client, &QTcpSocket::abort);
-        timer->start(kCloseTimeoutMs);
-    }
+    bp::sendAndClose(client, bytes);
 }

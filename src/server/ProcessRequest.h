@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QPointer>
 #include <QString>
 
 #include <vector>
@@ -42,7 +43,7 @@ public:
 
     void setMediator(ServerMediator *mediator) { m_mediator = mediator; }
     /// @param client  borrowed; null only keeps the answer for lastReply()
-    void setClient(QTcpSocket *client) { m_client = client; }
+    void setClient(QTcpSocket *client);
     void setRequestText(const QString &text) { m_text = text; }
     /// The bytes of the last answer.
     const QByteArray &lastReply() const { return m_reply; }
@@ -51,21 +52,22 @@ public:
     /// The exchange of a sender; null when it is no request.
     static RequestExchange *exchangeOf(Colleague *sender);
 
-    /// The bytes of a success, and of an error (see bp::errorReply()), written to the socket, which is then asked to
-    /// disconnect. Nothing waits: whoever has not taken its answer after 30 s loses the connection.
+    /// The bytes of a success, and of an error (see bp::errorReply()), sent as bp::sendAndClose() does.
     void sendOk(QTcpSocket *client, const QString &body);
     void sendError(QTcpSocket *client, const QString &messageOrJson);
 
 protected:
-    void ok(const QString &body = QString()) { sendOk(m_client, body); }
+    void ok(const QString &body = QString());
     void ok(const QJsonObject &body);
     /// For long bodies of ASCII only.
     void okAscii(const QByteArray &body);
-    void error(const QString &message) { sendError(m_client, message); }
+    void error(const QString &message);
 
     /// Passes a message on. False when somebody refused, which has then been answered.
     bool askServer(const char *message);
     bool askModel(const char *message);
+    /// The same for each entry of the exchange's list.
+    bool askServerForEach(const char *message);
 
     /// Top-level object of the body; empty when there is none.
     const QJsonObject &body() const { return m_body; }
@@ -84,7 +86,7 @@ private:
 
     server_state &m_state;
     ServerMediator *m_mediator = nullptr;
-    QTcpSocket *m_client = nullptr;
+    QPointer<QTcpSocket> m_client; ///< may go while the command is carried out
     QDateTime m_created; ///< when the handler was made
     std::vector<Command> m_commands;
     const Command *m_matched;

@@ -14,16 +14,31 @@ class Montage;
 /// What a request brings along for those who act on it, and what they hand back. Emptied before each request.
 struct RequestExchange
 {
+    /// A profile, or an algorithm by name.
+    struct Entry
+    {
+        QString name;
+        QString type;
+        QString descriptor;
+    };
+
     QString name; ///< of a device, a profile or an algorithm
     QString type; ///< of a new profile: "rt" or "bci"
     QString descriptor; ///< of an algorithm's instance
+    QString label; ///< of the recording
     int state = 0;
     AmplifierInfo device;
     QString montageName; ///< file in the montage folder, or the name of a montage that came as a description
     QSharedPointer<Montage> montage;
     UnitParams params; ///< of a device or an algorithm; filled in by the answer where a request asks for them
+    QStringList unknownKeys; ///< of the values that came with the parameters
+    /// All entries of a list, which are told one by one. The list is to be applied whole or not at all: whoever acts on
+    /// the first entry refuses it when one of the others cannot be done.
+    QList<Entry> list;
+    int listIndex = 0; ///< of the entry that is being told
 
     QStringList profiles; ///< answer to "getProfileList"
     std::vector<UnitParams> algorithms; ///< answer to "getAlgorithms"
+    QString recordPath; ///< answer to "getRecordFile"
     QString refusal; ///< why it could not be done; sent to the client as the error
 };

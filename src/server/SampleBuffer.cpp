@@ -7,7 +7,8 @@
 void SampleBuffer::reset(std::size_t channels, std::size_t capacity)
 {
     m_rows.assign(channels, {});
-    m_capacity = capacity;
+    const std::size_t most = kMaxBytes / sizeof(float) / std::max<std::size_t>(1, channels);
+    m_capacity = std::min(capacity, std::max<std::size_t>(1, most));
     clear();
 }
 

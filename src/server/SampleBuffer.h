@@ -5,13 +5,16 @@
 #include <cstddef>
 #include <vector>
 
-/// The samples that no client has fetched yet, per channel. Holds so many at most; the oldest are dropped, which is
-/// traced once until the buffer is emptied.
+/// The samples that no client has fetched yet, per channel. Holds so many at most, and so many bytes; the oldest are
+/// dropped, which is traced once until the buffer is emptied.
 class BIOPROCESSING_EXPORT SampleBuffer
 {
 public:
+    /// Of all channels together. An answer in JSON takes two to three times as much, and exists twice while it is sent.
+    static constexpr std::size_t kMaxBytes = std::size_t{64} * 1024 * 1024;
+
     /// Forgets everything.
-    /// @param capacity  samples per channel
+    /// @param capacity  samples per channel; fewer are kept where they would take more than kMaxBytes
     void reset(std::size_t channels, std::size_t capacity);
     void clear();
 

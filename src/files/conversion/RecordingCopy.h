@@ -25,6 +25,8 @@ public:
 
     QString open(const std::function<bool()> &cancelled);
     QString write(const QString &target, const Tick &tick);
+    /// What a user should know of the source; after open().
+    QString notice() const { return m_source.notice(); }
 
 private:
     /// A stretch of signal without a pause.

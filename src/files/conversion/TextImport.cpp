@@ -52,6 +52,10 @@ QString TextImport::plan(const QString &target)
         return QStringLiteral("There are %1 columns, but %2 labels.").arg(m_ranges.size()).arg(labels.size());
     }
     const bool isDated = m_format.start.isValid();
+    if (isDated && !isEdfDate(m_format.start.date())) {
+        return QStringLiteral("The format holds dates from 1985 to 2084, not %1; choose another start.")
+            .arg(m_format.start.date().toString(Qt::ISODate));
+    }
     m_facts.bdf = target.endsWith(QLatin1String(".bdf"), Qt::CaseInsensitive);
     m_facts.plus = true;
     m_facts.start = isDated ? QDateTime(m_format.start.date(), m_format.start.time(), Qt::UTC)

@@ -86,9 +86,10 @@ QString EdfContents::examine(QFile &file)
     m_recordTicks = std::llround(m_layout.field(EdfLayout::kDurationAt, EdfLayout::kNumberWidth).toDouble()
                                  * static_cast<double>(kEdfTicks));
     m_records = m_layout.wholeRecords(file.size());
-    if (m_layout.isUnclosed() || m_cutsTail) {
+    if (m_layout.isUnclosed() || (m_cutsTail && m_layout.records < 1)) {
         dropEmptyRecords(file);
-        m_journal = EdfJournal::read(m_path, EdfJournal::identity(m_layout.header));
+    } else if (m_cutsTail) { // what lies behind the records that the header announces need not be signal
+        m_records = std::min(m_records, m_layout.records);
     }
     return countFault(file.size());
 }
@@ -103,17 +104,40 @@ void EdfContents::readAnnotations(const std::function<bool()> &cancelled)
     if (!m_reason.isEmpty()) {
         return;
     }
-    m_notes += EdfJournal::missing(m_journal, m_notes);
+    m_missing = EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_layout.header)), m_notes);
+    m_notes += m_missing;
+    m_notice = describe();
+}
+
+QString EdfContents::describe() const
+{
     if (m_layout.isUnclosed()) {
-        m_notice = QStringLiteral("%1 was not closed, or is being recorded: its first %2 s are there, and "
-                                  "\"bioprocessing repair\" makes a sound copy of them.")
-                       .arg(m_path)
-                       .arg(static_cast<double>(m_records) * edfTime(m_recordTicks));
-    } else if (m_malformed > 0 || m_ignoresTimes) {
-        m_notice = QStringLiteral("%1 has %2 malformed annotations or record times, which are left out.")
-                       .arg(m_path)
-                       .arg(m_malformed);
+        return QStringLiteral("%1 was not closed, or is being recorded: its first %2 s are there, and "
+                              "\"bioprocessing repair\" makes a sound copy of them.")
+            .arg(m_path, QString::fromLatin1(edfSeconds(m_records * m_recordTicks)));
     }
+    if (!m_missing.isEmpty()) {
+        return missingNotice(m_path, m_missing.size(), !m_layout.annotationSignals.isEmpty());
+    }
+    QStringList faults;
+    if (m_malformed > 0) {
+        faults << QStringLiteral("%1 malformed annotations, which are left out").arg(m_malformed);
+    }
+    if (m_ignoredTimes > 0) {
+        faults << QStringLiteral("%1 records whose times contradict a continuous recording and are ignored")
+                      .arg(m_ignoredTimes);
+    }
+    return faults.isEmpty() ? QString()
+                            : QStringLiteral("%1 has %2.").arg(m_path, faults.join(QStringLiteral(", and ")));
+}
+
+QString EdfContents::missingNotice(const QString &path, int count, bool hasRoom)
+{
+    const QString remedy = QStringLiteral(": \"bioprocessing repair\" puts them into a copy");
+    return QStringLiteral("%1 lacks %2 of its labels, which are beside it%3.")
+        .arg(path)
+        .arg(count)
+        .arg(hasRoom ? remedy : QString());
 }
 
 QString EdfContents::countFault(qint64 fileBytes) const
@@ -131,26 +155,41 @@ QString EdfContents::countFault(qint64 fileBytes) const
     if (excess == 0 && m_layout.records <= EdfLayout::kMostRecords) {
         return QString();
     }
-    return QStringLiteral(
-               "it is %1 bytes %2 than its header says; \"bioprocessing repair\" makes a copy of what is whole")
+    EdfContents whole(m_path, true);
+    whole.readAnnotations();
+    const QString remedy = whole.reason().isEmpty()
+        ? QStringLiteral("\"bioprocessing repair\" makes a copy of what is whole")
+        : QStringLiteral("and what is there cannot be repaired: ") + whole.reason();
+    return QStringLiteral("it is %1 bytes %2 than its header says; %3")
         .arg(std::llabs(excess))
-        .arg(excess < 0 ? QStringLiteral("shorter") : QStringLiteral("longer"));
+        .arg(excess < 0 ? QStringLiteral("shorter") : QStringLiteral("longer"), remedy);
 }
 
-/// After a power cut a file may have got its length but not its bytes: a record that was written has its time in it.
+/// After a power cut a file may have got its length but not its bytes. Where records tell their times, one that has
+/// neither a time nor a sample was not written.
 void EdfContents::dropEmptyRecords(QFile &file)
 {
     if (m_layout.annotationBlocks.isEmpty()) {
         return;
     }
-    const auto isEmpty = [&](qint64 record) {
-        char first = '\0';
-        const qint64 at = m_layout.header.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[0];
-        return !file.seek(at) || !file.getChar(&first) || first == '\0';
+    const auto hasTime = [this](const QByteArray &bytes) {
+        return bytes.size() == m_layout.recordBytes && bytes[static_cast<int>(m_layout.annotationBlocks[0])] != '\0';
     };
-    while (m_records > 0 && isEmpty(m_records - 1)) {
+    const auto isUnwritten = [&](qint64 record) {
+        const QByteArray bytes = recordBytes(file, record);
+        // Without its time, a record of a discontinuous recording has no place.
+        return !hasTime(bytes) && (m_layout.isDiscontinuous || bytes.count('\0') == bytes.size());
+    };
+    const bool tellsTimes = hasTime(recordBytes(file, 0));
+    while (tellsTimes && isUnwritten(m_records - 1)) {
         --m_records;
     }
+}
+
+QByteArray EdfContents::recordBytes(QFile &file, qint64 record) const
+{
+    return file.seek(m_layout.header.size() + record * m_layout.recordBytes) ? file.read(m_layout.recordBytes)
+                                                                             : QByteArray();
 }
 
 /// Returns why they cannot be read; empty when they can.
@@ -185,7 +224,7 @@ QString EdfContents::placeRecord(qint64 record, qint64 onset)
 {
     if (onset == EdfTal::kNoTime && !m_layout.isDiscontinuous) {
         onset = record == 0 ? 0 : m_lastOnset + m_recordTicks;
-        m_ignoresTimes = true;
+        m_timeless.emplace_back(record, onset);
     }
     if (onset == EdfTal::kNoTime) {
         return QStringLiteral("record %1 of this discontinuous recording does not tell its time").arg(record + 1);
@@ -201,7 +240,7 @@ QString EdfContents::placeRecord(qint64 record, qint64 onset)
         return QStringLiteral("record %1 begins before the one before it ends").arg(record + 1);
     }
     if (onset - end < -kTolerance && !m_layout.isDiscontinuous) {
-        m_ignoresTimes = true;
+        ++m_ignoredTimes;
         m_lastOnset = end;
         return QString();
     }

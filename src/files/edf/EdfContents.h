@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace bp {
@@ -32,7 +33,8 @@ class EdfContents
 {
 public:
     /// Reads the header.
-    /// @param cutsTail count the records that are there, whatever the header says, instead of refusing the file
+    /// @param cutsTail take the records that are there, no more than the header announces, instead of refusing a file
+    ///                 whose size contradicts its header
     explicit EdfContents(const QString &path, bool cutsTail = false);
     /// Reads the annotations and the times of the records. Nothing when the file cannot be read.
     /// @param cancelled asked now and then; true ends the reading with the reason "cancelled"
@@ -51,10 +53,18 @@ public:
     /// The time at which the first record begins; those of annotations and pauses are measured from there.
     qint64 firstOnset() const { return m_firstOnset; }
     const std::vector<EdfPause> &pauses() const { return m_pauses; }
+    /// Those of the journal that the file lacks come last.
     const QVector<EdfNote> &notes() const { return m_notes; }
-    /// What the recording's journal holds, for a recording that was not closed.
-    const QList<EdfJournal::Entry> &journal() const { return m_journal; }
+    /// What the recording's journal holds and the file does not.
+    const QVector<EdfNote> &missing() const { return m_missing; }
+    /// Records of a continuous recording that do not tell their time, and the time, from the start of the file.
+    const std::vector<std::pair<qint64, qint64>> &timeless() const { return m_timeless; }
+    /// EDFlib opens the file, but takes it for something else.
+    bool misleadsLibrary() const { return m_layout.isMisnamed && !m_layout.annotationSignals.isEmpty(); }
 
+    /// The notice on a recording with labels in its journal only.
+    /// @param hasRoom whether it has annotation signals
+    static QString missingNotice(const QString &path, int count, bool hasRoom);
     /// The file for EDFlib, which disappears with the object; null when it cannot be written.
     std::unique_ptr<QTemporaryFile> standIn() const;
 
@@ -62,6 +72,8 @@ private:
     QString examine(QFile &file);
     QString countFault(qint64 fileBytes) const;
     void dropEmptyRecords(QFile &file);
+    QByteArray recordBytes(QFile &file, qint64 record) const;
+    QString describe() const;
     QString readLists(QFile &file, const std::function<bool()> &cancelled);
     QString placeRecord(qint64 record, qint64 onset);
 
@@ -73,12 +85,13 @@ private:
     qint64 m_recordTicks = 0;
     qint64 m_firstOnset = 0;
     qint64 m_lastOnset = 0;
-    int m_malformed = 0; ///< annotations and record times
+    int m_malformed = 0; ///< annotations
+    int m_ignoredTimes = 0; ///< that contradict a continuous recording
     bool m_cutsTail;
-    bool m_ignoresTimes = false;
     std::vector<EdfPause> m_pauses;
+    std::vector<std::pair<qint64, qint64>> m_timeless;
     QVector<EdfNote> m_notes;
-    QList<EdfJournal::Entry> m_journal;
+    QVector<EdfNote> m_missing;
 };
 
 } // namespace bp

@@ -78,6 +78,8 @@ struct EdfFacts
     int sampleBytes() const { return bdf ? 3 : 2; }
     /// Moves the start, and the date in the texts with it.
     void moveStart(qint64 ticks);
+    /// Gives the texts the fields that EDF+ wants. Does nothing when they have them.
+    void makePlus();
 };
 
 /// An annotation. Times in ticks from the first sample, pauses included.
@@ -88,6 +90,12 @@ struct EdfNote
     QByteArray text; ///< UTF-8, as the format has it; what else there may be stays as it is
 };
 
+/// Of a header's "dd.MM.yy", whose years are those from 1985 to 2084; invalid when there is no such day.
+QDate edfDate(const QByteArray &text);
+/// Of a header's "hh.mm.ss"; invalid when there is no such time.
+QTime edfClock(const QByteArray &text);
+/// Whether a header can hold a date.
+bool isEdfDate(const QDate &date);
 /// A date as EDF+ headers have it, 02-MAR-1951.
 QByteArray edfPlusDate(const QDate &date);
 /// Decimal text of a time in ticks, without needless zeros.

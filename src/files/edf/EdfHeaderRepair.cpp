@@ -1,13 +1,11 @@
 #include "files/edf/EdfHeaderRepair.h"
 
+#include "files/edf/EdfFacts.h"
 #include "files/edf/EdfLayout.h"
 
-#include <QDate>
 #include <QRegularExpression>
 #include <QTextCodec>
-#include <QTime>
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -17,7 +15,9 @@ using bp::EdfLayout;
 
 constexpr int kUtf8Mib = 106;
 constexpr double kLongestRecord = 1e8; ///< seconds
-constexpr double kMostDigital = 8388608.0; ///< of 24 bits
+constexpr int kDateWidth = 8; ///< "02.03.51"; the time follows
+
+constexpr int kKindWidth = 3; ///< "EDF" of "EDF+C"
 
 struct Field
 {
@@ -73,6 +73,14 @@ QByteArray number(QByteArray text)
     return text.trimmed();
 }
 
+/// "32767" of "32767.0".
+QByteArray wholeNumber(const QByteArray &text)
+{
+    const int point = text.indexOf('.');
+    return point >= 0 && text.count('0') - text.left(point).count('0') == text.size() - point - 1 ? text.left(point)
+                                                                                                  : text;
+}
+
 void mendStart(QByteArray &header)
 {
     QByteArray start;
@@ -90,7 +98,7 @@ void mendPlusTexts(QByteArray &header)
     static const QRegularExpression patient(
         QStringLiteral("^\\S+ [MFX] (X|[0-3]\\d-(JAN|FEB|MAR|APR|MAY|JUN|JUL|AUG|SEP|OCT|NOV|DEC)-\\d{4}) \\S"));
     static const QRegularExpression recording(QStringLiteral(
-        "^Startdate (X|([0-3]\\d)-(JAN|FEB|MAR|APR|MAY|JUN|JUL|AUG|SEP|OCT|NOV|DEC)-\\d\\d(\\d\\d)) \\S+ \\S+ \\S"));
+        "^Startdate (X|[0-3]\\d-(JAN|FEB|MAR|APR|MAY|JUN|JUL|AUG|SEP|OCT|NOV|DEC)-\\d{4}) \\S+ \\S+ \\S"));
     const auto mend = [&header](int position, const QRegularExpression &wanted, const char *empty) {
         const QByteArray text = header.mid(position, EdfLayout::kTextWidth).trimmed();
         if (!wanted.match(QString::fromLatin1(text)).hasMatch()) {
@@ -100,9 +108,10 @@ void mendPlusTexts(QByteArray &header)
     };
     mend(EdfLayout::kPatientAt, patient, "X X X ");
     mend(EdfLayout::kRecordingAt, recording, "Startdate X X X ");
-    // The date of the recording has to be the one that every EDF file gives.
+    // The date of the recording has to be the one that every EDF file gives, to the year.
     const QByteArray text = header.mid(EdfLayout::kRecordingAt, EdfLayout::kTextWidth);
-    if (text.mid(10, 2) != header.mid(EdfLayout::kStartAt, 2) && text.at(10) != 'X') {
+    const QByteArray date = bp::edfPlusDate(bp::edfDate(header.mid(EdfLayout::kStartAt, kDateWidth)));
+    if (text.at(10) != 'X' && text.mid(10, 11) != date) {
         put(header, EdfLayout::kRecordingAt, EdfLayout::kTextWidth, "Startdate X" + text.mid(21));
     }
 }
@@ -112,7 +121,9 @@ void mendAnnotationSignals(QByteArray &header, const EdfLayout &layout)
     const auto set = [&](int signal, int before, int width, const char *text) {
         put(header, layout.fieldAt(signal, before, width), width, text);
     };
+    put(header, EdfLayout::kReservedAt, kKindWidth, layout.kind());
     for (const int signal : layout.annotationSignals) {
+        set(signal, 0, EdfLayout::kLabelWidth, layout.isBdf ? "BDF Annotations" : "EDF Annotations");
         set(signal, EdfLayout::kTransducerBefore, EdfLayout::kTransducerWidth, "");
         set(signal, EdfLayout::kPrefilterBefore, EdfLayout::kPrefilterWidth, "");
         set(signal, EdfLayout::kDigitalMinimumBefore, EdfLayout::kNumberWidth, layout.isBdf ? "-8388608" : "-32768");
@@ -130,38 +141,46 @@ void mendAnnotationSignals(QByteArray &header, const EdfLayout &layout)
 
 QString startFault(const EdfLayout &layout)
 {
-    const QString date = QString::fromLatin1(layout.header.mid(EdfLayout::kStartAt, 8));
-    const QString time = QString::fromLatin1(layout.header.mid(EdfLayout::kStartAt + 8, 8));
-    if (!QDate::fromString(date, QStringLiteral("dd.MM.yy")).isValid()) {
-        return QStringLiteral("its date \"%1\" is none").arg(date);
+    const QByteArray date = layout.header.mid(EdfLayout::kStartAt, kDateWidth);
+    const QByteArray time = layout.header.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth);
+    if (!bp::edfDate(date).isValid()) {
+        return QStringLiteral("its date \"%1\" is none").arg(QString::fromLatin1(date));
     }
-    return QTime::fromString(time, QStringLiteral("hh.mm.ss")).isValid()
-        ? QString()
-        : QStringLiteral("its time \"%1\" is none").arg(time);
+    return bp::edfClock(time).isValid() ? QString()
+                                        : QStringLiteral("its time \"%1\" is none").arg(QString::fromLatin1(time));
 }
 
-/// A signal needs two pairs of numbers to be scaled with.
+/// A number of a signal; NaN when it is none.
+double valueOf(const EdfLayout &layout, int signal, int before)
+{
+    bool isNumber = false;
+    const double value = layout.signalField(signal, before, EdfLayout::kNumberWidth).toDouble(&isNumber);
+    return isNumber && std::isfinite(value) ? value : std::numeric_limits<double>::quiet_NaN();
+}
+
+/// A signal needs two pairs of numbers to be scaled with, and samples that have the digital ones.
 QString rangeFault(const EdfLayout &layout, int signal)
 {
-    bool isNumber = true;
-    const auto value = [&](int before, double most) {
-        bool converted = false;
-        const double result = layout.signalField(signal, before, EdfLayout::kNumberWidth).toDouble(&converted);
-        isNumber = isNumber && converted && std::fabs(result) <= most;
-        return result;
-    };
-    constexpr double kMost = std::numeric_limits<double>::max();
-    const double physical =
-        value(EdfLayout::kPhysicalMaximumBefore, kMost) - value(EdfLayout::kPhysicalMinimumBefore, kMost);
-    const double digital =
-        value(EdfLayout::kDigitalMaximumBefore, kMostDigital) - value(EdfLayout::kDigitalMinimumBefore, kMostDigital);
-    if (isNumber && physical != 0.0 && digital > 0.0) {
-        return QString();
+    const double physical = valueOf(layout, signal, EdfLayout::kPhysicalMaximumBefore)
+        - valueOf(layout, signal, EdfLayout::kPhysicalMinimumBefore);
+    const double minimum = valueOf(layout, signal, EdfLayout::kDigitalMinimumBefore);
+    const double maximum = valueOf(layout, signal, EdfLayout::kDigitalMaximumBefore);
+    const QString name = QStringLiteral("signal %1 \"%2\"")
+                             .arg(signal + 1)
+                             .arg(QString::fromLatin1(layout.signalField(signal, 0, EdfLayout::kLabelWidth)));
+    if (!std::isfinite(physical) || physical == 0.0 || !(maximum > minimum)) {
+        return name + QStringLiteral(" has no range that its values could be scaled with");
     }
-    const QByteArray label = layout.signalField(signal, 0, EdfLayout::kLabelWidth);
-    return QStringLiteral("signal %1 \"%2\" has no range that its values could be scaled with")
-        .arg(signal + 1)
-        .arg(QString::fromLatin1(label));
+    const double most = layout.isBdf ? 8388607.0 : 32767.0;
+    const bool isWhole = std::trunc(minimum) == minimum && std::trunc(maximum) == maximum;
+    if (!isWhole || minimum < -most - 1.0 || maximum > most) {
+        return name
+            + QStringLiteral(" has the digital limits %1 and %2, which its samples of %3 bits cannot have")
+                  .arg(minimum, 0, 'g', 10)
+                  .arg(maximum, 0, 'g', 10)
+                  .arg(8 * layout.sampleBytes);
+    }
+    return QString();
 }
 
 } // namespace
@@ -188,7 +207,10 @@ QByteArray EdfHeaderRepair::mended(const EdfLayout &layout)
         }
         for (const int before : kNumbersBefore) {
             const int position = layout.fieldAt(signal, before, EdfLayout::kNumberWidth);
-            put(header, position, EdfLayout::kNumberWidth, number(header.mid(position, EdfLayout::kNumberWidth)));
+            const QByteArray text = number(header.mid(position, EdfLayout::kNumberWidth));
+            const bool isDigital =
+                before == EdfLayout::kDigitalMinimumBefore || before == EdfLayout::kDigitalMaximumBefore;
+            put(header, position, EdfLayout::kNumberWidth, isDigital ? wholeNumber(text) : text);
         }
     }
     if (layout.isPlus && layout.annotationSignals.isEmpty()) {

@@ -13,9 +13,22 @@ qint64 numberAt(const QByteArray &header, int position, int width)
     return header.mid(position, width).trimmed().toLongLong();
 }
 
+/// Whether the header calls its file EDF or BDF with that ending.
+bool isType(const QByteArray &header, const QByteArray &ending)
+{
+    const QByteArray type = header.mid(bp::EdfLayout::kReservedAt, 5);
+    return type == "EDF" + ending || type == "BDF" + ending;
+}
+
 } // namespace
 
 namespace bp {
+
+bool EdfLayout::isAnnotationLabel(const QByteArray &label)
+{
+    const QByteArray text = label.trimmed();
+    return text == "EDF Annotations" || text == "BDF Annotations";
+}
 
 int EdfLayout::fieldAt(int signal, int before, int width) const
 {
@@ -43,11 +56,14 @@ EdfLayout EdfLayout::read(QFile &file)
     layout.header = fixed + file.read(headerBytes - kFixedBytes);
     layout.isBdf = layout.header.startsWith('\xff');
     layout.sampleBytes = layout.isBdf ? 3 : 2;
-    const QByteArray type = layout.header.mid(kReservedAt, 5);
-    layout.isDiscontinuous = type == (layout.isBdf ? "BDF+D" : "EDF+D");
-    layout.isPlus = layout.isDiscontinuous || type == (layout.isBdf ? "BDF+C" : "EDF+C");
+    layout.isDiscontinuous = isType(layout.header, "+D");
+    layout.isPlus = layout.isDiscontinuous || isType(layout.header, "+C");
+    const QByteArray kind = layout.kind();
+    layout.isMisnamed = layout.isPlus && layout.header.mid(kReservedAt, kind.size()) != kind;
     for (int i = 0; i < layout.signalCount; ++i) {
-        const QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth).replace('\0', ' ');
+        QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth);
+        std::replace_if(
+            label.begin(), label.end(), [](char c) { return static_cast<uchar>(c) < ' '; }, ' '); // as it is mended
         const qint64 samples =
             numberAt(layout.header, layout.fieldAt(i, kSampleCountBefore, kNumberWidth), kNumberWidth);
         if (samples < 1) {
@@ -55,7 +71,8 @@ EdfLayout EdfLayout::read(QFile &file)
             break;
         }
         const qint64 bytes = samples * layout.sampleBytes;
-        if (layout.isPlus && label == (layout.isBdf ? "BDF Annotations " : "EDF Annotations ")) {
+        if (layout.isPlus && isAnnotationLabel(label)) {
+            layout.isMisnamed = layout.isMisnamed || !label.startsWith(kind);
             layout.annotationSignals << i;
             layout.annotationBlocks << layout.recordBytes;
             layout.annotationBytes = bytes;

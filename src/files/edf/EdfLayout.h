@@ -54,6 +54,9 @@ struct EdfLayout
     QByteArray header; ///< all of it; empty: this is no EDF or BDF file
     bool isBdf = false;
     bool isPlus = false; ///< EDF+ or BDF+
+    /// A BDF file that calls itself EDF+, or the other way round. EDFlib takes it for a plain one, and its annotations
+    /// for a signal.
+    bool isMisnamed = false;
     bool isDiscontinuous = false;
     int signalCount = 0;
     int sampleBytes = 2;
@@ -73,6 +76,9 @@ struct EdfLayout
     {
         return field(fieldAt(signal, before, width), width);
     }
+    QByteArray kind() const { return isBdf ? QByteArrayLiteral("BDF") : QByteArrayLiteral("EDF"); }
+    /// Of either format: some programs take the label of the other one.
+    static bool isAnnotationLabel(const QByteArray &label);
     bool isUnclosed() const { return records == kUnknownRecords; }
     qint64 blockBytes(int signal) const { return blocks[signal].samples * sampleBytes; }
     /// Of a file of that size.

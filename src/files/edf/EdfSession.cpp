@@ -48,12 +48,12 @@ EdfSession::~EdfSession()
     close();
 }
 
-QString EdfSession::open(const QString &path)
+QString EdfSession::open(const QString &path, bool shares)
 {
     forget();
     m_path = path;
     QString reason;
-    const int code = openInLibrary(reason);
+    const int code = openInLibrary(shares, reason);
     if (code != 0) {
         qDebug("%s", EdfLibrary::debugMessage(code));
         forget();
@@ -64,15 +64,22 @@ QString EdfSession::open(const QString &path)
 }
 
 /// Returns 0 or EDFlib's code, with the reason where EDFlib does not know it.
-int EdfSession::openInLibrary(QString &reason)
+int EdfSession::openInLibrary(bool shares, QString &reason)
 {
     if (isOversized(m_path)) {
         reason = QStringLiteral("it has format errors: its data records are too large");
         return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
+    EdfContents contents(m_path);
     int code = EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
-    if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS) {
-        code = openStandIn(code, reason);
+    if (code == 0 && (contents.misleadsLibrary() || !contents.reason().isEmpty())) {
+        // EDFlib takes a day that no month has, limits that are no numbers, and annotations of the other format.
+        EdfLibrary::close(m_header->handle);
+        code = EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
+    }
+    if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
+        || (code == EDFLIB_FILE_ALREADY_OPENED && shares)) {
+        code = openStandIn(contents, code, reason);
     }
     if (code == 0 && !m_records.open(m_path, m_header->edfsignals)) {
         EdfLibrary::close(m_header->handle);
@@ -82,9 +89,8 @@ int EdfSession::openInLibrary(QString &reason)
 }
 
 /// For a file that EDFlib refused with that code.
-int EdfSession::openStandIn(int code, QString &reason)
+int EdfSession::openStandIn(EdfContents &contents, int code, QString &reason)
 {
-    EdfContents contents(m_path);
     contents.readAnnotations();
     reason = contents.reason();
     m_standIn = reason.isEmpty() ? contents.standIn() : nullptr;
@@ -150,11 +156,9 @@ void EdfSession::addJournal()
         m_annotations << ofLibrary(note);
     }
     if (!missing.isEmpty()) {
-        m_notice =
-            QStringLiteral("%1 lacks %2 of its labels, which are beside it: \"bioprocessing repair\" makes a copy "
-                           "with all of them.")
-                .arg(m_path)
-                .arg(missing.size());
+        const bool isPlus =
+            m_header->filetype == EDFLIB_FILETYPE_EDFPLUS || m_header->filetype == EDFLIB_FILETYPE_BDFPLUS;
+        m_notice = EdfContents::missingNotice(m_path, missing.size(), isPlus);
     }
 }
 

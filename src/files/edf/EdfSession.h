@@ -14,6 +14,8 @@ struct edf_hdr_struct;
 
 namespace bp {
 
+class EdfContents;
+
 /// A file that is open for reading: in EDFlib, or for one that EDFlib refuses although its data are sound, as a
 /// stand-in there. What was found stays until the next open().
 class EdfSession
@@ -22,8 +24,9 @@ public:
     EdfSession();
     ~EdfSession();
 
+    /// @param shares also a file that this process has open already, which EDFlib refuses
     /// @return why the file cannot be read, as part of a sentence; empty when it is open
-    QString open(const QString &path);
+    QString open(const QString &path, bool shares = false);
     void close();
     bool isOpen() const { return m_handle >= 0; }
     /// Its file type is negative when nothing was opened.
@@ -39,8 +42,8 @@ public:
     QString notice() const { return m_notice; }
 
 private:
-    int openInLibrary(QString &reason);
-    int openStandIn(int code, QString &reason);
+    int openInLibrary(bool shares, QString &reason);
+    int openStandIn(EdfContents &contents, int code, QString &reason);
     void addJournal();
     void forget();
 

@@ -2,11 +2,18 @@
 
 #include "files/edf/EdfLayout.h"
 #include "files/edf/EdfSamples.h"
+#include "files/edf/EdfSession.h"
 #include "files/edf/EdfTal.h"
 
+#include <QFileInfo>
 #include <QLocale>
+#include <QRandomGenerator>
+
+#include <edflib.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -40,9 +47,45 @@ QByteArray timed(const bp::EdfNote &note, qint64 startTicks)
     return bp::EdfTal::list(onset < 0, bp::edfSeconds(std::abs(onset)), lasting, note.text) + '\0';
 }
 
+std::filesystem::path nativePath(const QString &path)
+{
+#ifdef Q_OS_WIN
+    return path.toStdWString();
+#else
+    return QFile::encodeName(path).toStdString();
+#endif
+}
+
+/// Behind a link stands the file that is replaced; the link stays.
+QString behindLinks(const QString &path)
+{
+    const QString real = QFileInfo(path).canonicalFilePath();
+    return real.isEmpty() ? path : real;
+}
+
+/// Also over an existing file, at once.
+bool moveOver(const QString &from, const QString &to)
+{
+    if (QFileInfo::exists(to)) {
+        QFile::setPermissions(from, QFile::permissions(to));
+    }
+    std::error_code error;
+    std::filesystem::rename(nativePath(from), nativePath(to), error);
+    return !error;
+}
+
 } // namespace
 
 namespace bp {
+
+EdfSink::~EdfSink()
+{
+    if (m_file) {
+        const QString path = m_file->fileName();
+        m_file.reset(); // removes what was not completed
+        QFile::remove(path);
+    }
+}
 
 bool EdfSink::open(const QString &path, const EdfFacts &facts, const EdfRecordPlan &plan, const QVector<EdfNote> &notes,
                    QString &error)
@@ -50,14 +93,18 @@ bool EdfSink::open(const QString &path, const EdfFacts &facts, const EdfRecordPl
     m_facts = facts;
     m_plan = plan;
     m_notes = notes;
-    m_facts.plus = m_facts.plus || !notes.isEmpty();
+    if (!notes.isEmpty()) {
+        m_facts.makePlus();
+    }
     for (const EdfChannelFacts &channel : m_facts.channels) {
         m_samples += channel.samplesPerRecord;
     }
     if (m_facts.plus) {
         sizeNoteBlock();
     }
-    m_file = std::make_unique<QSaveFile>(path);
+    m_target = behindLinks(path);
+    m_file = std::make_unique<QSaveFile>(
+        QStringLiteral("%1.%2").arg(m_target, QString::number(QRandomGenerator::global()->generate(), 36)));
     if (!m_file->open(QIODevice::WriteOnly)) {
         error = m_file->errorString();
         return false;
@@ -199,8 +246,27 @@ bool EdfSink::commit(QString &error)
 {
     if (!m_file->commit()) {
         error = QStringLiteral("it could not be completed; the disk may be full");
+        return false;
+    }
+    error = readBack();
+    if (error.isEmpty() && !moveOver(m_file->fileName(), m_target)) {
+        error = QStringLiteral("it could not be put in its place; close it in other programs");
     }
     return error.isEmpty();
+}
+
+/// Why the new file is not as it should be; empty when it is.
+QString EdfSink::readBack() const
+{
+    EdfSession session;
+    const QString reason = session.open(m_file->fileName());
+    if (!reason.isEmpty()) {
+        return QStringLiteral("what was written cannot be read again, as %1").arg(reason);
+    }
+    session.readAnnotations();
+    const bool isComplete = session.header().edfsignals == m_facts.channels.size()
+        && session.header().datarecords_in_file == m_plan.records && session.annotations().size() == m_notes.size();
+    return isComplete ? QString() : QStringLiteral("channels or annotations could not be read again");
 }
 
 } // namespace bp

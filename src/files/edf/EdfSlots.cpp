@@ -1,5 +1,6 @@
 #include "files/edf/EdfSlots.h"
 
+#include "files/edf/EdfFacts.h"
 #include "files/edf/EdfLayout.h"
 #include "files/edf/EdfTal.h"
 
@@ -8,6 +9,47 @@
 #include <cstdlib>
 
 namespace {
+
+/// Where a slot stands, and what it holds without the zeros behind it.
+struct Slot
+{
+    qint64 at = 0;
+    qint64 size = 0; ///< bytes
+    QByteArray content;
+
+    Slot(QFile &file, const bp::EdfLayout &layout, qint64 record, int number)
+        : at(layout.header.size() + record * layout.recordBytes + layout.annotationBlocks[number])
+        , size(layout.blockBytes(layout.annotationSignals[number]))
+        , content(file.seek(at) ? file.read(size) : QByteArray())
+    {
+        while (content.endsWith('\0')) {
+            content.chop(1);
+        }
+    }
+    bool isEmpty(bool holdsTime) const { return content.isEmpty() || (holdsTime && !content.contains('\0')); }
+    bool append(const QByteArray &list)
+    {
+        const QByteArray more = content.isEmpty() ? list : content + '\0' + list;
+        const bool fits = more.size() < size; // a zero ends it
+        content = fits ? more : content;
+        return fits;
+    }
+    bool writeTo(QFile &file) const
+    {
+        return file.seek(at) && file.write(content.leftJustified(static_cast<int>(size), '\0')) == size;
+    }
+};
+
+template <class Take> void forEachSlot(QFile &file, const bp::EdfLayout &layout, qint64 records, const Take &take)
+{
+    bool goesOn = true;
+    for (qint64 record = 0; goesOn && record < records; ++record) {
+        for (int number = 0; goesOn && number < layout.annotationBlocks.size(); ++number) {
+            Slot slot(file, layout, record, number);
+            goesOn = take(slot, slot.isEmpty(number == 0));
+        }
+    }
+}
 
 /// Of a time in 0.1 ms, as EDFlib writes it.
 QByteArray seconds(long long tenthMilliseconds)
@@ -74,6 +116,39 @@ int EdfSlots::write(QFile &file, const EdfLayout &layout, qint64 records, const 
         }
     }
     return placed;
+}
+
+int EdfSlots::add(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
+{
+    int room = 0;
+    forEachSlot(file, layout, records, [&](const Slot &, bool isEmpty) {
+        room += isEmpty ? 1 : 0;
+        return room < lists.size();
+    });
+    const bool isTight = room < lists.size();
+    bool isWritten = true;
+    int placed = 0;
+    forEachSlot(file, layout, records, [&](Slot &slot, bool isEmpty) {
+        const int first = placed;
+        while (placed < lists.size() && (isTight || (isEmpty && placed == first)) && slot.append(lists[placed])) {
+            ++placed;
+        }
+        isWritten = placed == first || slot.writeTo(file);
+        return isWritten && placed < lists.size();
+    });
+    return isWritten ? placed : -1;
+}
+
+bool EdfSlots::writeTime(QFile &file, const EdfLayout &layout, qint64 record, qint64 ticks)
+{
+    Slot slot(file, layout, record, 0);
+    QByteArray lists = slot.content;
+    while (lists.startsWith('\0')) {
+        lists.remove(0, 1);
+    }
+    slot.content.clear();
+    return slot.append('+' + edfSeconds(ticks) + "\x14\x14") && (lists.isEmpty() || slot.append(lists))
+        && slot.writeTo(file);
 }
 
 } // namespace bp

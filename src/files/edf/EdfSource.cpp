@@ -1,7 +1,6 @@
 #include "files/edf/EdfSource.h"
 
 #include <QFileInfo>
-#include <QRegularExpression>
 
 #include <algorithm>
 #include <iterator>
@@ -10,19 +9,9 @@ namespace {
 
 using bp::EdfLayout;
 
-constexpr int kPivotYear = 85; // of two-digit years
-
-QDateTime parseStart(const QByteArray &text, const QByteArray &recording)
+QDateTime parseStart(const QByteArray &text)
 {
-    static const QRegularExpression digits(QStringLiteral("^(\\d\\d).(\\d\\d).(\\d\\d)(\\d\\d).(\\d\\d).(\\d\\d)$"));
-    const QRegularExpressionMatch match = digits.match(QString::fromLatin1(text));
-    const auto number = [&match](int group) { return match.captured(group).toInt(); };
-    int year = number(3) + (number(3) < kPivotYear ? 2000 : 1900);
-    const int full = recording.startsWith("Startdate ") ? recording.mid(17, 4).toInt() : 0;
-    if (full > 1900 && full % 100 == number(3)) {
-        year = full;
-    }
-    return {QDate(year, number(2), number(1)), QTime(number(4), number(5), number(6)), Qt::UTC};
+    return {bp::edfDate(text.left(8)), bp::edfClock(text.mid(8)), Qt::UTC};
 }
 
 } // namespace
@@ -57,7 +46,7 @@ bool EdfSource::takeFacts(QString &error)
     m_facts.plus = !layout.annotationSignals.isEmpty();
     m_facts.patient = layout.field(EdfLayout::kPatientAt, EdfLayout::kTextWidth);
     m_facts.recording = layout.field(EdfLayout::kRecordingAt, EdfLayout::kTextWidth);
-    m_facts.start = parseStart(layout.field(EdfLayout::kStartAt, EdfLayout::kStartWidth), m_facts.recording);
+    m_facts.start = parseStart(layout.field(EdfLayout::kStartAt, EdfLayout::kStartWidth));
     takeChannels(layout);
     if (m_facts.channels.isEmpty()) {
         error = QStringLiteral("it holds annotations only, and no signal");
@@ -78,7 +67,7 @@ void EdfSource::takeChannels(const EdfLayout &layout)
         };
         const QByteArray label = text(0, EdfLayout::kLabelWidth);
         // Also in a file that is not an EDF+ one: nobody could read a channel of that name.
-        if (layout.annotationSignals.contains(i) || label == (layout.isBdf ? "BDF Annotations" : "EDF Annotations")) {
+        if (layout.annotationSignals.contains(i) || EdfLayout::isAnnotationLabel(label)) {
             continue;
         }
         const auto samples = static_cast<int>(layout.blocks[i].samples);

@@ -30,6 +30,8 @@ public:
     /// @param cancelled asked now and then; true ends the reading
     bool scan(const std::function<bool()> &cancelled, QString &error);
     const QVector<EdfNote> &notes() const { return m_notes; }
+    /// One sentence on what a user should know of the file; empty when there is nothing. After scan().
+    QString notice() const { return m_contents->notice(); }
     const std::vector<EdfPause> &pauses() const { return m_contents->pauses(); }
     /// Ticks from the first sample of the file to that of a record, pauses included. After scan().
     qint64 recordOnset(qint64 record) const;

@@ -52,7 +52,7 @@ bool appendList(const QByteArray &list, bool keepsTime, QVector<bp::EdfNote> &no
         return false;
     }
     texts.removeLast(); // nothing follows the last text
-    if (keepsTime && !texts.isEmpty()) {
+    if (keepsTime && !texts.isEmpty() && texts[0].isEmpty()) {
         texts.removeFirst();
     }
     for (const QByteArray &text : qAsConst(texts)) {
@@ -70,7 +70,8 @@ qint64 EdfTal::recordOnset(const QByteArray &block)
 {
     const int end = block.indexOf(kTextFollows);
     qint64 onset = 0;
-    const bool parsed = end > 0 && parseOnset(block.left(end), onset);
+    const bool hasText = end + 1 < block.size() && block[end + 1] != kTextFollows && block[end + 1] != '\0';
+    const bool parsed = end > 0 && !hasText && parseOnset(block.left(end), onset);
     return parsed && onset >= 0 ? onset : kNoTime;
 }
 

@@ -12,11 +12,11 @@ class EdfTal
 public:
     static constexpr qint64 kNoTime = -1;
 
-    /// The time at which a record begins, from the list that its first annotation signal begins with. kNoTime when
-    /// there is none, or it lies before the start of the file.
+    /// The time at which a record begins, from the list that its first annotation signal begins with, and whose first
+    /// text is empty. kNoTime when there is none, or it lies before the start of the file.
     static qint64 recordOnset(const QByteArray &block);
     /// Appends the annotations of a block.
-    /// @param keepsTime the block begins with the record's onset, whose first text is none
+    /// @param keepsTime the block begins with the record's onset, whose first text, if empty, is none
     /// @return how many lists are malformed
     static int appendNotes(const QByteArray &block, bool keepsTime, QVector<EdfNote> &notes);
     /// The list of one annotation, without the zero behind it.

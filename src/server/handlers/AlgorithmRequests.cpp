@@ -1,6 +1,7 @@
 #include "server/handlers/AlgorithmRequests.h"
 
 #include "algorithms/ParamFactory.h"
+#include "server/ParamLimits.h"
 
 #include <QJsonDocument>
 
@@ -85,11 +86,18 @@ void RequestGetAlgorithms::setParameters()
     if (!askServer("getAlgorithms")) {
         return;
     }
+    if (m_exchange.algorithms.empty()) { // nobody has told which there are: the model is to know
+        UnitParams params = ParamFactory::makeCustomProperty(text("name"));
+        params.setParamDescriptor(text("desc"));
+        m_exchange.algorithms = {params};
+    }
     const bool isKnown = takeAlgorithm();
-    if (!isKnown || !m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), body()[QLatin1String("data")]}})) {
+    const QJsonValue values = body()[QLatin1String("data")];
+    if (!isKnown || !m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}})) {
         error(isKnown ? QStringLiteral("Wrong contant") : QStringLiteral("Algorythm is not found"));
         return;
     }
+    m_exchange.unknownKeys = bp::unknownKeys(m_exchange.params, values.toArray());
     if (askServer("updateParam")) {
         ok(QStringLiteral("Algorhythm is updating"));
     }
@@ -131,7 +139,10 @@ void RequestGetAlgorithms::addAlgorithm()
     values.remove(QStringLiteral("param_list"));
     if (!m_exchange.params.fromJson(values)) {
         error(QStringLiteral("Wrong content"));
-    } else if (askServer("addNewAlgorithm")) {
+        return;
+    }
+    m_exchange.unknownKeys = bp::unknownKeys(m_exchange.params, values[QLatin1String("data")].toArray());
+    if (askServer("addNewAlgorithm")) {
         ok();
     }
 }
@@ -147,11 +158,10 @@ void RequestGetAlgorithms::addByName(const QJsonArray &list)
         return;
     }
     for (const QJsonValue &entry : list) {
-        m_exchange.name = entry[QLatin1String("name")].toString();
-        m_exchange.descriptor = entry[QLatin1String("desc")].toString();
-        if (!askServer("addNewAlgorithmByName")) {
-            return;
-        }
+        m_exchange.list.append(
+            {entry[QLatin1String("name")].toString(), QString(), entry[QLatin1String("desc")].toString()});
     }
-    ok();
+    if (askServerForEach("addNewAlgorithmByName")) {
+        ok();
+    }
 }

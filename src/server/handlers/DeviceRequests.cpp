@@ -1,5 +1,7 @@
 #include "server/handlers/DeviceRequests.h"
 
+#include "server/ParamLimits.h"
+
 #include <algorithm>
 
 namespace {
@@ -63,9 +65,12 @@ void RequestGetDiscoverDevice::setParameters()
         return;
     }
     // The set's own name is the device's here, which is not the device's to take over.
-    QJsonObject values;
-    values.insert(QStringLiteral("data"), body().value(QLatin1String("data")));
-    if (m_exchange.params.isEmpty() || !m_exchange.params.fromJson(values)) {
+    const QJsonValue values = body().value(QLatin1String("data"));
+    const UnitParams before = m_exchange.params;
+    const bool isTaken = values.isArray() && !before.isEmpty()
+        && m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}});
+    if (!isTaken || !bp::unknownKeys(before, values.toArray()).isEmpty()
+        || !bp::limitRefusal(m_exchange.params, before).isEmpty()) {
         error(QStringLiteral("Wrong param data"));
     } else if (askServer("setDeviceParametrs")) {
         ok();

@@ -92,7 +92,7 @@ bool RequestMontageEdit::takeFile()
     if (!folder.contains(m_exchange.montageName)) {
         return false;
     }
-    m_exchange.montageName = bp::MontageFolder::fileName(m_exchange.montageName);
+    m_exchange.montageName = folder.fileName(m_exchange.montageName);
     m_exchange.montage = folder.read(m_exchange.montageName);
     return m_exchange.montage != nullptr;
 }

@@ -106,13 +106,12 @@ void RequestAddNewProfile::addProfiles()
         return;
     }
     for (const QJsonValue &profile : profiles) {
-        m_exchange.name = profile[QLatin1String("name")].toString();
-        m_exchange.type = profile[QLatin1String("type")].toString();
-        if (!askServer("addNewProfile")) {
-            return;
-        }
+        m_exchange.list.append(
+            {profile[QLatin1String("name")].toString(), profile[QLatin1String("type")].toString(), QString()});
     }
-    ok();
+    if (askServerForEach("addNewProfile")) {
+        ok();
+    }
 }
 
 void RequestAddNewProfile::removeProfile()

@@ -51,3 +51,34 @@ void RequestRemoveAllRecords::removeRecords()
         ok();
     }
 }
+
+RequestRecordLabel::RequestRecordLabel(server_state &state)
+    : ProcessRequest(state,
+                     {{QStringLiteral("writelabel"), static_cast<Operation>(&RequestRecordLabel::writeLabel)},
+                      {QStringLiteral("getrecordfile"), static_cast<Operation>(&RequestRecordLabel::getFile)}})
+{
+}
+
+void RequestRecordLabel::writeLabel()
+{
+    m_exchange.label = text("label");
+    if (m_exchange.label.trimmed().isEmpty()) {
+        error(QStringLiteral("writelabel: the label is missing"));
+    } else if (m_exchange.label.toUtf8().size() > kMaxLabelBytes) {
+        error(QStringLiteral("writelabel: the label is longer than %1 bytes").arg(kMaxLabelBytes));
+    } else if (askModel("writeLabel")) {
+        ok(QJsonObject{{QStringLiteral("result"), true}, {QStringLiteral("t"), now()}});
+    }
+}
+
+void RequestRecordLabel::getFile()
+{
+    if (!askModel("getRecordFile")) {
+        return;
+    }
+    if (m_exchange.recordPath.isEmpty()) {
+        error(QStringLiteral("getrecordfile: no recording is being written"));
+    } else {
+        ok(QJsonObject{{QStringLiteral("result"), true}, {QStringLiteral("file"), m_exchange.recordPath}});
+    }
+}

@@ -24,3 +24,17 @@ public:
 private:
     void removeRecords();
 };
+
+/// "writelabel" and "getrecordfile".
+class RequestRecordLabel : public ProcessRequest
+{
+public:
+    /// Of the UTF-8 text; a recording keeps no more of a label.
+    static constexpr int kMaxLabelBytes = 40;
+
+    explicit RequestRecordLabel(server_state &state);
+
+private:
+    void writeLabel();
+    void getFile();
+};
