@@ -20,6 +20,7 @@
 #include "support/TestMain.h"
 #include "support/TraceCapture.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -729,18 +730,21 @@ void TestPipeline::placesLabelsAndStates()
     DataCompound compound(&device, plainMontage(2));
     QSignalSpy labels(&compound, &DataCompound::currentLabel);
     QSignalSpy ended(&compound, &DataCompound::currentDeviceReturnError);
+    QSignalSpy notices(&compound, &DataCompound::recordNotice);
     QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
     compound.slotSetLabelToEDF(QStringLiteral("before the recording"));
     compound.startRecord(path(QStringLiteral("labels.edf")), true, false, 0);
     compound.startReadData();
     compound.slotSetLabelToEDF(QStringLiteral("now"));
     compound.setLabelToEDFAt(QString::fromUtf8("Глаза закрыты"), 2.5);
+    compound.setLabelToEDFAt(QString(50, QLatin1Char('x')), 3.0);
     compound.slotTakeCurrentState(7);
     QTRY_COMPARE_WITH_TIMEOUT(ended.size(), 1, kTimeoutMs);
     compound.stopRecord();
     QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
 
-    QCOMPARE(labels.size(), 2);
+    QCOMPARE(labels.size(), 3);
+    QCOMPARE(notices.size(), 1); // on the label that was cut
     QCOMPARE(labels[1][0].toString(), QStringLiteral("00:00:02.500"));
     EDFReader reader(path(QStringLiteral("labels.edf")));
     QVERIFY(reader.open());
@@ -748,7 +752,7 @@ void TestPipeline::placesLabelsAndStates()
     for (const AnnotationStrct &annotation : reader.annotations()) {
         onsets.insert(annotation.text, annotation.onset);
     }
-    QCOMPARE(onsets.size(), 3);
+    QCOMPARE(onsets.size(), 4);
     QCOMPARE(onsets.value(QString::fromUtf8("Глаза закрыты")), 2.5);
     QVERIFY(onsets.value(QStringLiteral("now"), -1.0) >= 0.0);
     QVERIFY(onsets.contains(QStringLiteral("7")));
@@ -824,6 +828,7 @@ void TestPipeline::keepsWhatWasAskedBeforeTheStart()
     QSignalSpy labels(&compound, &DataCompound::currentLabel);
     QSignalSpy errors(&compound, &DataCompound::recordError);
     QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    QSignalSpy notices(&compound, &DataCompound::recordNotice);
     const QString file = path(QStringLiteral("asked_%1.edf").arg(channels));
     compound.startRecord(file, true, true, 2);
     QTest::qWait(1200); // the signal begins later than the recording was asked for
@@ -843,6 +848,8 @@ void TestPipeline::keepsWhatWasAskedBeforeTheStart()
     QCOMPARE(reader.getChannelCount(), channels > 0 ? channels : 2);
     QCOMPARE(reader.annotations().size(), 1);
     QCOMPARE(reader.annotations().constFirst().onset, 0.0);
+    QCOMPARE(QDir(m_folder.path()).entryList({QStringLiteral("asked_%1*.edf*").arg(channels)}).size(), 1);
+    QVERIFY(notices.isEmpty());
     XLSReader sheet(file);
     QHash<QString, RhythmData> data;
     QVERIFY(sheet.readData(data));

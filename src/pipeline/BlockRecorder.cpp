@@ -192,11 +192,12 @@ bool BlockRecorder::isFileOpened() const
 /// A file that is open and has no samples was asked for before the signal: its labels are the new file's.
 bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
 {
-    if (isFileOpened() && m_edfSamples > 0) {
+    if (m_edfSamples > 0 && isFileOpened()) {
         closeEdf();
     }
     m_edfWriter->discard();
     m_writeFailed = false;
+    m_reportedNotice.clear();
     m_edfPath = path;
     m_edfSamples = 0;
     m_recordSamples = std::max(1, stream.frequency);
@@ -205,6 +206,7 @@ bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
         emit recordError(m_edfWriter->lastError());
         return false;
     }
+    reportNotice();
     m_edfWriter->takeStartTime();
     m_edfStartMs = now();
     if (m_patient) {
@@ -220,19 +222,18 @@ void BlockRecorder::closeEdf()
 {
     const bool isOpen = isFileOpened();
     m_closingFiles.store(isOpen);
-    const bool isPadded = isOpen && m_writeRemainder && writeRemainder();
+    if (isOpen && m_writeRemainder && m_edfSamples % m_recordSamples != 0) {
+        reportFailure(m_edfWriter->writeRemainderToFile());
+    }
     m_edfWriter->resetStartTime();
     m_edfWriter->clearShift();
     const bool isComplete = !isOpen || m_edfWriter->close();
     m_closingFiles.store(false);
     if (isOpen) {
-        const qint64 missing = isPadded ? m_recordSamples - m_edfSamples % m_recordSamples : 0;
-        m_paddedSeconds.store(static_cast<double>(missing) / m_recordSamples);
+        m_paddedSeconds.store(m_edfWriter->paddedSeconds());
+        reportNotice();
     }
     m_earlyLabels.clear();
-    if (isOpen && !m_edfWriter->notice().isEmpty()) {
-        emit recordNotice(m_edfWriter->notice());
-    }
     if (!isComplete && !m_writeFailed) {
         const QString reason = m_edfWriter->lastError();
         emit recordError(reason.isEmpty() ? QStringLiteral("%1 could not be completed: check the disk.").arg(m_edfPath)
@@ -241,25 +242,28 @@ void BlockRecorder::closeEdf()
     emit endWritingAndCloseFile();
 }
 
-bool BlockRecorder::writeRemainder()
+void BlockRecorder::record(unsigned samples, const float *planar)
 {
-    if (m_edfSamples % m_recordSamples == 0) {
-        return false;
-    }
-    const bool isWritten = m_edfWriter->writeRemainderToFile();
+    m_edfSamples += samples;
+    reportFailure(m_edfWriter->writeData(samples, planar));
+}
+
+void BlockRecorder::reportFailure(bool isWritten)
+{
     if (!isWritten && !m_writeFailed) {
         m_writeFailed = true;
         emit recordError(m_edfWriter->lastError());
     }
-    return isWritten;
 }
 
-void BlockRecorder::record(unsigned samples, const float *planar)
+/// What has come to the file's notices since the last call.
+void BlockRecorder::reportNotice()
 {
-    m_edfSamples += samples;
-    if (!m_edfWriter->writeData(samples, planar) && !m_writeFailed) {
-        m_writeFailed = true;
-        emit recordError(m_edfWriter->lastError());
+    const QString notice = m_edfWriter->notice();
+    const QString news = notice.mid(m_reportedNotice.size()).trimmed();
+    m_reportedNotice = notice;
+    if (!news.isEmpty()) {
+        emit recordNotice(news);
     }
 }
 

@@ -100,7 +100,7 @@ signals:
     void endWritingAndCloseFile();
     void annotationLabel(const QString &time, const QString &label);
     void recordError(const QString &reason);
-    void recordNotice(const QString &notice);
+    void recordNotice(const QString &sentence);
 
 private:
     struct Label
@@ -112,7 +112,8 @@ private:
     void applyEdf(bool edf, const QString &path, const RecordedStream &stream);
     bool openEdf(const QString &path, const RecordedStream &stream);
     void closeEdf();
-    bool writeRemainder();
+    void reportFailure(bool isWritten);
+    void reportNotice();
     std::pair<bool, long long> writeLabel(const QString &label, qint64 elapsedMs);
     void connectRhythms(AlgorithmManager &algorithms);
     qint64 now() const;
@@ -123,6 +124,7 @@ private:
     std::optional<PatientInfo> m_patient;
     QDateTime m_startTime;
     QString m_edfPath; ///< of the file opened last
+    QString m_reportedNotice;
     std::vector<Label> m_earlyLabels; ///< written before the file's first sample; move along when it is opened anew
     int m_recordSamples = 1; ///< samples per channel of a complete record of the file
     qint64 m_edfSamples = 0; ///< per channel, in the file

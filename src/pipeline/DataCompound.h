@@ -107,7 +107,7 @@ signals:
     /// One sentence on why a recording did not start, lost data or could not be completed.
     void recordError(const QString &reason);
     /// As DataReader::recordNotice().
-    void recordNotice(const QString &notice);
+    void recordNotice(const QString &sentence);
     /// The host took blocks too slowly, and so many samples per channel are missing before the next newSampleData().
     /// Blocks wait for a host in 128 MiB at most. A recording has them all.
     void samplesMissed(qint64 samples);

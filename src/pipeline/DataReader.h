@@ -127,9 +127,9 @@ signals:
     /// One sentence on why a recording did not start, lost data or could not be completed; before
     /// endWritingAndCloseFile(), and once for each cause.
     void recordError(const QString &reason);
-    /// Sentences on what a user should know of a recording that is closed now although nothing failed, such as labels
-    /// that were cut.
-    void recordNotice(const QString &notice);
+    /// What a user should know of a recording although nothing failed: labels that were cut, an unrepaired recording
+    /// that was at the path and has another name now.
+    void recordNotice(const QString &sentence);
     /// The receiver took blocks too slowly, and so many samples per channel were not published, right before the next
     /// newData() or at the end. A recording has them, outlets and algorithms, too. Only with a DataCompound.
     void samplesMissed(qint64 samples);
