@@ -36,6 +36,12 @@ AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montag
             [this](const std::vector<float> &data, int count) { takeData(data, count); });
     connect(m_compound.get(), &DataCompound::currentDeviceReturnError, this, &AcquireSession::takeDeviceCode);
     connect(m_compound.get(), &DataCompound::recordError, this, &AcquireSession::takeRecordError);
+    connect(m_compound.get(), &DataCompound::samplesMissed, this, [](qint64 samples) {
+        Console::error(
+            QStringLiteral("This program came too late to %1 samples per channel: they are missing in what it "
+                           "shows, and in no recording.")
+                .arg(samples));
+    });
     connect(m_compound.get(), &DataCompound::recordNotice, this, [](const QString &notice) { Console::error(notice); });
     connect(m_compound.get(), &DataCompound::currentLabel, this, &AcquireSession::takeLabelAnswer);
     connect(m_compound.get(), &DataCompound::endWritingAndCloseFile, this, [this] {

@@ -160,13 +160,14 @@ UnitParams loadSet(const QString &path, const Montage &montage)
 {
     const SavedSet set = readSet(path);
     UnitParams params = ParamFactory::makeCustomProperty(set.name);
-    if (params.isEmpty() || !params.loadParamFromFile(path)) {
+    if (params.isEmpty()) {
         refuse(QStringLiteral("%1 holds no parameter set of a known algorithm.").arg(path));
     }
     const QStringList channels = montage.getChannelNames();
     for (const auto &[key, value] : set.values) {
         ParameterCheck::assign(params, key, value, path, channels);
     }
+    params.loadParamFromFile(path); // its descriptor and the rest
     const bool isHeartRate = params.getName() == QLatin1String("ElectroCardiogram");
     if (isHeartRate && params.getParamValue(QStringLiteral("channel")).toInt() > channels.size()) {
         refuse(QStringLiteral("%1: there is no channel %2 among %3.")

@@ -46,6 +46,8 @@ UnitParams oneParameter(const QString &name, const QString &descriptor)
     custom_param rate;
     rate.key = QStringLiteral("rate");
     rate.label = QStringLiteral("Rate");
+    rate.valueType = custom_param::ValueReal;
+    rate.controlType = custom_param::ControlReal;
     rate.minimum = QStringLiteral("100");
     rate.maximum = QStringLiteral("1000");
     rate.defaultValue = QStringLiteral("250");

@@ -50,6 +50,16 @@ std::optional<double> numberOf(const QString &text, bool isWhole)
     return fits ? std::optional<double>(number) : std::nullopt;
 }
 
+/// " (0: first, 1: second)"; empty without choices.
+QString numbered(const QStringList &choices)
+{
+    QStringList texts;
+    for (const QString &choice : choices) {
+        texts << QStringLiteral("%1: %2").arg(texts.size()).arg(choice);
+    }
+    return texts.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(texts.join(QStringLiteral(", ")));
+}
+
 /// What a value has to be, as the end of a sentence; empty when it is just that.
 QString requirement(const custom_param &param, const QString &value)
 {
@@ -75,8 +85,9 @@ QString requirement(const custom_param &param, const QString &value)
         return kind;
     }
     return maximum.isEmpty() ? QStringLiteral("%1 from %2 on").arg(kind, minimum)
-        : minimum.isEmpty()  ? QStringLiteral("%1 up to %2").arg(kind, maximum)
-                             : QStringLiteral("%1 from %2 to %3").arg(kind, minimum, maximum);
+        : minimum.isEmpty()
+        ? QStringLiteral("%1 up to %2").arg(kind, maximum)
+        : QStringLiteral("%1 from %2 to %3%4").arg(kind, minimum, maximum, isChoice ? numbered(choices) : QString());
 }
 
 /// A value that a client sent as text, number or boolean; nothing for anything else.
