@@ -1,7 +1,7 @@
 #include "filters/ButterworthFilter.h"
-#include "filters/ChannelFilterBank.h"
-#include "filters/FilterFeed.h"
 #include "filters/NotchFilter.h"
+#include "filters/engine/ChannelFilterBank.h"
+#include "filters/engine/FilterFeed.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,6 @@
 #include "algorithms/Spectrum.h"
 #include "algorithms/SpectrumNorm.h"
-#include "algorithms/ValueHistory.h"
+#include "algorithms/engine/ValueHistory.h"
 #include "common/BPCommon.h"
 #include "devices/AmplifierInfo.h"
 #include "montage/Montage.h"

@@ -2,11 +2,11 @@
 #include "common/BPCommon.h"
 #include "montage/Montage.h"
 #include "montage/MontageXmlReader.h"
-#include "server/BrowserGuard.h"
 #include "server/DataServer.h"
-#include "server/HttpRequest.h"
 #include "server/ProcessRequest.h"
 #include "server/ServerMediator.h"
+#include "server/http/BrowserGuard.h"
+#include "server/http/HttpRequest.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>

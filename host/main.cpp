@@ -1,6 +1,6 @@
-#include "Commands.h"
 #include "Console.h"
 #include "Interrupt.h"
+#include "commands/Commands.h"
 
 #include <QCoreApplication>
 #include <QLocale>

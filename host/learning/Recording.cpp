@@ -1,7 +1,6 @@
 #include "learning/Recording.h"
 
-#include "Refusal.h"
-#include "bci/FiniteRow.h"
+#include "commands/Refusal.h"
 #include "files/EDFReader.h"
 #include "files/TextTable.h"
 #include "filters/ButterworthFilter.h"
@@ -16,6 +15,11 @@ namespace {
 
 constexpr int kHighPassOrder = 4;
 constexpr float kMostGain = 10.0f; ///< a filter that adds more to a signal runs away
+
+bool isFinite(const std::vector<float> &row)
+{
+    return std::all_of(row.begin(), row.end(), [](float value) { return std::isfinite(value); });
+}
 
 float largest(const std::vector<float> &row)
 {
@@ -118,7 +122,7 @@ Recording Recording::read(const QString &path, const QStringList &channels, doub
     if (recording.size() == 0 || recording.rate <= 0.0) {
         refuse(QStringLiteral("%1 has no signal.").arg(path));
     }
-    if (!std::all_of(recording.rows.begin(), recording.rows.end(), bp::isFinite)) {
+    if (!std::all_of(recording.rows.begin(), recording.rows.end(), isFinite)) {
         refuse(QStringLiteral("%1 holds values that are no numbers: choose other channels with --channels.").arg(path));
     }
     return recording;
@@ -160,7 +164,7 @@ void Recording::highPass(double hz)
         const float before = largest(row);
         filter->Reset();
         filter->Process(row);
-        if (!bp::isFinite(row) || largest(row) > kMostGain * before) {
+        if (!isFinite(row) || largest(row) > kMostGain * before) {
             refuseUsage(
                 QStringLiteral("--highpass %1 leaves no usable signal at %2 Hz: take a lower one, or 0 for none.")
                     .arg(hz)

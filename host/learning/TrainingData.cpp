@@ -1,6 +1,6 @@
 #include "learning/TrainingData.h"
 
-#include "Refusal.h"
+#include "commands/Refusal.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>

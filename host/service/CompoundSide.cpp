@@ -1,9 +1,9 @@
 #include "service/CompoundSide.h"
 
 #include "Console.h"
-#include "MontageChoice.h"
-#include "Refusal.h"
+#include "acquire/MontageChoice.h"
 #include "algorithms/Spectrum.h"
+#include "commands/Refusal.h"
 #include "devices/Amplifier.h"
 #include "devices/AmplifierChannel.h"
 #include "devices/DeviceManager.h"

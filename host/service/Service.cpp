@@ -1,7 +1,7 @@
 #include "service/Service.h"
 
-#include "DeviceFinder.h"
-#include "Refusal.h"
+#include "acquire/DeviceFinder.h"
+#include "commands/Refusal.h"
 #include "devices/Amplifier.h"
 #include "devices/DeviceManager.h"
 #include "files/EDFReader.h"

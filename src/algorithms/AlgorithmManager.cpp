@@ -1,5 +1,7 @@
 #include "algorithms/AlgorithmManager.h"
 
+#include "common/detail/HandoverQueue.h"
+
 #include "algorithms/AsymmetryCoeff.h"
 #include "algorithms/CustomAlgorithm.h"
 #include "algorithms/DependSpectrumNorm.h"
@@ -84,6 +86,7 @@ void AlgorithmManager::registerAlgorithm(const QString &name, Creator creator)
 
 AlgorithmManager::AlgorithmManager(QObject *parent)
     : QObject(parent)
+    , m_pendingParams(std::make_unique<bp::HandoverQueue<UnitParams>>())
 {
     BPCommon::log(BPCommon::LogAlgorithm, "AlgorithmManager::AlgorithmManager created");
 }
@@ -162,7 +165,7 @@ void AlgorithmManager::updateAlgorithm(const std::vector<UnitParams> &params)
     const int added = static_cast<int>(params.size());
     const int pending = m_pendingCount.fetch_add(added) + added;
     for (const UnitParams &set : params) {
-        m_pendingParams.push(set);
+        m_pendingParams->push(set);
     }
     BPCommon::log(BPCommon::LogAlgorithm, "AlgorithmManager::updateAlgorithm %i", pending);
 }
@@ -309,7 +312,7 @@ void AlgorithmManager::removeAbsentAlgorithms()
 
 void AlgorithmManager::applyPendingParams()
 {
-    const std::vector<UnitParams> pending = m_pendingParams.takeAll();
+    const std::vector<UnitParams> pending = m_pendingParams->takeAll();
     if (pending.empty()) {
         return; // counted, but not yet handed over
     }

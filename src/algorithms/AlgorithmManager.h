@@ -2,7 +2,6 @@
 
 #include "algorithms/UnitParams.h"
 #include "common/BPExport.h"
-#include "common/HandoverQueue.h"
 #include "devices/AmplifierInfo.h"
 
 #include <QObject>
@@ -15,6 +14,10 @@
 
 class CustomAlgorithm;
 class Montage;
+
+namespace bp {
+template <class T> class HandoverQueue;
+}
 
 /// The container of an acquisition chain's algorithms: creates them from parameter sets, links those that feed each
 /// other, gives them the blocks and connects their results to a receiver.
@@ -96,7 +99,7 @@ private:
     QPointer<QObject> m_receiver;
     std::vector<UnitParams> m_configured;
     std::vector<std::unique_ptr<CustomAlgorithm>> m_algorithms; ///< in the order of their creation
-    bp::HandoverQueue<UnitParams> m_pendingParams;
+    std::unique_ptr<bp::HandoverQueue<UnitParams>> m_pendingParams;
     std::atomic<int> m_pendingCount{0}; ///< sets handed over and not yet applied, at least what the queue holds
     std::atomic<bool> m_removalPending{false};
 };

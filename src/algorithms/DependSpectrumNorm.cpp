@@ -1,5 +1,7 @@
 #include "algorithms/DependSpectrumNorm.h"
 
+#include "algorithms/engine/ValueHistory.h"
+
 #include "algorithms/ParamFactory.h"
 #include "algorithms/freqspace.h"
 #include "common/BPCommon.h"
@@ -24,6 +26,7 @@ float sum(const float *from, const float *to)
 DependSpectrumNorm::DependSpectrumNorm(const UnitParams &params, const QSharedPointer<Montage> &montage,
                                        const AmplifierInfo &info)
     : CustomAlgorithm(params, montage, info)
+    , m_history(std::make_unique<bp::ValueHistory>())
 {
     if (m_params.isEmpty()) {
         DependSpectrumNorm::fillPropertyList();
@@ -35,7 +38,7 @@ DependSpectrumNorm::~DependSpectrumNorm() = default;
 
 void DependSpectrumNorm::resetAlgorithm()
 {
-    m_history.clear();
+    m_history->clear();
 }
 
 void DependSpectrumNorm::appendData(unsigned int count, const std::vector<float> &data, bool fromSender)
@@ -166,7 +169,7 @@ void DependSpectrumNorm::setOutput(std::size_t channel, const float *spectrum)
 void DependSpectrumNorm::appendCurrentValue(float value)
 {
     if (value > 0.0f) {
-        m_history.append(value);
+        m_history->append(value);
     }
     BPCommon::log(BPCommon::LogAlgorithm, "DependSpectrumNorm::appendCurrentValue max = %f", value);
 }
@@ -176,7 +179,7 @@ void DependSpectrumNorm::fillOutputVectors(unsigned int channels)
     const float largest = *std::max_element(m_normalized.cbegin(), m_normalized.cend());
     appendCurrentValue(largest);
     m_record.clear();
-    m_record.insert(m_record.end(), {largest, m_history.maximum(), m_history.average(), kNoValue});
+    m_record.insert(m_record.end(), {largest, m_history->maximum(), m_history->average(), kNoValue});
     m_record.insert(m_record.end(), m_rhythms.cbegin(), m_rhythms.cend());
     m_record.insert(m_record.end(), m_normalized.cbegin(), m_normalized.cend());
     emit getData(QString(), m_params, channels, m_record);

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "algorithms/CustomAlgorithm.h"
-#include "algorithms/ValueHistory.h"
 
 #include <cstddef>
 #include <vector>
+
+namespace bp {
+class ValueHistory;
+}
 
 /// One rhythm value per channel for one frequency band, from the spectra of another algorithm, and a normalised value
 /// between 0 and 1 for display.
@@ -78,7 +81,7 @@ protected:
     const QString &expectedType() const { return m_expectedType; }
     void setExpectedType(const QString &type) { m_expectedType = type; }
     const Bins &band() const { return m_band; }
-    const bp::ValueHistory &history() const { return m_history; }
+    const bp::ValueHistory &history() const { return *m_history; }
     std::size_t binCount() const { return m_frequencies.size(); }
 
     float rhythmValue(const float *spectrum) const;
@@ -116,5 +119,5 @@ private:
     std::vector<float> m_rhythms; ///< per channel
     std::vector<float> m_normalized; ///< per channel
     std::vector<float> m_record = std::vector<float>(4);
-    bp::ValueHistory m_history;
+    std::unique_ptr<bp::ValueHistory> m_history;
 };

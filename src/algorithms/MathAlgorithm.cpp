@@ -1,5 +1,7 @@
 #include "algorithms/MathAlgorithm.h"
 
+#include "algorithms/engine/ValueHistory.h"
+
 #include "algorithms/ParamFactory.h"
 #include "base/Evaluate.h"
 #include "base/TextHelper.h"
@@ -19,6 +21,7 @@ MathAlgorithm::MathAlgorithm(const UnitParams &params, const QSharedPointer<Mont
                              const AmplifierInfo &info)
     : CustomAlgorithm(params, montage, info)
     , m_evaluate(std::make_unique<Evaluate>())
+    , m_history(std::make_unique<bp::ValueHistory>())
 {
     if (m_params.isEmpty()) {
         MathAlgorithm::fillPropertyList();
@@ -75,7 +78,7 @@ void MathAlgorithm::traceUnknownVariables(const QStringList &used) const
 
 void MathAlgorithm::resetAlgorithm()
 {
-    m_history.clear();
+    m_history->clear();
 }
 
 void MathAlgorithm::appendData(unsigned int count, const std::vector<float> &data, bool fromSender)
@@ -117,6 +120,6 @@ void MathAlgorithm::calculate()
 void MathAlgorithm::processValue(double value)
 {
     const auto clamped = static_cast<float>(std::clamp(value, 0.0, static_cast<double>(kPercent)));
-    m_history.append(clamped);
-    m_output = {clamped, m_history.maximum(), m_history.average()};
+    m_history->append(clamped);
+    m_output = {clamped, m_history->maximum(), m_history->average()};
 }

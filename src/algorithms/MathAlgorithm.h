@@ -1,7 +1,6 @@
 #pragma once
 
 #include "algorithms/CustomAlgorithm.h"
-#include "algorithms/ValueHistory.h"
 
 #include <QString>
 #include <QStringList>
@@ -10,6 +9,9 @@
 #include <vector>
 
 class Evaluate;
+namespace bp {
+class ValueHistory;
+}
 
 /// Combines the values of rhythm indices, or of other formulas, by the user's formula.
 ///
@@ -51,6 +53,6 @@ private:
     QStringList m_variables;
     bool m_ready = false;
     bool m_failing = false; ///< the last calculation failed, which was traced
-    bp::ValueHistory m_history;
+    std::unique_ptr<bp::ValueHistory> m_history;
     std::vector<float> m_output;
 };

@@ -1,7 +1,7 @@
 #include "algorithms/Spectrum.h"
 
-#include "algorithms/RealFft.h"
-#include "filters/SincResampler.h"
+#include "algorithms/engine/RealFft.h"
+#include "filters/engine/SincResampler.h"
 
 #include <algorithm>
 #include <array>

@@ -1,5 +1,6 @@
 #include "algorithms/SpectrumNorm.h"
 
+#include "algorithms/engine/ValueHistory.h"
 #include "algorithms/ParamFactory.h"
 #include "algorithms/SpectrumOnline.h"
 #include "common/BPCommon.h"

@@ -1,6 +1,8 @@
 #include "bci/BPMPreprocessor.h"
 
-#include "bci/ModelJson.h"
+#include "bci/numerics/WindowFilter.h"
+
+#include "bci/model/ModelJson.h"
 #include "bci/utilities.h"
 
 #include <algorithm>
@@ -73,14 +75,17 @@ BPMPreprocessor::BPMPreprocessor(Source source, float minBpm, float maxBpm, QObj
     , m_source(source)
     , m_minBpm(isRange(minBpm, maxBpm) ? minBpm : kDefaultMinBpm)
     , m_maxBpm(isRange(minBpm, maxBpm) ? maxBpm : kDefaultMaxBpm)
+    , m_filter(std::make_unique<bp::WindowFilter>())
 {
 }
+
+BPMPreprocessor::~BPMPreprocessor() = default;
 
 void BPMPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out)
 {
     const Band &band = m_source == Ecg ? kEcgBand : kPpgBand;
     const bool isReady =
-        m_filter.prepare(AbstractFilter::BandPass, kFilterOrder, static_cast<float>(m_fs), band.low, band.high);
+        m_filter->prepare(AbstractFilter::BandPass, kFilterOrder, static_cast<float>(m_fs), band.low, band.high);
     if (!isReady && m_complainedFs != m_fs) {
         m_complainedFs = m_fs;
         BPCommon::log(m_logLevel, "BPMPreprocessor::doPreprocess no heart rate at %i Hz", m_fs);
@@ -92,7 +97,7 @@ void BPMPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<floa
         if (isReady && std::isfinite(mean)) {
             m_signal = (*in)[row];
             utilities::Subtract(m_signal, mean);
-            m_filter.runSettled(m_signal, static_cast<std::size_t>(band.settleSeconds * static_cast<float>(m_fs)));
+            m_filter->runSettled(m_signal, static_cast<std::size_t>(band.settleSeconds * static_cast<float>(m_fs)));
             rate = m_source == Ecg ? rateOfEcg() : rateOfPpg();
         }
         (*out)[row].assign({rate.bpm, rate.quality});

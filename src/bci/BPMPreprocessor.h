@@ -1,7 +1,12 @@
 #pragma once
 
 #include "bci/Preprocessor.h"
-#include "bci/WindowFilter.h"
+
+#include <memory>
+
+namespace bp {
+class WindowFilter;
+}
 
 /// Heart rate of windows of an electrocardiogram or a pulse wave; 5 to 15 s suit. Signals of either sign and any unit.
 ///
@@ -23,6 +28,7 @@ public:
     /// @param minBpm, maxBpm  the rates to look for, per minute; the defaults stand in for a pair without 0 < min < max
     explicit BPMPreprocessor(Source source = Ecg, float minBpm = kDefaultMinBpm, float maxBpm = kDefaultMaxBpm,
                              QObject *parent = nullptr);
+    ~BPMPreprocessor() override;
 
     /// @param out  per channel one row of two: beats per minute, and the quality 0 … 1; both 0 when no rhythm was found
     ///             or the sampling rate is too low (ECG needs more than 30 Hz, PPG more than 10 Hz; traced once)
@@ -47,7 +53,7 @@ private:
     float m_minBpm;
     float m_maxBpm;
     int m_complainedFs = -1;
-    bp::WindowFilter m_filter;
+    std::unique_ptr<bp::WindowFilter> m_filter;
     vector<float> m_signal; ///< of the channel at hand, filtered
     vector<float> m_energy; ///< integrated squares of its slope
     vector<float> m_work;

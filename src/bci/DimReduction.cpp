@@ -1,8 +1,8 @@
 #include "bci/DimReduction.h"
 
-#include "bci/DenseMath.h"
 #include "bci/FastICA.h"
 #include "bci/MatrixOperations.h"
+#include "bci/numerics/DenseMath.h"
 #include "common/HalvinException.h"
 
 #include <QDebug>

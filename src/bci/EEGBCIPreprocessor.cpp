@@ -1,9 +1,9 @@
 #include "bci/EEGBCIPreprocessor.h"
 
-#include "bci/BandFeatures.h"
-#include "bci/FiniteRow.h"
-#include "bci/ModelJson.h"
 #include "bci/SignalFeatures.h"
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/BandFeatures.h"
+#include "bci/numerics/FiniteRow.h"
 
 #include <algorithm>
 #include <limits>

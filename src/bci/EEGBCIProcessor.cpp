@@ -1,9 +1,9 @@
 #include "bci/EEGBCIProcessor.h"
 
-#include "bci/AxisCoordinate.h"
 #include "bci/DimReduction.h"
-#include "bci/FiniteRow.h"
-#include "bci/ModelJson.h"
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/AxisCoordinate.h"
+#include "bci/numerics/FiniteRow.h"
 #include "bci/utilities.h"
 #include "common/HalvinException.h"
 

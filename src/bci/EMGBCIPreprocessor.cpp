@@ -1,5 +1,7 @@
 #include "bci/EMGBCIPreprocessor.h"
 
+#include "bci/numerics/WindowFilter.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -15,7 +17,7 @@ void EMGBCIPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<f
     for (std::size_t row = 0; row < in->size(); ++row) {
         if (!spoilEnvelope((*in)[row], (*out)[row])) {
             getRms((*in)[row], (*out)[row]);
-            m_filter.run((*out)[row]);
+            m_filter->run((*out)[row]);
         }
     }
 }

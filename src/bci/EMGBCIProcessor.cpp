@@ -1,8 +1,8 @@
 #include "bci/EMGBCIProcessor.h"
 
-#include "bci/FiniteRow.h"
-#include "bci/MarkedRuns.h"
-#include "bci/ModelJson.h"
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/FiniteRow.h"
+#include "bci/numerics/MarkedRuns.h"
 #include "bci/utilities.h"
 
 #include <QDebug>

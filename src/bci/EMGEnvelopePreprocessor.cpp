@@ -1,7 +1,9 @@
 #include "bci/EMGEnvelopePreprocessor.h"
 
-#include "bci/FiniteRow.h"
-#include "bci/ModelJson.h"
+#include "bci/numerics/WindowFilter.h"
+
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/FiniteRow.h"
 
 #include <limits>
 
@@ -15,8 +17,11 @@ constexpr char kCutOff[] = "cutOff";
 EMGEnvelopePreprocessor::EMGEnvelopePreprocessor(int cutOff, QObject *parent)
     : Preprocessor(parent)
     , m_cutOff(cutOff)
+    , m_filter(std::make_unique<bp::WindowFilter>())
 {
 }
+
+EMGEnvelopePreprocessor::~EMGEnvelopePreprocessor() = default;
 
 QString EMGEnvelopePreprocessor::kind() const
 {
@@ -25,8 +30,8 @@ QString EMGEnvelopePreprocessor::kind() const
 
 bool EMGEnvelopePreprocessor::prepareFilter()
 {
-    const bool isReady = m_filter.prepare(AbstractFilter::LowPass, kFilterOrder, static_cast<float>(m_fs),
-                                          static_cast<float>(m_cutOff), 0.0f);
+    const bool isReady = m_filter->prepare(AbstractFilter::LowPass, kFilterOrder, static_cast<float>(m_fs),
+                                           static_cast<float>(m_cutOff), 0.0f);
     if (!isReady && m_complainedFs != m_fs) {
         m_complainedFs = m_fs;
         BPCommon::log(m_logLevel, "%s::doPreprocess no envelope of %i Hz at %i Hz", kind(), m_cutOff, m_fs);

@@ -1,7 +1,12 @@
 #pragma once
 
 #include "bci/Preprocessor.h"
-#include "bci/WindowFilter.h"
+
+#include <memory>
+
+namespace bp {
+class WindowFilter;
+}
 
 /// What the preprocessors of muscle envelopes share: a second-order Butterworth low-pass and its cut-off.
 ///
@@ -11,6 +16,8 @@ class BIOPROCESSING_EXPORT EMGEnvelopePreprocessor : public Preprocessor
 {
     Q_OBJECT
 public:
+    ~EMGEnvelopePreprocessor() override;
+
     QJsonObject model() const override;
     /// Rejects a cut-off that the rate does not allow, where there is one already.
     bool setModel(const QJsonObject &model, QString &reason) override;
@@ -25,7 +32,7 @@ protected:
     static bool spoilEnvelope(const vector<float> &raw, vector<float> &envelope);
 
     int m_cutOff;
-    bp::WindowFilter m_filter;
+    std::unique_ptr<bp::WindowFilter> m_filter;
 
 private:
     QString kind() const;

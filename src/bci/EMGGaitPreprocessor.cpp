@@ -1,5 +1,7 @@
 #include "bci/EMGGaitPreprocessor.h"
 
+#include "bci/numerics/WindowFilter.h"
+
 #include "bci/utilities.h"
 
 #include <algorithm>
@@ -32,6 +34,6 @@ void EMGGaitPreprocessor::doPreprocess(vector<vector<float>> *in, vector<vector<
         envelope.resize(raw.size());
         std::transform(raw.begin(), raw.end(), envelope.begin(),
                        [mean](float sample) { return std::abs(sample - mean); });
-        m_filter.runSettled(envelope, settle);
+        m_filter->runSettled(envelope, settle);
     }
 }

@@ -1,8 +1,8 @@
 #include "bci/EMGGaitProcessor.h"
 
-#include "bci/FiniteRow.h"
-#include "bci/ModelJson.h"
-#include "bci/OtsuLevels.h"
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/FiniteRow.h"
+#include "bci/numerics/OtsuLevels.h"
 
 #include <QStringList>
 

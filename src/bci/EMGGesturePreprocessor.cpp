@@ -1,8 +1,8 @@
 #include "bci/EMGGesturePreprocessor.h"
 
 #include "bci/DimReduction.h"
-#include "bci/ModelJson.h"
 #include "bci/SignalFeatures.h"
+#include "bci/model/ModelJson.h"
 #include "bci/utilities.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "bci/EMGGestureProcessor.h"
 
-#include "bci/FiniteRow.h"
-#include "bci/ModelJson.h"
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/FiniteRow.h"
 
 #include <Eigen/Cholesky>
 #include <Eigen/Core>

@@ -1,7 +1,7 @@
 #include "bci/FastICA.h"
 
-#include "bci/DenseMath.h"
 #include "bci/DimReduction.h"
+#include "bci/numerics/DenseMath.h"
 #include "bci/utilities.h"
 
 #include <QDebug>

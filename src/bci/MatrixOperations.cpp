@@ -1,6 +1,6 @@
 #include "bci/MatrixOperations.h"
 
-#include "bci/DenseMath.h"
+#include "bci/numerics/DenseMath.h"
 #include "common/HalvinException.h"
 
 #include <Eigen/Jacobi>

@@ -1,7 +1,7 @@
 #include "bci/PortalPreprocessor.h"
 
-#include "bci/BandFeatures.h"
-#include "bci/ModelJson.h"
+#include "bci/model/ModelJson.h"
+#include "bci/numerics/BandFeatures.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "bci/PortalProcessor.h"
 
 #include "bci/DimReduction.h"
-#include "bci/FiniteRow.h"
-#include "bci/ModelJson.h"
-#include "bci/PortalModel.h"
+#include "bci/model/ModelJson.h"
+#include "bci/model/PortalModel.h"
+#include "bci/numerics/FiniteRow.h"
 #include "bci/utilities.h"
-#include "common/ExceptionText.h"
 #include "common/HalvinException.h"
+#include "common/detail/ExceptionText.h"
 
 #include <QThread>
 

@@ -1,6 +1,6 @@
 #include "bci/SignalFeatures.h"
 
-#include "bci/PolynomialMatrix.h"
+#include "bci/numerics/PolynomialMatrix.h"
 #include "bci/utilities.h"
 
 #include <algorithm>

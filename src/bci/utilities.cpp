@@ -1,7 +1,7 @@
 #include "bci/utilities.h"
 
 #include "common/BPCommon.h"
-#include "filters/SincResampler.h"
+#include "filters/engine/SincResampler.h"
 
 #include <QByteArray>
 #include <QDebug>

@@ -1,6 +1,6 @@
 #include "files/TextTable.h"
 
-#include "files/TextRows.h"
+#include "files/conversion/TextRows.h"
 
 #include <algorithm>
 

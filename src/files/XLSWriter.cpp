@@ -1,7 +1,7 @@
 #include "files/XLSWriter.h"
 
 #include "common/BPCommon.h"
-#include "files/OpenFile.h"
+#include "files/edf/OpenFile.h"
 #include "files/workbook/RhythmSheet.h"
 
 #include <QBuffer>

@@ -1,5 +1,7 @@
 #include "filters/AbstractFilter.h"
 
+#include "filters/engine/CascadeStage.h"
+
 #include <algorithm>
 
 AbstractFilter::AbstractFilter(FilterTypeEnum type, ImpulseResponseEnum response, const QString &name, QObject *parent)

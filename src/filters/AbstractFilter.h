@@ -1,13 +1,16 @@
 #pragma once
 
 #include "common/BPExport.h"
-#include "filters/CascadeStage.h"
 
 #include <QObject>
 #include <QString>
 
 #include <cstddef>
 #include <vector>
+
+namespace bp {
+struct CascadeStage;
+}
 
 /// Turns one input sample into one output sample and keeps its own history.
 ///

@@ -1,5 +1,6 @@
 #include "filters/ButterworthFilter.h"
 
+#include "filters/engine/CascadeStage.h"
 #include "common/BPCommon.h"
 #include "filters/IIRFilter.h"
 

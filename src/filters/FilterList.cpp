@@ -1,6 +1,6 @@
 #include "filters/FilterList.h"
 
-#include "filters/FilterFeed.h"
+#include "filters/engine/FilterFeed.h"
 
 namespace bp {
 

@@ -3,7 +3,7 @@
 #include "common/BPCommon.h"
 #include "filters/ButterworthFilter.h"
 #include "filters/NotchFilter.h"
-#include "filters/SincResampler.h"
+#include "filters/engine/SincResampler.h"
 
 #include <algorithm>
 

@@ -1,5 +1,6 @@
 #include "filters/NotchFilter.h"
 
+#include "filters/engine/CascadeStage.h"
 #include "filters/IIRFilter.h"
 
 #include <cmath>

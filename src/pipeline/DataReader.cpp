@@ -3,13 +3,13 @@
 #include "algorithms/AlgorithmManager.h"
 #include "algorithms/CustomAlgorithm.h"
 #include "devices/Amplifier.h"
-#include "filters/ChannelFilterBank.h"
+#include "filters/engine/ChannelFilterBank.h"
 #include "montage/Montage.h"
-#include "pipeline/BlockRecorder.h"
-#include "pipeline/MontageMix.h"
-#include "pipeline/MontageSetup.h"
-#include "pipeline/StreamOutlets.h"
-#include "pipeline/TaskQueue.h"
+#include "pipeline/reader/BlockRecorder.h"
+#include "pipeline/reader/MontageMix.h"
+#include "pipeline/reader/MontageSetup.h"
+#include "pipeline/reader/StreamOutlets.h"
+#include "pipeline/reader/TaskQueue.h"
 
 #include <QPointer>
 #include <QThread>

@@ -4,20 +4,22 @@
 #include "devices/Amplifier.h"
 #include "devices/DeviceManager.h"
 #include "montage/Montage.h"
-#include "server/BrowserGuard.h"
-#include "server/HttpReply.h"
-#include "server/MontageFolder.h"
 #include "server/ProcessRequest.h"
-#include "server/RequestReader.h"
 #include "server/ServerMediator.h"
+#include "server/TcpTextSocket.h"
 #include "server/handlers/AlgorithmRequests.h"
 #include "server/handlers/DeviceRequests.h"
+#include "server/handlers/LastValues.h"
+#include "server/handlers/MontageFolder.h"
 #include "server/handlers/MontageRequests.h"
 #include "server/handlers/ProfileRequests.h"
 #include "server/handlers/RecordRequests.h"
+#include "server/handlers/SampleBuffer.h"
 #include "server/handlers/SignalRequests.h"
 #include "server/handlers/StateRequests.h"
-#include "server/outlets/TcpTextSocket.h"
+#include "server/http/BrowserGuard.h"
+#include "server/http/HttpReply.h"
+#include "server/http/RequestReader.h"
 
 #include <QDateTime>
 #include <QScopedValueRollback>
@@ -72,6 +74,8 @@ QPointer<DataServer> DataServer::s_listener;
 DataServer::DataServer(server_state &state, QObject *parent)
     : QObject(parent)
     , m_state(state)
+    , m_samples(std::make_unique<SampleBuffer>())
+    , m_last(std::make_unique<LastValues>())
 {
     construct(QHostAddress(QHostAddress::Any), kPort);
 }
@@ -79,6 +83,8 @@ DataServer::DataServer(server_state &state, QObject *parent)
 DataServer::DataServer(server_state &state, const QHostAddress &address, quint16 port, QObject *parent)
     : QObject(parent)
     , m_state(state)
+    , m_samples(std::make_unique<SampleBuffer>())
+    , m_last(std::make_unique<LastValues>())
 {
     construct(address, port);
 }
@@ -122,13 +128,13 @@ void DataServer::setAllProcess()
 {
     m_handlers.reserve(kHandlers);
     const auto add = [this](auto handler) { m_handlers.push_back(std::move(handler)); };
-    add(std::make_unique<RequestGetInfo>(m_state, m_last));
-    add(std::make_unique<RequestGetData>(m_state, m_samples));
-    add(std::make_unique<RequestGetStates>(m_state, m_last));
-    add(std::make_unique<RequestLastState>(m_state, m_last));
-    add(std::make_unique<RequestGetLastRhythmOrState>(m_state, m_last));
-    add(std::make_unique<RequestGetSpectrum>(m_state, m_last));
-    add(std::make_unique<RequestGetLastRhythm>(m_state, m_last));
+    add(std::make_unique<RequestGetInfo>(m_state, *m_last));
+    add(std::make_unique<RequestGetData>(m_state, *m_samples));
+    add(std::make_unique<RequestGetStates>(m_state, *m_last));
+    add(std::make_unique<RequestLastState>(m_state, *m_last));
+    add(std::make_unique<RequestGetLastRhythmOrState>(m_state, *m_last));
+    add(std::make_unique<RequestGetSpectrum>(m_state, *m_last));
+    add(std::make_unique<RequestGetLastRhythm>(m_state, *m_last));
     add(std::make_unique<RequestWriteStateFile>(m_state));
     add(std::make_unique<RequestStopStartTraining>(m_state));
     add(std::make_unique<RequestGetHalvinStatus>(m_state));
@@ -205,12 +211,12 @@ void DataServer::updateRhythmList(const std::vector<UnitParams> &params)
     QMap<QString, std::vector<float>> kept;
     for (const UnitParams &rhythm : params) {
         const QString name = rhythm.getParamDescriptor();
-        const auto known = m_last.rhythms.constFind(name);
-        if (known != m_last.rhythms.constEnd()) {
+        const auto known = m_last->rhythms.constFind(name);
+        if (known != m_last->rhythms.constEnd()) {
             kept.insert(name, known.value());
         }
     }
-    m_last.rhythms = kept;
+    m_last->rhythms = kept;
 }
 
 void DataServer::setSpectrumNormalLength(unsigned length)
@@ -226,14 +232,14 @@ void DataServer::setTcpTextFlag(bool enabled)
 void DataServer::resetAllBuffers()
 {
     resetSamples();
-    m_last = LastValues();
+    *m_last = LastValues();
 }
 
 void DataServer::resetSamples()
 {
     const float rate = m_state.currentDevice.getCurrentFreqValue();
     const float known = rate > 0.0f ? std::min(rate, kMaxRate) : kUnknownRate;
-    m_samples.reset(channelsOf(m_state), static_cast<std::size_t>(known * kBufferSeconds));
+    m_samples->reset(channelsOf(m_state), static_cast<std::size_t>(known * kBufferSeconds));
 }
 
 void DataServer::appendNewData(int count, const float *samples)
@@ -242,10 +248,10 @@ void DataServer::appendNewData(int count, const float *samples)
         return;
     }
     BPCommon::log(kLog, "DataServer::appendNewData %i", count);
-    if (m_samples.channelCount() != channelsOf(m_state)) {
+    if (m_samples->channelCount() != channelsOf(m_state)) {
         resetSamples(); // the host has put another montage into the state by itself
     }
-    m_samples.append(static_cast<std::size_t>(count) / m_samples.channelCount(), samples);
+    m_samples->append(static_cast<std::size_t>(count) / m_samples->channelCount(), samples);
 }
 
 void DataServer::appendNewRhythm(const QString &name, unsigned count, const float *values)
@@ -253,7 +259,7 @@ void DataServer::appendNewRhythm(const QString &name, unsigned count, const floa
     if (count == 0 || values == nullptr) {
         return;
     }
-    m_last.rhythms[name].assign(values, values + count);
+    m_last->rhythms[name].assign(values, values + count);
     const float *number = std::find_if(values, values + count, [](float value) { return std::isfinite(value); });
     m_textSocket->sendValue(name, number != values + count ? *number : values[0]);
 }
@@ -264,21 +270,21 @@ void DataServer::appendNewSpectrum(unsigned count, const float *values)
     if (channels == 0 || values == nullptr) {
         return;
     }
-    m_last.spectrumPoints = count / channels;
-    m_last.spectrum.assign(values, values + static_cast<std::size_t>(m_last.spectrumPoints) * channels);
+    m_last->spectrumPoints = count / channels;
+    m_last->spectrum.assign(values, values + static_cast<std::size_t>(m_last->spectrumPoints) * channels);
 }
 
 void DataServer::setLastState(unsigned state)
 {
-    m_last.states.push_back({QDateTime::currentMSecsSinceEpoch(), state});
-    if (m_last.states.size() > LastValues::kStates) {
-        m_last.states.pop_front();
+    m_last->states.push_back({QDateTime::currentMSecsSinceEpoch(), state});
+    if (m_last->states.size() > LastValues::kStates) {
+        m_last->states.pop_front();
     }
 }
 
 unsigned DataServer::getlastState() const
 {
-    return m_last.states.empty() ? 0 : m_last.states.back().state;
+    return m_last->states.empty() ? 0 : m_last->states.back().state;
 }
 
 void DataServer::notify(Colleague *sender, QString message)

@@ -4,8 +4,6 @@
 #include "common/BPExport.h"
 #include "devices/AmplifierInfo.h"
 #include "server/Colleague.h"
-#include "server/LastValues.h"
-#include "server/SampleBuffer.h"
 #include "server/server_state.h"
 
 #include <QHostAddress>
@@ -28,6 +26,8 @@ class QTcpSocket;
 class ServerMediator;
 class TcpTextSocket;
 struct RequestExchange;
+class SampleBuffer;
+struct LastValues;
 
 namespace bp {
 class BrowserGuard;
@@ -165,8 +165,8 @@ private:
     std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
     ServerMediator *m_mediator = nullptr;
     RequestExchange *m_wishing = nullptr; ///< of the request whose wish is being told; null at other times
-    SampleBuffer m_samples;
-    LastValues m_last;
+    std::unique_ptr<SampleBuffer> m_samples;
+    std::unique_ptr<LastValues> m_last;
     std::vector<UnitParams> m_algorithms;
     QString m_algorithmName;
     UnitParams m_currentParams;

@@ -1,6 +1,6 @@
 #include "server/HalvinRespPacket.h"
 
-#include "server/JsonBody.h"
+#include "server/http/JsonBody.h"
 
 HalvinRespPacket::HalvinRespPacket(const QString &text)
     : m_response(text)

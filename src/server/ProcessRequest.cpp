@@ -1,10 +1,10 @@
 #include "server/ProcessRequest.h"
 
-#include "server/CommandTable.h"
 #include "server/HalvinRespPacket.h"
-#include "server/HttpReply.h"
-#include "server/JsonBody.h"
 #include "server/ServerMediator.h"
+#include "server/handlers/CommandTable.h"
+#include "server/http/HttpReply.h"
+#include "server/http/JsonBody.h"
 
 #include <QJsonDocument>
 #include <QTcpSocket>

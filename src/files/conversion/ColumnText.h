@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/TextRows.h"
+#include "files/conversion/TextRows.h"
 #include "files/edf/EdfFacts.h"
 
 #include <QStringList>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/OpenFile.h"
+#include "files/edf/OpenFile.h"
 
 #include <QFile>
 #include <QLockFile>

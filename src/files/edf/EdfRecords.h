@@ -1,8 +1,8 @@
 #pragma once
 
-#include "files/OpenFile.h"
 #include "files/edf/EdfLayout.h"
 #include "files/edf/EdfSamples.h"
+#include "files/edf/OpenFile.h"
 
 #include <QFile>
 

@@ -2,7 +2,7 @@
 
 #include "montage/AverageMontage.h"
 #include "montage/BipolarMontage.h"
-#include "server/MontageFolder.h"
+#include "server/handlers/MontageFolder.h"
 
 #include <algorithm>
 

@@ -2,9 +2,9 @@
 
 #include "algorithms/freqspace.h"
 #include "montage/Montage.h"
-#include "server/JsonNumbers.h"
-#include "server/LastValues.h"
-#include "server/SampleBuffer.h"
+#include "server/handlers/LastValues.h"
+#include "server/handlers/SampleBuffer.h"
+#include "server/http/JsonNumbers.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "server/handlers/StateRequests.h"
 
-#include "server/LastValues.h"
+#include "server/handlers/LastValues.h"
 
 #include <cmath>
 
