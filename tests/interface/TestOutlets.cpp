@@ -139,7 +139,7 @@ private slots:
 
 void TestOutlets::initTestCase()
 {
-    QVERIFY(LslInlet::restrictToThisMachine(QFINDTESTDATA("support/lsl_api.cfg")));
+    QVERIFY(LslInlet::restrictToThisMachine(QFINDTESTDATA("../support/lsl_api.cfg")));
 }
 
 void TestOutlets::describesTheStream()

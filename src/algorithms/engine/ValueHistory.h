@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -19,7 +17,7 @@ namespace bp {
 /// depends on the size of S as soon as it is rounded. Appending to a history that is not full continues S. Dropping the
 /// oldest value starts S anew, for which every chunk of values keeps what it adds to an S of a given size (see
 /// Chunk): a thousand additions and a few chunks value by value instead of a million.
-class BIOPROCESSING_EXPORT ValueHistory
+class ValueHistory
 {
 public:
     static constexpr std::size_t kCapacity = 1048576;

@@ -1,14 +1,12 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <cstddef>
 #include <vector>
 
 namespace bp {
 
 /// Small dense matrix of the polynomial fit, row by row, in double.
-class BIOPROCESSING_EXPORT PolynomialMatrix
+class PolynomialMatrix
 {
 public:
     /// Zeros. @throws std::length_error "invalid matrix size" when there would be no element, or too many to count

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
 #include "filters/FilterList.h"
 
 #include <cstddef>
@@ -16,7 +15,7 @@ namespace bp {
 /// the filters: it is taken from them at the start of a block and given back at its end, so that blocks through the
 /// bank and calls of a filter's own Process may alternate. Not synchronised: one thread at a time, apart from what
 /// comes through a feed.
-class BIOPROCESSING_EXPORT ChannelFilterBank
+class ChannelFilterBank
 {
 public:
     ChannelFilterBank();

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
 #include "filters/FilterList.h"
 
 #include <atomic>
@@ -13,7 +12,7 @@ namespace bp {
 ///
 /// One place per channel, which holds the newest list that the bank has not taken yet: nothing grows while no block is
 /// processed. One thread publishes, another one takes; neither waits.
-class BIOPROCESSING_EXPORT FilterFeed
+class FilterFeed
 {
 public:
     explicit FilterFeed(std::size_t channels);

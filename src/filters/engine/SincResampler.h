@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <cstddef>
 
 namespace bp {
@@ -10,7 +8,6 @@ namespace bp {
 ///
 /// Output sample i lies at i · inLength / outLength of the input. Nothing is padded at the ends, and a shorter output
 /// gets no extra low-pass. in and out may not overlap.
-BIOPROCESSING_EXPORT void resampleToLength(const float *in, std::size_t inLength, float *out, std::size_t outLength,
-                                           int halfWidth);
+void resampleToLength(const float *in, std::size_t inLength, float *out, std::size_t outLength, int halfWidth);
 
 } // namespace bp

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <vector>
 
 namespace bp {
@@ -30,23 +28,22 @@ struct MontageTable
 /// Each function writes montage channel i to out[i·samples, (i + 1)·samples), in 32-bit float arithmetic.
 
 /// scale · (active − reference); an input that is 0 is left out, both 0 give zeros.
-BIOPROCESSING_EXPORT void mixUsual(const RawBlock &raw, const MontageTable &table, float *out);
+void mixUsual(const RawBlock &raw, const MontageTable &table, float *out);
 
 /// scale · (active − referent) by group 2: 0 none, 1 left, 2 right, 3 the mean of both.
 ///
 /// Kept as hosts know it: active input 0 reads device channel 1; without a left referent both referents read device
 /// channel 1; a channel whose group 2 is above 3, or that asks for a referent which is 0 (the right one for 3), is not
 /// written at all.
-BIOPROCESSING_EXPORT void mixBipolar(const RawBlock &raw, const MontageTable &table, unsigned left, unsigned right,
-                                     float *out);
+void mixBipolar(const RawBlock &raw, const MontageTable &table, unsigned left, unsigned right, float *out);
 
 /// Per sample the mean of device channels i + 1 over the montage channels i whose group 2 is 0; not finite when there
 /// is none.
 /// @param average samples values
-BIOPROCESSING_EXPORT void averageReference(const RawBlock &raw, const MontageTable &table, float *average);
+void averageReference(const RawBlock &raw, const MontageTable &table, float *average);
 
 /// scale · (active − average) for group 2 = 0, where active input 0 reads device channel 1; unreferenced for 1 and 2;
 /// minus device channel group 2 − 2 from 3 on.
-BIOPROCESSING_EXPORT void mixAverage(const RawBlock &raw, const MontageTable &table, const float *average, float *out);
+void mixAverage(const RawBlock &raw, const MontageTable &table, const float *average, float *out);
 
 } // namespace bp

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <QSharedPointer>
 #include <QString>
 #include <QStringList>
@@ -11,7 +9,7 @@ class Montage;
 namespace bp {
 
 /// The montage files that a client may name: those in one folder, and nothing outside it.
-class BIOPROCESSING_EXPORT MontageFolder
+class MontageFolder
 {
 public:
     explicit MontageFolder(const QString &path);

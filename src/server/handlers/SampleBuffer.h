@@ -1,13 +1,11 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <cstddef>
 #include <vector>
 
 /// The samples that no client has fetched yet, per channel. Holds so many at most, and so many bytes; the oldest are
 /// dropped, which is traced once until the buffer is emptied.
-class BIOPROCESSING_EXPORT SampleBuffer
+class SampleBuffer
 {
 public:
     /// Of all channels together. An answer in JSON takes two to three times as much, and exists twice while it is sent.

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <QHostAddress>
 #include <QString>
 #include <QStringList>
@@ -16,7 +14,7 @@ struct RequestHead;
 /// Turned away is what names a foreign page ("Origin", or else "Referer"), what a browser marks as sent by one
 /// ("Sec-Fetch-Site"), and what was sent to a host by a name that is not this computer's ("Host"), by which a page
 /// could pass as the service's own. Programs that are no browsers send none of these.
-class BIOPROCESSING_EXPORT BrowserGuard
+class BrowserGuard
 {
 public:
     /// @param origins  "http://localhost:8000" for example, or "*" for all; their host names are let in too

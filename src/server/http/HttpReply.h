@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <QByteArray>
 #include <QString>
 
@@ -11,12 +9,12 @@ namespace bp {
 
 /// A success of the command service. Lengths are announced in UTF-16 units, which differ from the bytes sent for texts
 /// beyond ASCII (kept, as is every byte here: clients in the field compare them).
-BIOPROCESSING_EXPORT QByteArray successReply(const QString &body);
+QByteArray successReply(const QString &body);
 /// The same for a body of ASCII only, whose length is the same in every unit.
 QByteArray successReplyAscii(const QByteArray &body);
 
 /// An error. A message that does not begin with "{" is wrapped as {"error":"message"}, without escaping.
-BIOPROCESSING_EXPORT QByteArray errorReply(const QString &messageOrJson);
+QByteArray errorReply(const QString &messageOrJson);
 
 /// What a browser is told that asks whether a page may send a request: that it may.
 QByteArray preflightReply();

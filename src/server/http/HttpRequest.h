@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <QByteArray>
 #include <QHash>
 #include <QString>
@@ -22,12 +20,12 @@ struct RequestHead
 };
 
 /// The head of a request; nothing while the blank line behind it is missing.
-BIOPROCESSING_EXPORT std::optional<RequestHead> parseHead(const QByteArray &bytes);
+std::optional<RequestHead> parseHead(const QByteArray &bytes);
 /// The same for a request that has no blank line, and no body therefore.
-BIOPROCESSING_EXPORT RequestHead parseBareHead(const QByteArray &bytes);
+RequestHead parseBareHead(const QByteArray &bytes);
 
 /// A whole request in the form that the handlers read: the line, and the body behind a "Content-Length" in their
 /// spelling and unit. A client that announces bytes and one that announces UTF-16 units both get their body taken.
-BIOPROCESSING_EXPORT QString plainRequest(const RequestHead &head, const QByteArray &bytes);
+QString plainRequest(const RequestHead &head, const QByteArray &bytes);
 
 } // namespace bp

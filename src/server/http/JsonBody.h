@@ -1,7 +1,5 @@
 #pragma once
 
-#include "common/BPExport.h"
-
 #include <QJsonObject>
 #include <QString>
 
@@ -15,6 +13,6 @@ constexpr int kMaxJsonDepth = 256;
 ///
 /// Does not go through Qt's parser, which loses memory with each malformed text, and with containers under a name that
 /// occurs twice: whoever talks to the service could fill it up.
-BIOPROCESSING_EXPORT QJsonObject jsonObject(const QString &text);
+QJsonObject jsonObject(const QString &text);
 
 } // namespace bp

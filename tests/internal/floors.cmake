@@ -1,0 +1,36 @@
+# Reads every #include and fails where one runs up. Given by CTest: source (the project's folder) and floors, ground first.
+#  - A room includes from its own floor and from those below. algorithms/UnitParams.h and what it is made of are a leaf: values
+#    only, for everybody above base.
+#  - A public header, which stands at the top of a room, includes public headers only; so do host, plug-ins and examples.
+cmake_minimum_required(VERSION 3.21)
+set(leaf algorithms/UnitParams.h algorithms/CustomParam.h)
+file(GLOB_RECURSE files RELATIVE ${source} ${source}/src/*.h ${source}/src/*.cpp ${source}/host/*.h ${source}/host/*.cpp
+  ${source}/plugins/*.h ${source}/plugins/*.cpp ${source}/examples/*.cpp)
+foreach(file IN LISTS files)
+  string(REGEX REPLACE "^src/" "" path ${file})
+  string(REGEX MATCH "^[a-z]+" room ${path})
+  list(FIND floors ${room} floor)
+  set(is_outside FALSE)
+  if(NOT file MATCHES "^src/")
+    set(is_outside TRUE)
+  endif()
+  file(STRINGS ${source}/${file} includes REGEX "^#include \"")
+  foreach(include IN LISTS includes)
+    string(REGEX REPLACE "^#include \"([^\"]+)\".*" "\\1" included "${include}")
+    string(REGEX MATCH "^[a-z]+" below ${included})
+    list(FIND floors "${below}" ground)
+    if(ground EQUAL -1 OR NOT EXISTS ${source}/src/${included})
+      continue() # not of src
+    endif()
+    if(NOT is_outside AND ground GREATER floor AND NOT included IN_LIST leaf AND NOT path STREQUAL algorithms/UnitParams.cpp)
+      message(SEND_ERROR "${file} includes ${included}, which lies on a higher floor.")
+    endif()
+    set(is_public_header FALSE)
+    if(path MATCHES "^[a-z]+/[^/]+[.]h$" AND NOT room STREQUAL base)
+      set(is_public_header TRUE)
+    endif()
+    if((is_outside OR is_public_header) AND (included MATCHES "^[a-z]+/[^\"]*/" OR below STREQUAL base))
+      message(SEND_ERROR "${file} includes ${included}, which is internal.")
+    endif()
+  endforeach()
+endforeach()
