@@ -33,9 +33,9 @@ Console::ExitStatus runConversion(FileConversion &conversion, const QString &tar
         error = sentence;
         loop.quit();
     });
+    QObject::connect(&worker, &QThread::started, &conversion, work);
     conversion.moveToThread(&worker);
     worker.start();
-    QMetaObject::invokeMethod(&conversion, work);
     loop.exec();
     worker.quit();
     worker.wait();
