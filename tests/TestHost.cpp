@@ -77,6 +77,9 @@ void TestHost::initTestCase()
     write("broken.xml", "<?xml version=\"1.0\"?><Montage><type>Montage_Usual</type><name>x</name><Channel><index>1");
     write("empty.xml", "<?xml version=\"1.0\"?><Montage><type>Montage_Usual</type><name>x</name></Montage>");
     write("text.xml", "this is no markup");
+    write("input.xml",
+          "<Montage><type>Montage_Usual</type><Channel><index>0</index><name>C3</name><type>EEG</type><g1>99</g1>"
+          "<g2>0</g2><scale>1</scale><LPF>0</LPF><HPF>0</HPF><BSF>0</BSF></Channel></Montage>");
     const auto set = [](const char *name, const char *prop) {
         return QByteArray("<algo><name>") + name + "</name><desc>x</desc><prop>" + prop + "</prop></algo>";
     };
@@ -347,6 +350,8 @@ void TestHost::refusesInOneSentence_data()
         << (acquire + words("--montage") << path("empty.xml")) << 1 << QByteArray("empty.xml");
     QTest::newRow("montage that is no markup")
         << (acquire + words("--montage") << path("text.xml")) << 1 << QByteArray("text.xml");
+    QTest::newRow("montage of another device")
+        << (acquire + words("--montage") << path("input.xml")) << 1 << QByteArray("reads input 99");
     QTest::newRow("unknown rhythm") << (acquire + words("--rhythms alpha,mist")) << 2 << QByteArray("mist");
     QTest::newRow("unknown ECG channel") << (acquire + words("--heart-rate Elbow")) << 1 << QByteArray("Elbow");
     QTest::newRow("no parameter set") << (acquire + words("--algorithms") << path("page.edf")) << 1

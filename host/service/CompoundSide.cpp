@@ -159,7 +159,7 @@ void CompoundSide::start(const AmplifierInfo &info, QSharedPointer<Montage> mont
         if (montage.isNull()) {
             montage = MontageChoice::choose(device, QString());
         } else {
-            MontageChoice::check(montage, QStringLiteral("The montage"));
+            MontageChoice::check(montage, QStringLiteral("The montage"), device);
         }
         acquire(device, montage);
     } catch (const Refusal &refusal) {
@@ -267,7 +267,7 @@ void CompoundSide::changeMontage(const QSharedPointer<Montage> &montage)
         return;
     }
     try {
-        MontageChoice::check(montage, QStringLiteral("The montage"));
+        MontageChoice::check(montage, QStringLiteral("The montage"), m_device);
     } catch (const Refusal &refusal) {
         m_server.refuse(refusal.sentence);
         return;

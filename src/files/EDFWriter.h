@@ -120,7 +120,8 @@ public:
     /// One sentence on the last failure: what, which file, why. Empty after a successful open().
     QString lastError() const { return m_lastError; }
     /// Sentences on what a user should know although nothing failed: an earlier recording that was renamed, labels that
-    /// were cut, an end within the first second. Of the file that is open, or else the last one; empty when there is nothing.
+    /// were cut, an end within the first second. Of the file that is open, or else the last one; empty when there is
+    /// nothing.
     QString notice() const { return m_notice; }
 
 private:

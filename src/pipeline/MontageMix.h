@@ -23,6 +23,7 @@ struct MontageTable
     std::vector<unsigned> group1;
     std::vector<unsigned> group2;
     std::vector<float> scale;
+    std::vector<unsigned> averaged; ///< device channels that make up the average
 
     unsigned size() const { return static_cast<unsigned>(scale.size()); }
 };
@@ -40,8 +41,7 @@ BIOPROCESSING_EXPORT void mixUsual(const RawBlock &raw, const MontageTable &tabl
 BIOPROCESSING_EXPORT void mixBipolar(const RawBlock &raw, const MontageTable &table, unsigned left, unsigned right,
                                      float *out);
 
-/// Per sample the mean of device channels i + 1 over the montage channels i whose group 2 is 0; not finite when there
-/// is none.
+/// Per sample the mean of the averaged device channels; not finite when there is none.
 /// @param average samples values
 BIOPROCESSING_EXPORT void averageReference(const RawBlock &raw, const MontageTable &table, float *average);
 
