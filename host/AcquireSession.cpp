@@ -56,7 +56,7 @@ AcquireSession::~AcquireSession() = default;
 QString AcquireSession::rhythmPath(const QString &record)
 {
     const QString suffix = QStringLiteral("_rt.xls");
-    return record.endsWith(QLatin1String(".edf")) ? record.chopped(4) + suffix : record + suffix;
+    return (record.indexOf(QLatin1String(".edf")) > 0 ? record.chopped(4) : record) + suffix; // as XLSWriter does
 }
 
 void AcquireSession::start()
@@ -232,11 +232,11 @@ void AcquireSession::finish()
     m_watch.stop();
     Console::progress(QString());
     m_compound->stopReadData();
+    checkRecording();
     if (m_error.isEmpty() && m_nextLabel < m_options.labels.size()) {
         m_error = QStringLiteral("The label \"%1\" lies behind the end of the recording and was not written.")
                       .arg(m_options.labels[m_nextLabel].text);
     }
-    checkRecording();
     emit finished();
 }
 
