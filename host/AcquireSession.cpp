@@ -176,9 +176,11 @@ void AcquireSession::takeDeviceCode(int code)
 
 void AcquireSession::takeRecordError(const QString &reason)
 {
-    m_recordFailed = true;
+    (reason.contains(rhythmPath(m_options.recordPath)) ? m_rhythmsFailed : m_recordFailed) = true;
     if (m_error.isEmpty()) {
         m_error = reason;
+    } else if (reason != m_error) {
+        Console::error(reason);
     }
     stop(QStringLiteral("error"));
 }
@@ -306,7 +308,7 @@ QJsonObject AcquireSession::recordSummary() const
                        {QStringLiteral("bytes"), QFileInfo(m_options.recordPath).size()},
                        {QStringLiteral("labels"), m_labelsWritten},
                        {QStringLiteral("padded_seconds"), m_compound->paddedSeconds()}};
-    if (recordsRhythms() && QFileInfo::exists(rhythmPath(m_options.recordPath))) {
+    if (recordsRhythms() && !m_rhythmsFailed && QFileInfo::exists(rhythmPath(m_options.recordPath))) {
         record.insert(QStringLiteral("rhythms"), rhythmPath(m_options.recordPath));
     }
     QJsonObject clipped;
