@@ -234,7 +234,7 @@ void printNotes(Amplifier *device, const AcquireOptions &options)
     const QList<AnnotationStrct> &annotations = options.played.annotations;
     if (!options.recordPath.isEmpty()
         && std::any_of(annotations.begin(), annotations.end(),
-                       [](const AnnotationStrct &annotation) { return annotation.duration > 0.0; })) {
+                       [](const AnnotationStrct &annotation) { return annotation.duration > kNoDuration; })) {
         notes << QStringLiteral("Labels mark a time: the durations of the played annotations are not recorded.");
     }
     const auto rate = static_cast<double>(device->getFreqValue());

@@ -56,7 +56,7 @@ AcquireSession::~AcquireSession() = default;
 QString AcquireSession::rhythmPath(const QString &record)
 {
     const QString suffix = QStringLiteral("_rt.xls");
-    return record.endsWith(QLatin1String(".edf")) ? record.chopped(4) + suffix : record + suffix;
+    return (record.indexOf(QLatin1String(".edf")) > 0 ? record.chopped(4) : record) + suffix; // as XLSWriter does
 }
 
 void AcquireSession::start()
@@ -176,9 +176,11 @@ void AcquireSession::takeDeviceCode(int code)
 
 void AcquireSession::takeRecordError(const QString &reason)
 {
-    m_recordFailed = true;
+    (reason.contains(rhythmPath(m_options.recordPath)) ? m_rhythmsFailed : m_recordFailed) = true;
     if (m_error.isEmpty()) {
         m_error = reason;
+    } else if (reason != m_error) {
+        Console::error(reason);
     }
     stop(QStringLiteral("error"));
 }
@@ -232,11 +234,11 @@ void AcquireSession::finish()
     m_watch.stop();
     Console::progress(QString());
     m_compound->stopReadData();
+    checkRecording();
     if (m_error.isEmpty() && m_nextLabel < m_options.labels.size()) {
         m_error = QStringLiteral("The label \"%1\" lies behind the end of the recording and was not written.")
                       .arg(m_options.labels[m_nextLabel].text);
     }
-    checkRecording();
     emit finished();
 }
 
@@ -306,7 +308,7 @@ QJsonObject AcquireSession::recordSummary() const
                        {QStringLiteral("bytes"), QFileInfo(m_options.recordPath).size()},
                        {QStringLiteral("labels"), m_labelsWritten},
                        {QStringLiteral("padded_seconds"), m_compound->paddedSeconds()}};
-    if (recordsRhythms() && QFileInfo::exists(rhythmPath(m_options.recordPath))) {
+    if (recordsRhythms() && !m_rhythmsFailed && QFileInfo::exists(rhythmPath(m_options.recordPath))) {
         record.insert(QStringLiteral("rhythms"), rhythmPath(m_options.recordPath));
     }
     QJsonObject clipped;

@@ -100,6 +100,7 @@ private:
     int m_labelsWritten = 0;
     bool m_stopping = false;
     bool m_finished = false;
+    bool m_rhythmsFailed = false; ///< their spreadsheet could not be saved
     bool m_recordFailed = false; ///< m_error tells why the recording is not complete
     QString m_reason;
     QString m_error;

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Console.h"
+#include "PlayedRecording.h"
 #include "common/BPCommon.h"
 #include "devices/AmplifierChannel.h"
 #include "devices/AnnotationStrct.h"
@@ -14,7 +15,6 @@
 namespace {
 
 constexpr int kTimeDigits = 14;
-constexpr double kNoDuration = 0.0001; ///< seconds: recordings of ours give it to events without a duration
 
 QJsonArray channelsToJson(EDFReader &reader)
 {

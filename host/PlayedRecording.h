@@ -10,6 +10,8 @@
 
 class Amplifier;
 
+constexpr double kNoDuration = 0.0001; ///< seconds: recordings of ours give it to events without a duration
+
 /// A recording that is played as a device: what it carries besides its samples.
 struct PlayedRecording
 {

@@ -173,10 +173,10 @@ void BlockRecorder::forgetWishes()
 
 void BlockRecorder::abandonEdf(const QString &reason)
 {
+    emit recordError(reason);
     closeEdf();
     m_edf = false;
     m_timing = m_rhythm;
-    emit recordError(reason);
 }
 
 bool BlockRecorder::reopenEmptyEdf(const RecordedStream &stream)
