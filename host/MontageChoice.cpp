@@ -1,10 +1,19 @@
 #include "MontageChoice.h"
 
+#include "Console.h"
 #include "Refusal.h"
 #include "devices/Amplifier.h"
 #include "montage/BipolarMontage.h"
 #include "montage/Montage.h"
 #include "montage/MontageXmlReader.h"
+
+#include <QHash>
+
+namespace {
+
+constexpr int kNamedChannels = 4; ///< in a sentence on several; beyond it they are counted
+
+} // namespace
 
 QSharedPointer<Montage> MontageChoice::choose(Amplifier *device, const QString &path)
 {
@@ -31,5 +40,31 @@ void MontageChoice::check(const QSharedPointer<Montage> &montage, const QString 
     const auto bipolar = montage.dynamicCast<BipolarMontage>();
     if (!bipolar.isNull() && !bipolar->isReferentsCorrect()) {
         refuse(QStringLiteral("%1 is bipolar, but its left or right referent is no channel of it.").arg(origin));
+    }
+}
+
+void MontageChoice::printFilterNotes(const Montage &montage)
+{
+    const QStringList names = montage.getChannelNames();
+    QStringList sentences; // in the order in which they come up
+    QHash<QString, QStringList> channels;
+    int channel = 0;
+    for (const QString &note : montage.filterNotes()) {
+        // A note is "NAME: …"; the channels' notes come in their order.
+        while (channel < names.size() && !note.startsWith(names[channel] + QLatin1String(": "))) {
+            ++channel;
+        }
+        const QString name = names.value(channel);
+        const QString sentence = note.mid(name.size());
+        if (!channels.contains(sentence)) {
+            sentences << sentence;
+        }
+        channels[sentence] << name;
+    }
+    for (const QString &sentence : qAsConst(sentences)) {
+        const QStringList &of = channels[sentence];
+        Console::error(
+            (of.size() > kNamedChannels ? QStringLiteral("%1 channels").arg(of.size()) : of.join(QStringLiteral(", ")))
+            + sentence);
     }
 }

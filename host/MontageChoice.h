@@ -14,5 +14,7 @@ QSharedPointer<Montage> choose(Amplifier *device, const QString &path);
 /// Throws a Refusal for a montage that cannot be acquired with.
 /// @param origin  where it comes from, for the refusal
 void check(const QSharedPointer<Montage> &montage, const QString &origin);
+/// What a user should know of the filters, on standard error: one sentence for all channels of which it is true.
+void printFilterNotes(const Montage &montage);
 
 } // namespace MontageChoice

@@ -537,7 +537,7 @@ void TestFiles::withinFirstSecond()
         bool label, isPadded, isKept;
     };
     constexpr Case kCases[]{{0, false, false, true}, {7, false, false, true}, {0, true, false, false},
-                            {7, true, false, false}, {7, true, true, true},    {10, true, false, true}};
+                            {7, true, false, false}, {7, true, true, true},   {10, true, false, true}};
     for (const Case &row : kCases) {
         EDFWriter writer(path(), 2, 10);
         QVERIFY(write(writer, row.samples));
