@@ -50,7 +50,7 @@ void addOptions(QCommandLineParser &parser)
         "written anyway.",
         "T:TEXT");
     AlgorithmChoice::addOptions(parser);
-    add("lsl", "Stream through a Lab Streaming Layer outlet of this name.", "NAME");
+    add("lsl", "Stream through a Lab Streaming Layer outlet of this name: samples, no labels.", "NAME");
     add("json", "Print the summary, and each second the live values, as one JSON object on a line.");
 }
 
