@@ -36,7 +36,9 @@ AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montag
             [this](const std::vector<float> &data, int count) { takeData(data, count); });
     connect(m_compound.get(), &DataCompound::currentDeviceReturnError, this, &AcquireSession::takeDeviceCode);
     connect(m_compound.get(), &DataCompound::recordError, this, &AcquireSession::takeRecordError);
-    connect(m_compound.get(), &DataCompound::samplesMissed, this, [](qint64 samples) {
+    connect(m_compound.get(), &DataCompound::signalLabel, this, &AcquireSession::showLabel);
+    connect(m_compound.get(), &DataCompound::samplesMissed, this, [this](qint64 samples) {
+        m_samples += samples; // time has passed
         Console::error(
             QStringLiteral("This program came too late to %1 samples per channel: they are missing in what it "
                            "shows, and in no recording.")
@@ -71,6 +73,9 @@ void AcquireSession::start()
     if (!m_options.lslName.isEmpty()) {
         m_compound->setLSLStreamParametrs(m_options.lslName, false, QString());
     }
+    if (m_options.played.start.isValid()) {
+        m_options.played.giveTo(*m_compound);
+    }
     if (!m_options.recordPath.isEmpty()) {
         prepareRecord();
         m_compound->startRecord(m_options.recordPath, true, recordsRhythms(), 0);
@@ -88,7 +93,7 @@ void AcquireSession::prepareRecord()
     m_compound->setWriteRemainder(true);
     m_compound->setSignalClock(m_options.isPaced);
     m_compound->setRecordStartTime(m_options.recordStart);
-    if (m_options.patient) {
+    if (m_options.patient && !m_options.played.start.isValid()) {
         m_compound->setPatientInfo(*m_options.patient);
     }
 }
@@ -201,26 +206,19 @@ void AcquireSession::placeLabels()
     }
     while (m_nextLabel < m_options.labels.size() && m_options.labels[m_nextLabel].seconds <= seconds()) {
         const TimedLabel &label = m_options.labels[m_nextLabel++];
-        placeLabel(label.seconds, label.text);
-    }
-    const QList<AnnotationStrct> &played = m_options.played.annotations;
-    while (m_nextPlayed < played.size() && m_passBegin + played[m_nextPlayed].onset <= seconds()) {
-        placeLabel(m_passBegin + played[m_nextPlayed].onset, played[m_nextPlayed].text);
-        if (++m_nextPlayed == played.size() && m_options.played.passSeconds > 0.0) {
-            m_nextPlayed = 0;
-            m_passBegin += m_options.played.passSeconds;
+        showLabel(label.seconds, label.text);
+        if (!m_options.recordPath.isEmpty()) {
+            // A recording has a whole number of samples per second; the label stays with its sample.
+            m_compound->setLabelToEDFAt(label.text,
+                                        label.seconds * m_frequency / std::max(1.0, std::floor(m_frequency)));
         }
     }
 }
 
-void AcquireSession::placeLabel(double seconds, const QString &text)
+void AcquireSession::showLabel(double seconds, const QString &text) const
 {
     if (m_options.json && !m_live.isEmpty()) {
         Console::printJsonLine({{QStringLiteral("label"), text}, {QStringLiteral("time"), seconds}});
-    }
-    if (!m_options.recordPath.isEmpty()) {
-        // A recording has a whole number of samples per second; the label stays with its sample.
-        m_compound->setLabelToEDFAt(text, seconds * m_frequency / std::max(1.0, std::floor(m_frequency)));
     }
 }
 

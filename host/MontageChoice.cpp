@@ -1,5 +1,6 @@
 #include "MontageChoice.h"
 
+#include "Console.h"
 #include "Refusal.h"
 #include "devices/Amplifier.h"
 #include "devices/AmplifierChannel.h"
@@ -7,9 +8,13 @@
 #include "montage/Montage.h"
 #include "montage/MontageXmlReader.h"
 
+#include <QHash>
+
 #include <algorithm>
 
 namespace {
+
+constexpr int kNamedChannels = 4; ///< in a sentence on several; beyond it they are counted
 
 /// The device channel with the largest number that a montage channel reads.
 unsigned furthestInput(const AmplifierChannel &channel, Montage_Type type)
@@ -64,4 +69,30 @@ void MontageChoice::check(const QSharedPointer<Montage> &montage, const QString 
         checkInputs(*montage, origin, std::max(0, device->getAmplifierInfo().channels()));
     }
     montage->setReferencesByInput(true);
+}
+
+void MontageChoice::printFilterNotes(const Montage &montage)
+{
+    const QStringList names = montage.getChannelNames();
+    QStringList sentences; // in the order in which they come up
+    QHash<QString, QStringList> channels;
+    int channel = 0;
+    for (const QString &note : montage.filterNotes()) {
+        // A note is "NAME: …"; the channels' notes come in their order.
+        while (channel < names.size() && !note.startsWith(names[channel] + QLatin1String(": "))) {
+            ++channel;
+        }
+        const QString name = names.value(channel);
+        const QString sentence = note.mid(name.size());
+        if (!channels.contains(sentence)) {
+            sentences << sentence;
+        }
+        channels[sentence] << name;
+    }
+    for (const QString &sentence : qAsConst(sentences)) {
+        const QStringList &of = channels[sentence];
+        Console::error(
+            (of.size() > kNamedChannels ? QStringLiteral("%1 channels").arg(of.size()) : of.join(QStringLiteral(", ")))
+            + sentence);
+    }
 }

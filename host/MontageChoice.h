@@ -15,5 +15,7 @@ QSharedPointer<Montage> choose(Amplifier *device, const QString &path);
 /// @param origin  where it comes from, for the refusal
 /// @param device  whose inputs it has to do with; null when that is not known yet
 void check(const QSharedPointer<Montage> &montage, const QString &origin, const Amplifier *device);
+/// What a user should know of the filters, on standard error: one sentence for all channels of which it is true.
+void printFilterNotes(const Montage &montage);
 
 } // namespace MontageChoice

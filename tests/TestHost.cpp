@@ -205,23 +205,33 @@ void TestHost::namesWhatGaveNothing()
 
 void TestHost::takesAnnotationsAlong()
 {
-    HandmadeEdf{{{"A", "uV", 100}}, 6, "1", {{"0.5", "before"}, {"2.5", "here"}, {"5.25", "there"}}}.writeTo(
-        path("noted.edf"));
+    HandmadeEdf{{{"A", "uV", 100}},
+                6,
+                "1",
+                {{"0.5", "before"},
+                 {"2.5\x15"
+                  "1.25",
+                  "here"},
+                 {"5.25", "there"}}}
+        .writeTo(path("noted.edf"));
     const auto annotationsOf = [this](const QStringList &options, const char *name) {
         const Outcome outcome = runHost(words("acquire --speed max --playback")
                                         << path("noted.edf") << QStringLiteral("--record") << path(name) << options);
         QStringList list;
         const QJsonObject info = runHost({QStringLiteral("info"), QStringLiteral("--json"), path(name)}).json();
         for (const QJsonValue &annotation : info[QLatin1String("annotations")].toArray()) {
-            list << QStringLiteral("%1 %2")
-                        .arg(annotation.toObject()[QLatin1String("onset")].toDouble())
-                        .arg(annotation.toObject()[QLatin1String("text")].toString());
+            const double duration = annotation[QLatin1String("duration")].toDouble();
+            list << QStringLiteral("%1%2 %3")
+                        .arg(annotation[QLatin1String("onset")].toDouble())
+                        .arg(duration > 0.001 ? QStringLiteral("+%1").arg(duration) : QString(),
+                             annotation[QLatin1String("text")].toString());
         }
         return outcome.status == 0 ? list.join(QLatin1Char(',')) : QString::fromLocal8Bit(outcome.error);
     };
-    QCOMPARE(annotationsOf(words("--label 1:mine"), "n1.edf"), QStringLiteral("0.5 before,1 mine,2.5 here,5.25 there"));
+    QCOMPARE(annotationsOf(words("--label 1:mine"), "n1.edf"),
+             QStringLiteral("0.5 before,1 mine,2.5+1.25 here,5.25 there"));
     QCOMPARE(annotationsOf(words("--set start=2 --set repeat=1 --seconds 7"), "n2.edf"),
-             QStringLiteral("0.5 here,3.25 there,4.5 here"));
+             QStringLiteral("0.5+1.25 here,3.25 there,4.5+1.25 here"));
 }
 
 void TestHost::ownsToPaddingAndClipping()

@@ -98,6 +98,8 @@ public:
     /// As addAnnotation(text), for a time that was taken elsewhere.
     /// @param elapsedMs milliseconds from the start of the recording; a negative time counts as 0
     std::pair<bool, long long> addAnnotationAt(long long elapsedMs, const QString &text);
+    /// @param durationMs below 1 it is 0.1 ms, as that of the labels without one
+    std::pair<bool, long long> addAnnotationAt(long long elapsedMs, const QString &text, long long durationMs);
     /// Kept as hosts know it: the annotation lands at one tenth of the given onset, and lasts one tenth of the given
     /// duration, both in seconds.
     bool addAnnotation(double onsetSeconds, double durationSeconds, const QString &text);
