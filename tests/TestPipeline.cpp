@@ -948,8 +948,10 @@ void TestPipeline::writesTheRemainderOnRequest()
 void TestPipeline::reportsARecordingThatIsNotComplete_data()
 {
     QTest::addColumn<bool>("timed");
-    QTest::newRow("stopped") << false;
-    QTest::newRow("ended by itself") << true;
+    QTest::addColumn<int>("channels"); // of a montage that ends it
+    QTest::newRow("stopped") << false << 0;
+    QTest::newRow("ended by itself") << true << 0;
+    QTest::newRow("another montage") << false << 1;
 }
 
 void TestPipeline::reportsARecordingThatIsNotComplete()
@@ -958,21 +960,27 @@ void TestPipeline::reportsARecordingThatIsNotComplete()
     QSKIP("A file that is open cannot be removed here");
 #endif
     QFETCH(bool, timed);
+    QFETCH(int, channels);
     FakeAmplifier device;
     DataCompound compound(&device, plainMontage(2));
     QSignalSpy blocks(&compound, &DataCompound::newSampleData);
     QSignalSpy errors(&compound, &DataCompound::recordError);
     QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    int errorsBeforeEnd = 0;
+    connect(&compound, &DataCompound::endWritingAndCloseFile, this, [&] { errorsBeforeEnd = errors.size(); });
     compound.startReadData();
     compound.startRecord(path(QStringLiteral("gone.edf")), true, false, timed ? 1 : 0);
     QTRY_VERIFY_WITH_TIMEOUT(blocks.size() > 15, kTimeoutMs);
-    QVERIFY(QFile::remove(path(QStringLiteral("gone.edf"))));
-    if (!timed) {
+    QVERIFY(channels > 0 || QFile::remove(path(QStringLiteral("gone.edf"))));
+    if (channels > 0) {
+        compound.setNewAmplifier(&device, plainMontage(channels));
+    } else if (!timed) {
         compound.stopRecord();
     }
     QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+    QCOMPARE(errorsBeforeEnd, 1);
     QCOMPARE(errors.size(), 1);
-    QVERIFY(errors[0][0].toString().contains(QLatin1String("gone.edf")));
+    QVERIFY(errors[0][0].toString().contains(QLatin1String(channels > 0 ? "montage" : "gone.edf")));
 }
 
 /// A recording that is played faster than it was made.
