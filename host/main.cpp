@@ -1,12 +1,14 @@
 #include "Console.h"
 #include "Interrupt.h"
 #include "commands/Commands.h"
+#include "common/detail/ExceptionText.h"
 
 #include <QCoreApplication>
 #include <QLocale>
 
 #include <array>
 #include <clocale>
+#include <new>
 
 namespace {
 
@@ -40,6 +42,20 @@ QString usage()
     return text + QStringLiteral("\n\n  --help     this text\n  --version  the version");
 }
 
+/// A command's exit status; what it throws ends it with a sentence.
+int runGuarded(const Command &command, const QStringList &arguments)
+{
+    try {
+        return command.run(arguments);
+    } catch (const std::bad_alloc &) {
+        Console::error(QStringLiteral("There is not enough memory for this: take less at once, fewer channels or a "
+                                      "shorter recording."));
+    } catch (...) {
+        Console::error(QStringLiteral("An unexpected error has ended this: %1.").arg(bp::exceptionText()));
+    }
+    return Console::Failure;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -64,7 +80,7 @@ int main(int argc, char *argv[])
     for (const Command &command : kCommands) {
         if (word == QLatin1String(command.name)) {
             arguments.removeAt(1);
-            return Console::finish(command.run(arguments));
+            return Console::finish(runGuarded(command, arguments));
         }
     }
     Console::error(word.isEmpty()

@@ -36,7 +36,9 @@ AcquireSession::AcquireSession(Amplifier *device, QSharedPointer<Montage> montag
             [this](const std::vector<float> &data, int count) { takeData(data, count); });
     connect(m_compound.get(), &DataCompound::currentDeviceReturnError, this, &AcquireSession::takeDeviceCode);
     connect(m_compound.get(), &DataCompound::recordError, this, &AcquireSession::takeRecordError);
-    connect(m_compound.get(), &DataCompound::samplesMissed, this, [](qint64 samples) {
+    connect(m_compound.get(), &DataCompound::signalLabel, this, &AcquireSession::showLabel);
+    connect(m_compound.get(), &DataCompound::samplesMissed, this, [this](qint64 samples) {
+        m_samples += samples; // time has passed
         Console::error(
             QStringLiteral("This program came too late to %1 samples per channel: they are missing in what it "
                            "shows, and in no recording.")
@@ -56,7 +58,7 @@ AcquireSession::~AcquireSession() = default;
 QString AcquireSession::rhythmPath(const QString &record)
 {
     const QString suffix = QStringLiteral("_rt.xls");
-    return record.endsWith(QLatin1String(".edf")) ? record.chopped(4) + suffix : record + suffix;
+    return (record.indexOf(QLatin1String(".edf")) > 0 ? record.chopped(4) : record) + suffix; // as XLSWriter does
 }
 
 void AcquireSession::start()
@@ -70,6 +72,9 @@ void AcquireSession::start()
     }
     if (!m_options.lslName.isEmpty()) {
         m_compound->setLSLStreamParametrs(m_options.lslName, false, QString());
+    }
+    if (m_options.played.start.isValid()) {
+        m_options.played.giveTo(*m_compound);
     }
     if (!m_options.recordPath.isEmpty()) {
         prepareRecord();
@@ -88,7 +93,7 @@ void AcquireSession::prepareRecord()
     m_compound->setWriteRemainder(true);
     m_compound->setSignalClock(m_options.isPaced);
     m_compound->setRecordStartTime(m_options.recordStart);
-    if (m_options.patient) {
+    if (m_options.patient && !m_options.played.start.isValid()) {
         m_compound->setPatientInfo(*m_options.patient);
     }
 }
@@ -176,9 +181,11 @@ void AcquireSession::takeDeviceCode(int code)
 
 void AcquireSession::takeRecordError(const QString &reason)
 {
-    m_recordFailed = true;
+    (reason.contains(rhythmPath(m_options.recordPath)) ? m_rhythmsFailed : m_recordFailed) = true;
     if (m_error.isEmpty()) {
         m_error = reason;
+    } else if (reason != m_error) {
+        Console::error(reason);
     }
     stop(QStringLiteral("error"));
 }
@@ -199,26 +206,19 @@ void AcquireSession::placeLabels()
     }
     while (m_nextLabel < m_options.labels.size() && m_options.labels[m_nextLabel].seconds <= seconds()) {
         const TimedLabel &label = m_options.labels[m_nextLabel++];
-        placeLabel(label.seconds, label.text);
-    }
-    const QList<AnnotationStrct> &played = m_options.played.annotations;
-    while (m_nextPlayed < played.size() && m_passBegin + played[m_nextPlayed].onset <= seconds()) {
-        placeLabel(m_passBegin + played[m_nextPlayed].onset, played[m_nextPlayed].text);
-        if (++m_nextPlayed == played.size() && m_options.played.passSeconds > 0.0) {
-            m_nextPlayed = 0;
-            m_passBegin += m_options.played.passSeconds;
+        showLabel(label.seconds, label.text);
+        if (!m_options.recordPath.isEmpty()) {
+            // A recording has a whole number of samples per second; the label stays with its sample.
+            m_compound->setLabelToEDFAt(label.text,
+                                        label.seconds * m_frequency / std::max(1.0, std::floor(m_frequency)));
         }
     }
 }
 
-void AcquireSession::placeLabel(double seconds, const QString &text)
+void AcquireSession::showLabel(double seconds, const QString &text) const
 {
     if (m_options.json && !m_live.isEmpty()) {
         Console::printJsonLine({{QStringLiteral("label"), text}, {QStringLiteral("time"), seconds}});
-    }
-    if (!m_options.recordPath.isEmpty()) {
-        // A recording has a whole number of samples per second; the label stays with its sample.
-        m_compound->setLabelToEDFAt(text, seconds * m_frequency / std::max(1.0, std::floor(m_frequency)));
     }
 }
 
@@ -232,11 +232,11 @@ void AcquireSession::finish()
     m_watch.stop();
     Console::progress(QString());
     m_compound->stopReadData();
+    checkRecording();
     if (m_error.isEmpty() && m_nextLabel < m_options.labels.size()) {
         m_error = QStringLiteral("The label \"%1\" lies behind the end of the recording and was not written.")
                       .arg(m_options.labels[m_nextLabel].text);
     }
-    checkRecording();
     emit finished();
 }
 
@@ -306,7 +306,7 @@ QJsonObject AcquireSession::recordSummary() const
                        {QStringLiteral("bytes"), QFileInfo(m_options.recordPath).size()},
                        {QStringLiteral("labels"), m_labelsWritten},
                        {QStringLiteral("padded_seconds"), m_compound->paddedSeconds()}};
-    if (recordsRhythms() && QFileInfo::exists(rhythmPath(m_options.recordPath))) {
+    if (recordsRhythms() && !m_rhythmsFailed && QFileInfo::exists(rhythmPath(m_options.recordPath))) {
         record.insert(QStringLiteral("rhythms"), rhythmPath(m_options.recordPath));
     }
     QJsonObject clipped;

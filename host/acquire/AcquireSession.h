@@ -35,8 +35,8 @@ struct AcquireOptions
     QString lslName; ///< empty: nothing is streamed
     bool json = false; ///< live values as JSON lines
     bool isPaced = false; ///< the device's time is not the clock's: a played recording, a simulator at another speed
-    PlayedRecording played; ///< its annotations become labels; empty unless a recording is played
-    QDateTime recordStart; ///< for the recording's header; invalid: the clock's
+    PlayedRecording played; ///< what goes along with the signal; nothing unless a recording is played
+    QDateTime recordStart; ///< for the recording's header; invalid: the played recording's, or the clock's
     std::optional<PatientInfo> patient;
 };
 
@@ -73,7 +73,7 @@ private:
     void takeRecordError(const QString &reason);
     void takeLabelAnswer(const QString &time, const QString &label);
     void placeLabels();
-    void placeLabel(double seconds, const QString &text);
+    void showLabel(double seconds, const QString &text) const;
     void showLiveValues();
     void giveUpClosing();
     void finish();
@@ -94,12 +94,11 @@ private:
     qint64 m_blocks = 0;
     qint64 m_firstBlockMs = -1;
     std::size_t m_nextLabel = 0;
-    int m_nextPlayed = 0; ///< of the played annotations
-    double m_passBegin = 0.0; ///< of a recording that is played again and again, s
     std::vector<qint64> m_clipped; ///< samples per montage channel that a recording cannot hold
     int m_labelsWritten = 0;
     bool m_stopping = false;
     bool m_finished = false;
+    bool m_rhythmsFailed = false; ///< their spreadsheet could not be saved
     bool m_recordFailed = false; ///< m_error tells why the recording is not complete
     QString m_reason;
     QString m_error;

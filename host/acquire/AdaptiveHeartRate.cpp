@@ -38,7 +38,7 @@ void filter(std::vector<float> &samples, const UnitParams &params, float rate)
     const auto pass = [&](AbstractFilter::FilterTypeEnum type, const char *key) {
         const float frequency = params.getParamValue(QLatin1String(key)).toFloat();
         if (frequency > 0.0f && 2.0f * frequency < rate) {
-            ButterworthFilter(type, kFilterOrder, rate, frequency, frequency).Process(samples);
+            ButterworthFilter::makeStable(type, kFilterOrder, rate, frequency)->Process(samples);
         }
     };
     pass(AbstractFilter::HighPass, "hp_freq");

@@ -4,6 +4,7 @@
 #include "commands/Refusal.h"
 #include "devices/Amplifier.h"
 #include "files/EDFReader.h"
+#include "pipeline/DataCompound.h"
 
 #include <algorithm>
 #include <cmath>
@@ -37,7 +38,9 @@ void PlayedRecording::open(Amplifier &device, const QString &path)
     if (!reader.open()) {
         refuse(reader.lastError());
     }
-    notice = reader.notice();
+    if (!reader.notice().isEmpty()) {
+        notes << reader.notice();
+    }
     start = reader.getStartDateTime();
     reader.getPatientInfo(patient);
     seconds = playedSeconds(reader);
@@ -47,27 +50,40 @@ void PlayedRecording::open(Amplifier &device, const QString &path)
     }
 }
 
-void PlayedRecording::beginWhereDeviceDoes(Amplifier &device)
+PlayedRecording PlayedRecording::fromWhereDeviceBegins(Amplifier &device) const
 {
     UnitParams params;
     device.getUnitParams(params);
     const double skipped = std::min(parameter(params, "start"), seconds);
-    passSeconds = parameter(params, "repeat") > 0.0 ? seconds - skipped : 0.0;
-    start = start.addMSecs(std::llround(skipped * 1000.0));
-    annotations.clear();
+    PlayedRecording played = *this;
+    played.passSeconds = parameter(params, "repeat") > 0.0 ? seconds - skipped : 0.0;
+    played.start = start.addMSecs(std::llround(skipped * 1000.0));
     QList<AnnotationStrct> all;
     device.getAnnotation(all);
+    int behind = 0;
     for (AnnotationStrct annotation : qAsConst(all)) {
         annotation.onset -= skipped;
         if (annotation.onset >= 0.0 && !annotation.text.isEmpty()) {
-            annotations << annotation;
+            played.annotations << annotation;
+            behind += annotation.onset > seconds - skipped ? 1 : 0;
         }
     }
-    std::stable_sort(annotations.begin(), annotations.end(),
+    std::stable_sort(played.annotations.begin(), played.annotations.end(),
                      [](const AnnotationStrct &a, const AnnotationStrct &b) { return a.onset < b.onset; });
+    if (behind > 0) {
+        played.notes << QStringLiteral("Annotations behind the end of the signal are not played: %1.").arg(behind);
+    }
+    return played;
 }
 
-QStringList deviceNotes(Amplifier &device)
+void PlayedRecording::giveTo(DataCompound &compound) const
+{
+    compound.setSignalLabels(annotations, passSeconds);
+    compound.setSignalStartTime(start);
+    compound.setPatientInfo(patient);
+}
+
+QStringList deviceNotes(Amplifier &device, bool isRecorded)
 {
     UnitParams params;
     device.getUnitParams(params);
@@ -77,6 +93,15 @@ QStringList deviceNotes(Amplifier &device)
         notes << QStringLiteral("Left out, since their rate differs: %1.")
                      .arg(QString(values.getParamValue(QStringLiteral("left_out")))
                               .replace(QLatin1Char(';'), QLatin1String(", ")));
+    }
+    const auto rate = static_cast<double>(device.getFreqValue());
+    if (isRecorded && rate >= 1.0 && rate != std::floor(rate)) {
+        notes << QStringLiteral(
+                     "The rate of %1 Hz is recorded as %2 Hz, since a recording has whole samples per second: "
+                     "times in it are %3 % longer.")
+                     .arg(rate)
+                     .arg(std::floor(rate))
+                     .arg(100.0 * (rate / std::floor(rate) - 1.0), 0, 'g', 2);
     }
     return notes;
 }

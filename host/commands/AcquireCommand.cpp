@@ -50,7 +50,7 @@ void addOptions(QCommandLineParser &parser)
         "written anyway.",
         "T:TEXT");
     AlgorithmChoice::addOptions(parser);
-    add("lsl", "Stream through a Lab Streaming Layer outlet of this name.", "NAME");
+    add("lsl", "Stream through a Lab Streaming Layer outlet of this name: samples, no labels.", "NAME");
     add("json", "Print the summary, and each second the live values, as one JSON object on a line.");
 }
 
@@ -216,37 +216,16 @@ void takePlayed(Amplifier *device, const QCommandLineParser &parser, AcquireOpti
     if (!parser.isSet(QStringLiteral("playback"))) {
         return;
     }
-    options.played.beginWhereDeviceDoes(*device);
-    if (!options.recordStart.isValid()) {
-        options.recordStart = options.played.start;
-    }
-    if (!options.patient) {
-        options.patient = options.played.patient;
+    options.played = options.played.fromWhereDeviceBegins(*device);
+    if (options.patient) {
+        options.played.patient = *options.patient;
     }
 }
 
 void printNotes(Amplifier *device, const AcquireOptions &options)
 {
-    QStringList notes = deviceNotes(*device);
-    if (!options.played.notice.isEmpty()) {
-        notes.prepend(options.played.notice);
-    }
-    const QList<AnnotationStrct> &annotations = options.played.annotations;
-    if (!options.recordPath.isEmpty()
-        && std::any_of(annotations.begin(), annotations.end(),
-                       [](const AnnotationStrct &annotation) { return annotation.duration > 0.0; })) {
-        notes << QStringLiteral("Labels mark a time: the durations of the played annotations are not recorded.");
-    }
-    const auto rate = static_cast<double>(device->getFreqValue());
-    if (!options.recordPath.isEmpty() && rate >= 1.0 && rate != std::floor(rate)) {
-        notes << QStringLiteral(
-                     "The rate of %1 Hz is recorded as %2 Hz, since a recording has whole samples per second: "
-                     "times in it are %3 % longer.")
-                     .arg(rate)
-                     .arg(std::floor(rate))
-                     .arg(100.0 * (rate / std::floor(rate) - 1.0), 0, 'g', 2);
-    }
-    for (const QString &note : qAsConst(notes)) {
+    const QStringList notes = options.played.notes + deviceNotes(*device, !options.recordPath.isEmpty());
+    for (const QString &note : notes) {
         Console::error(note);
     }
 }
@@ -327,9 +306,7 @@ Console::ExitStatus acquire(const QCommandLineParser &parser)
     QObject::connect(&interrupt, &Interrupt::interrupted, &session,
                      [&session] { session.stop(QStringLiteral("interrupted")); });
     QObject::connect(&session, &AcquireSession::finished, &loop, &QEventLoop::quit, Qt::QueuedConnection);
-    for (const QString &note : montage->filterNotes()) {
-        Console::error(note);
-    }
+    MontageChoice::printFilterNotes(*montage);
     session.start();
     loop.exec();
 

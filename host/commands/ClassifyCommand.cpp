@@ -145,9 +145,7 @@ Console::ExitStatus classifyDevice(const QCommandLineParser &parser, bp::ModelFi
                         montage->getChannelNames().join(QStringLiteral(", "))));
     }
     DataCompound compound(device, montage);
-    for (const QString &note : montage->filterNotes()) {
-        Console::error(note);
-    }
+    MontageChoice::printFilterNotes(*montage);
     Interrupt interrupt;
     SampleWatch watch;
     QEventLoop loop;

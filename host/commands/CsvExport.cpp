@@ -112,7 +112,8 @@ QString CsvExport::write(const QString &source, const QString &target)
         return fault;
     }
     QSaveFile file(target);
-    if (!file.open(QIODevice::WriteOnly)) {
+    // Unbuffered: commit() does not notice when the disk has no room for what is left in a buffer.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         return QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString());
     }
     const QString error = writeLines(reader, file);
@@ -159,7 +160,7 @@ QString CsvExport::writeLines(EDFReader &reader, QSaveFile &file)
                 return QStringLiteral("cancelled");
             }
             if (file.write(text) != text.size()) {
-                return QStringLiteral("Cannot write %1: %2.").arg(file.fileName(), file.errorString());
+                return QStringLiteral("Cannot write %1: the disk may be full.").arg(file.fileName());
             }
             text.clear();
             report(line + 1, lines);

@@ -1,4 +1,5 @@
 #include "Console.h"
+#include "acquire/PlayedRecording.h"
 #include "commands/Commands.h"
 #include "common/BPCommon.h"
 #include "devices/AmplifierChannel.h"
@@ -14,7 +15,6 @@
 namespace {
 
 constexpr int kTimeDigits = 14;
-constexpr double kNoDuration = 0.0001; ///< seconds: recordings of ours give it to events without a duration
 
 QJsonArray channelsToJson(EDFReader &reader)
 {

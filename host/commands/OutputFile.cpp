@@ -65,10 +65,10 @@ void refuseToReplace(const QCommandLineParser &parser, const QString &path)
                 .arg(path));
     }
     if (hasJournal(path)) {
-        refuse(
-            QStringLiteral("%1.labels holds the labels of a recording: \"bioprocessing repair %1\" makes a copy that "
-                           "has them; move it away then, or choose another name here.")
-                .arg(path));
+        refuse(QStringLiteral("%1.labels holds the labels of a recording that could not be completed: if %1 is that "
+                              "recording, \"bioprocessing repair %1\" puts them into a copy; move this text file away "
+                              "then, or choose another name here.")
+                   .arg(path));
     }
     const QFileInfo info(path);
     if (info.isDir()) {

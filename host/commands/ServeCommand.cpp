@@ -30,7 +30,11 @@ void addOptions(QCommandLineParser &parser)
     add("state-seconds", QStringLiteral("Length of a state file; 10 unless said."), "N");
     add("device-search", QStringLiteral("Look for devices always, or only while none acquires, unless said."),
         "always|idle");
-    add("playback", QStringLiteral("Play this EDF or BDF recording as the device \"Playback\"."), "FILE");
+    add("playback",
+        QStringLiteral(
+            "Play this EDF or BDF recording as the device \"Playback\"; its recordings take over annotations, "
+            "start time and patient, an outlet the samples alone."),
+        "FILE");
     add("lsl", QStringLiteral("Stream through a Lab Streaming Layer outlet of this name."), "NAME");
     parser.addOption({QStringLiteral("text-sockets"),
                       QStringLiteral("Send alpha and beta as text lines to the ports %1 and %2 of this computer.")

@@ -6,13 +6,13 @@
 #include "commands/Commands.h"
 #include "commands/OutputFile.h"
 #include "commands/Refusal.h"
+#include "common/SaveFile.h"
 #include "learning/TrainingData.h"
 #include "learning/Validation.h"
 #include "learning/Windows.h"
 
 #include <QCommandLineParser>
 #include <QJsonArray>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <cmath>
@@ -153,9 +153,9 @@ void writeFeatures(const QString &path, const Windows &windows, const TrainingDa
         }
         text += '\n';
     }
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit()) {
-        refuse(QStringLiteral("%1 could not be written: %2.").arg(path, file.errorString()));
+    const QString fault = bp::saveFile(path, text);
+    if (!fault.isEmpty()) {
+        refuse(QStringLiteral("%1 could not be written: %2.").arg(path, fault));
     }
 }
 

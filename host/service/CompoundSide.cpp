@@ -66,6 +66,7 @@ CompoundSide::CompoundSide(server_state &state, DataServer &server, const QStrin
         Console::error(
             QStringLiteral("The service was too busy: %1 samples were recorded, but not handed out.").arg(samples));
     });
+    connect(m_compound.get(), &DataCompound::recordNotice, this, &Console::error);
     connect(m_compound.get(), &DataCompound::currentLabel, this, [](const QString &time, const QString &label) {
         if (time == QLatin1String("-")) {
             Console::error(QStringLiteral("The label \"%1\" could not be written.").arg(label));
@@ -159,7 +160,7 @@ void CompoundSide::start(const AmplifierInfo &info, QSharedPointer<Montage> mont
         if (montage.isNull()) {
             montage = MontageChoice::choose(device, QString());
         } else {
-            MontageChoice::check(montage, QStringLiteral("The montage"));
+            MontageChoice::check(montage, QStringLiteral("The montage"), device);
         }
         acquire(device, montage);
     } catch (const Refusal &refusal) {
@@ -176,10 +177,9 @@ void CompoundSide::acquire(Amplifier *device, const QSharedPointer<Montage> &mon
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
     m_records.reset();
 
-    // What is played at another speed has its own time, which labels and the rows of a spreadsheet follow.
-    m_compound->setSignalClock(device->getAmplifierInfo().name() == QLatin1String("Playback"));
     m_device = device;
     m_nextMontage.clear();
+    prepareRecordings();
     useMontage(montage);
     m_compound->setAlgorithmParams(this, withChannels(m_algorithms));
     if (!m_streamName.isEmpty()) {
@@ -192,9 +192,22 @@ void CompoundSide::acquire(Amplifier *device, const QSharedPointer<Montage> &mon
     emit acquiringChanged(true);
 }
 
+void CompoundSide::prepareRecordings()
+{
+    // What is played at another speed has its own time, which labels and the rows of a spreadsheet follow.
+    const bool isPlayed = m_device->getAmplifierInfo().name() == QLatin1String("Playback");
+    const PlayedRecording played = isPlayed ? m_played.fromWhereDeviceBegins(*m_device) : PlayedRecording();
+    m_compound->setSignalClock(isPlayed);
+    played.giveTo(*m_compound);
+    for (const QString &note : played.notes + deviceNotes(*m_device, true)) {
+        Console::error(note);
+    }
+}
+
 void CompoundSide::useMontage(const QSharedPointer<Montage> &montage)
 {
     m_compound->setNewAmplifier(m_device, montage);
+    MontageChoice::printFilterNotes(*montage);
     m_montage = montage;
     m_rhythmChannels = rhythmChannels(*montage);
 }
@@ -267,7 +280,7 @@ void CompoundSide::changeMontage(const QSharedPointer<Montage> &montage)
         return;
     }
     try {
-        MontageChoice::check(montage, QStringLiteral("The montage"));
+        MontageChoice::check(montage, QStringLiteral("The montage"), m_device);
     } catch (const Refusal &refusal) {
         m_server.refuse(refusal.sentence);
         return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "acquire/PlayedRecording.h"
 #include "algorithms/UnitParams.h"
 #include "common/MetaTypes.h"
 #include "devices/AmplifierInfo.h"
@@ -41,6 +42,9 @@ public:
     /// Streams every acquisition through a Lab Streaming Layer outlet of this name; empty for none.
     void setStreamName(const QString &name) { m_streamName = name; }
 
+    /// What goes along with the signal of the device "Playback" into its recordings.
+    void setPlayed(const PlayedRecording &played) { m_played = played; }
+
     /// The algorithms that run, now and with the next start.
     void setAlgorithms(const std::vector<UnitParams> &algorithms);
     /// Changes or adds one; the others go on undisturbed.
@@ -76,6 +80,7 @@ public slots:
 
 private:
     void acquire(Amplifier *device, const QSharedPointer<Montage> &montage);
+    void prepareRecordings();
     void useMontage(const QSharedPointer<Montage> &montage);
     void applySettings();
     int spectrumPoints() const;
@@ -99,6 +104,7 @@ private:
     QSharedPointer<Montage> m_nextMontage; ///< chosen while no device was acquiring
     std::vector<unsigned> m_rhythmChannels; ///< of the montage; rhythms are shown of these
     QString m_streamName;
+    PlayedRecording m_played;
     QElapsedTimer m_sinceOtherChannels; ///< valid after a montage with other channels was taken up
     std::unique_ptr<DataCompound> m_compound;
     RecordKeeper m_records;

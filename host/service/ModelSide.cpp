@@ -3,7 +3,6 @@
 #include "Console.h"
 #include "algorithms/ParamFactory.h"
 #include "server/DataServer.h"
-#include "server/ParamLimits.h"
 #include "server/ProcessRequest.h"
 #include "server/ServerMediator.h"
 #include "service/CompoundSide.h"
@@ -73,11 +72,11 @@ void ModelSide::perform(RequestExchange &exchange, const QString &message)
     } else if (message == QLatin1String("getAlgorithms")) {
         m_server.setParamList(m_profiles.current().algorithms);
     } else if (message == QLatin1String("updateParam")) {
-        exchange.refusal = updateAlgorithm(m_server.getCurrParams(), exchange.unknownKeys);
+        exchange.refusal = updateAlgorithm(exchange, m_server.getCurrParams());
     } else if (message == QLatin1String("addNewAlgorithm")) {
         const UnitParams params = m_server.getCurrParams();
-        exchange.refusal =
-            checkValues(params, ParamFactory::makeCustomProperty(params.getName()), exchange.unknownKeys);
+        const bool isKnown = !ParamFactory::makeCustomProperty(params.getName()).isEmpty();
+        exchange.refusal = isKnown ? valuesRefusal(exchange, params) : QString();
         if (exchange.refusal.isEmpty()) {
             exchange.refusal = addAlgorithm(params);
         }
@@ -242,20 +241,16 @@ QString ModelSide::checkAlgorithms(const RequestExchange &exchange) const
     return {};
 }
 
-QString ModelSide::checkValues(const UnitParams &params, const UnitParams &before, const QStringList &unknownKeys) const
+QString ModelSide::valuesRefusal(const RequestExchange &exchange, const UnitParams &params) const
 {
-    if (!unknownKeys.isEmpty() && !before.isEmpty()) {
-        return QStringLiteral("There is no parameter ") + unknownKeys.constFirst();
-    }
-    const QString reason = bp::limitRefusal(params, before);
-    return reason.isEmpty() ? m_compound.channelRefusal(params) : reason;
+    return exchange.valuesProblem.isEmpty() ? m_compound.channelRefusal(params) : exchange.valuesProblem;
 }
 
-QString ModelSide::updateAlgorithm(const UnitParams &params, const QStringList &unknownKeys)
+QString ModelSide::updateAlgorithm(const RequestExchange &exchange, const UnitParams &params)
 {
     Profile profile = m_profiles.current();
     UnitParams *known = profile.find(params.getName(), params.getParamDescriptor());
-    const QString reason = known != nullptr ? checkValues(params, *known, unknownKeys) : notFound();
+    const QString reason = known != nullptr ? valuesRefusal(exchange, params) : notFound();
     if (!reason.isEmpty()) {
         return reason;
     }

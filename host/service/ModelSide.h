@@ -42,8 +42,8 @@ private:
     QString addAlgorithm(const UnitParams &params);
     QString addAlgorithmByName(const RequestExchange &exchange);
     QString checkAlgorithms(const RequestExchange &exchange) const;
-    QString checkValues(const UnitParams &params, const UnitParams &before, const QStringList &unknownKeys) const;
-    QString updateAlgorithm(const UnitParams &params, const QStringList &unknownKeys);
+    QString valuesRefusal(const RequestExchange &exchange, const UnitParams &params) const;
+    QString updateAlgorithm(const RequestExchange &exchange, const UnitParams &params);
     QString removeAlgorithm(const QString &type, const QString &descriptor);
     void setState(int state);
     void takeModel();

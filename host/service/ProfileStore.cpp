@@ -1,13 +1,13 @@
 #include "service/ProfileStore.h"
 
 #include "Console.h"
+#include "common/SaveFile.h"
 #include "service/FileName.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
-#include <QSaveFile>
 #include <QSet>
 
 #include <algorithm>
@@ -40,10 +40,9 @@ QJsonObject readObject(const QString &path, QString &error)
 
 void writeObject(const QString &path, const QJsonObject &object)
 {
-    QSaveFile file(path);
-    const QByteArray text = QJsonDocument(object).toJson();
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit()) {
-        Console::error(QStringLiteral("Cannot write %1: %2.").arg(path, file.errorString()));
+    const QString fault = bp::saveFile(path, QJsonDocument(object).toJson());
+    if (!fault.isEmpty()) {
+        Console::error(QStringLiteral("Cannot write %1: %2.").arg(path, fault));
     }
 }
 

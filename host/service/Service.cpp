@@ -2,9 +2,7 @@
 
 #include "acquire/DeviceFinder.h"
 #include "commands/Refusal.h"
-#include "devices/Amplifier.h"
 #include "devices/DeviceManager.h"
-#include "files/EDFReader.h"
 #include "montage/Montage.h"
 #include "server/DataServer.h"
 
@@ -55,6 +53,7 @@ Service::Service(const ServiceOptions &options, QObject *parent)
     m_compound = std::make_unique<CompoundSide>(m_state, *m_server, m_options.dataFolder + QLatin1String("/records"));
     m_compound->setStreamName(m_options.lslName);
     m_compound->records().setPlayedFile(m_options.playbackFile);
+    m_compound->setPlayed(m_played);
     m_model = std::make_unique<ModelSide>(m_state, *m_server, *m_compound, m_mediator, *m_profiles);
     m_mediator.setCompound(m_compound.get());
     m_mediator.setHalvinModel(m_model.get());
@@ -111,24 +110,19 @@ void Service::listen()
 }
 
 /// Gives the device its recording before anybody hears of the device.
-void Service::preparePlayback() const
+void Service::preparePlayback()
 {
     if (m_options.playbackFile.isEmpty()) {
         return;
     }
-    EDFReader reader(m_options.playbackFile);
-    if (!reader.open()) {
-        refuse(reader.lastError());
-    }
-    reader.close();
     DeviceFinder finder;
     finder.search();
     Amplifier *device = finder.open(QStringLiteral("Playback"));
-    if (device == nullptr || !device->setFilePath(m_options.playbackFile)) {
-        refuse(device == nullptr ? QStringLiteral("The playback device is missing: its plug-in is to lie beside the "
-                                                  "program, in HalvinDevices.")
-                                 : QStringLiteral("%1 has no signal to play.").arg(m_options.playbackFile));
+    if (device == nullptr) {
+        refuse(QStringLiteral("The playback device is missing: its plug-in is to lie beside the program, in "
+                              "HalvinDevices."));
     }
+    m_played.open(*device, m_options.playbackFile);
 }
 
 void Service::searchDevices()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "acquire/PlayedRecording.h"
 #include "server/ServerMediator.h"
 #include "server/server_state.h"
 #include "service/CompoundSide.h"
@@ -50,7 +51,7 @@ signals:
 
 private:
     void prepareFolder();
-    void preparePlayback() const;
+    void preparePlayback();
     void listen();
     void searchDevices();
     void takeSearched();
@@ -59,6 +60,7 @@ private:
     ServiceOptions m_options;
     std::unique_ptr<QLockFile> m_lock;
     server_state m_state;
+    PlayedRecording m_played;
     ServerMediator m_mediator;
     std::unique_ptr<ProfileStore> m_profiles;
     std::unique_ptr<DataServer> m_server;

@@ -146,8 +146,8 @@ void ElectroCardiogram::createFilters()
 {
     const Config &config = m_config;
     if (isBelowHalfRate("high-pass", config.highPass)) {
-        m_highPass = std::make_unique<ButterworthFilter>(AbstractFilter::HighPass, kFilterOrder, config.rate,
-                                                         config.highPass, config.highPass);
+        m_highPass =
+            ButterworthFilter::makeStable(AbstractFilter::HighPass, kFilterOrder, config.rate, config.highPass);
     }
     if (isBelowHalfRate("low-pass", config.lowPass)) {
         m_lowPass = std::make_unique<ButterworthFilter>(AbstractFilter::LowPass, kFilterOrder, config.rate,

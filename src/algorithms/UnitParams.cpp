@@ -1,6 +1,7 @@
 #include "algorithms/UnitParams.h"
 
 #include "common/BPCommon.h"
+#include "common/SaveFile.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -367,14 +368,12 @@ bool UnitParams::writeParamToFile(const QString &path) const
     writeSetting(writer);
     writer.writeEndElement();
     writer.writeEndDocument();
-    // Put together first, so that nothing but the disk can spoil a set that is there.
-    QFile file(path);
-    const bool written = !writer.hasError() && file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)
-        && file.write(document) == document.size() && file.flush();
-    if (!written) {
-        BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::writeParamToFile %s: %s", path, file.errorString());
+    const QString fault = writer.hasError() ? QStringLiteral("a text that XML cannot hold")
+                                            : bp::saveFile(path, document, bp::SaveFallback::WriteInPlace);
+    if (!fault.isEmpty()) {
+        BPCommon::log(BPCommon::LogAlgorithm, "UnitParams::writeParamToFile %s: %s", path, fault);
     }
-    return written;
+    return fault.isEmpty();
 }
 
 bool UnitParams::loadParamFromFile(const QString &path)

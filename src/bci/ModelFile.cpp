@@ -2,12 +2,12 @@
 
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
+#include "common/SaveFile.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <exception>
@@ -114,15 +114,12 @@ bool ModelFile::write(const QString &path, QString &reason) const
         {QStringLiteral("highpass"), highPass},  {QStringLiteral("channels"), QJsonArray::fromStringList(channels)},
         {QStringLiteral("classes"), names},      {QStringLiteral("preprocessor"), pair.preprocessor->model()},
         {QStringLiteral("processor"), processor}};
-    QSaveFile file(path);
     const QByteArray bytes = QJsonDocument(json).toJson();
     if (bytes.size() > kMaxBytes) {
         return refuse(reason, path, QStringLiteral("was not written: the model is bigger than 512 MB"));
     }
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
-        return refuse(reason, path, QStringLiteral("could not be written: %1").arg(file.errorString()));
-    }
-    return true;
+    const QString fault = bp::saveFile(path, bytes);
+    return fault.isEmpty() || refuse(reason, path, QStringLiteral("could not be written: %1").arg(fault));
 }
 
 bool ModelFile::read(const QString &path, QString &reason)

@@ -93,7 +93,8 @@ template <class T> QByteArray lineOf(const vector<T> &values)
 template <class T> bool save(const char *function, const QString &path, const T *rows, std::size_t count)
 {
     QSaveFile file(path);
-    bool ok = file.open(QIODevice::WriteOnly);
+    // Unbuffered: commit() does not notice when the disk has no room for what is left in a buffer.
+    bool ok = file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
     for (std::size_t i = 0; ok && i < count; ++i) {
         const QByteArray line = lineOf(rows[i]);
         ok = file.write(line) == line.size();

@@ -1,12 +1,12 @@
 #include "files/EDFToXLS.h"
 
+#include "common/SaveFile.h"
 #include "files/edf/EdfSource.h"
 #include "files/edf/EdfText.h"
 #include "files/workbook/RhythmSheet.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
-#include <QSaveFile>
 
 #include <xlsxdocument.h>
 #include <xlsxworksheet.h>
@@ -141,7 +141,6 @@ QString EDFToXLS::write(const QString &source, const QString &target)
     job.writeInformation(source);
     error = writeSamples(job);
     job.writeNotes();
-    QSaveFile file(target);
     QByteArray bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly);
@@ -151,10 +150,8 @@ QString EDFToXLS::write(const QString &source, const QString &target)
     if (!job.document.saveAs(&buffer) || isCancelled()) {
         return QStringLiteral("Cannot make a spreadsheet of %1.").arg(source);
     }
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
-        return QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString());
-    }
-    return QString();
+    const QString fault = bp::saveFile(target, bytes);
+    return fault.isEmpty() ? QString() : QStringLiteral("Cannot write %1: %2.").arg(target, fault);
 }
 
 QString EDFToXLS::writeSamples(Job &job)

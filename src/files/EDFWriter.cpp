@@ -389,8 +389,14 @@ std::pair<bool, long long> EDFWriter::addAnnotation(const QString &text)
 
 std::pair<bool, long long> EDFWriter::addAnnotationAt(long long elapsedMs, const QString &text)
 {
+    return addAnnotationAt(elapsedMs, text, 0);
+}
+
+std::pair<bool, long long> EDFWriter::addAnnotationAt(long long elapsedMs, const QString &text, long long durationMs)
+{
     m_elapsed = std::clamp<long long>(elapsedMs, 0, kLatestOnset / 10);
-    return {writeAnnotation(m_elapsed * 10, 1, text), m_elapsed};
+    const long long duration = std::min<long long>(durationMs, kLatestOnset / 10) * 10;
+    return {writeAnnotation(m_elapsed * 10, std::max(1LL, duration), text), m_elapsed};
 }
 
 bool EDFWriter::addAnnotation(double onsetSeconds, double durationSeconds, const QString &text)

@@ -98,6 +98,8 @@ public:
     /// As addAnnotation(text), for a time that was taken elsewhere.
     /// @param elapsedMs milliseconds from the start of the recording; a negative time counts as 0
     std::pair<bool, long long> addAnnotationAt(long long elapsedMs, const QString &text);
+    /// @param durationMs below 1 it is 0.1 ms, as that of the labels without one
+    std::pair<bool, long long> addAnnotationAt(long long elapsedMs, const QString &text, long long durationMs);
     /// Kept as hosts know it: the annotation lands at one tenth of the given onset, and lasts one tenth of the given
     /// duration, both in seconds.
     bool addAnnotation(double onsetSeconds, double durationSeconds, const QString &text);
@@ -120,7 +122,8 @@ public:
     /// One sentence on the last failure: what, which file, why. Empty after a successful open().
     QString lastError() const { return m_lastError; }
     /// Sentences on what a user should know although nothing failed: an earlier recording that was renamed, labels that
-    /// were cut, an end within the first second. Of the file that is open, or else the last one; empty when there is nothing.
+    /// were cut, an end within the first second. Of the file that is open, or else the last one; empty when there is
+    /// nothing.
     QString notice() const { return m_notice; }
 
 private:

@@ -1,13 +1,13 @@
 #include "files/XLSWriter.h"
 
 #include "common/BPCommon.h"
+#include "common/SaveFile.h"
 #include "files/edf/OpenFile.h"
 #include "files/workbook/RhythmSheet.h"
 
 #include <QBuffer>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QSaveFile>
 
 #include <xlsxdocument.h>
 #include <xlsxworkbook.h>
@@ -386,12 +386,9 @@ bool XLSWriter::save()
 {
     // A recording without ".edf" in its name has the very path that the spreadsheet would get.
     const QString path = isForeignFile(m_path) ? m_path + QStringLiteral("_rt.xls") : m_path;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        return fail(path, file.errorString());
-    }
-    if (file.write(m_unsaved) != m_unsaved.size() || !file.commit()) {
-        return fail(path, QStringLiteral("the disk may be full"));
+    const QString fault = bp::saveFile(path, m_unsaved);
+    if (!fault.isEmpty()) {
+        return fail(path, fault);
     }
     m_unsaved.clear();
     m_lastError.clear();

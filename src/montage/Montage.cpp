@@ -132,6 +132,7 @@ Montage::Montage() = default;
 Montage::Montage(const Montage &other)
     : m_fileName(other.m_fileName)
     , m_name(other.m_name)
+    , m_referencesByInput(other.m_referencesByInput)
     , m_sampleFreq(other.getCurrentSampleFreq())
 {
     other.copyChannels(m_channels);
@@ -141,6 +142,7 @@ Montage::Montage(Montage &&other) noexcept
     : m_fileName(std::exchange(other.m_fileName, QString()))
     , m_name(std::exchange(other.m_name, QString()))
     , m_channels(std::exchange(other.m_channels, {}))
+    , m_referencesByInput(other.m_referencesByInput)
     , m_sampleFreq(other.getCurrentSampleFreq())
 {
     other.channelsChanged();
@@ -175,6 +177,7 @@ Montage &Montage::operator=(const Montage &other)
     if (this != &other) {
         m_fileName = other.m_fileName;
         m_name = other.m_name;
+        m_referencesByInput = other.m_referencesByInput;
         m_sampleFreq = other.getCurrentSampleFreq();
         std::vector<AmplifierChannel *> copies;
         other.copyChannels(copies);

@@ -91,6 +91,13 @@ public:
     /// Replaces the contents of the vector by deep copies, which belong to the caller.
     void copyChannels(std::vector<AmplifierChannel *> &channels) const;
 
+    /// Which device channels a bipolar or average montage takes its reference from. Off, the default: those with the
+    /// places of the referents, or of the averaged channels, in the montage; the result is wrong for a montage that
+    /// leaves device channels out or orders them anew. On: those that these channels read (group 1; the place where it
+    /// is 0). Counts when the montage is given to a reader; copies have it, files and JSON texts do not.
+    void setReferencesByInput(bool on) { m_referencesByInput = on; }
+    bool isReferencesByInput() const { return m_referencesByInput; }
+
     /// Hz.
     float getCurrentSampleFreq() const { return m_sampleFreq.load(); }
     /// Filters that are already built stay as they are.
@@ -123,6 +130,7 @@ private:
     QString m_fileName;
     QString m_name;
     std::vector<AmplifierChannel *> m_channels; ///< owned
+    bool m_referencesByInput = false;
     std::atomic<float> m_sampleFreq{100.0f}; ///< a reader's loop looks at it, too
 };
 

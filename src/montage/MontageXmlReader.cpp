@@ -1,6 +1,7 @@
 #include "montage/MontageXmlReader.h"
 
 #include "common/BPCommon.h"
+#include "common/SaveFile.h"
 #include "devices/AmplifierChannel.h"
 #include "montage/AverageMontage.h"
 #include "montage/BipolarMontage.h"
@@ -9,7 +10,6 @@
 
 #include <QBuffer>
 #include <QFileInfo>
-#include <QSaveFile>
 
 namespace {
 
@@ -68,10 +68,9 @@ bool MontageXmlReader::writeMontageToFile(const QString &path, const QSharedPoin
                  QStringLiteral("the montage is too large, give its channels shorter names"));
         return false;
     }
-    QSaveFile file(path);
-    file.setDirectWriteFallback(true);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content.data()) != content.size() || !file.commit()) {
-        setError("writeMontageToFile", path, file.errorString());
+    const QString fault = bp::saveFile(path, content.data(), bp::SaveFallback::WriteInPlace);
+    if (!fault.isEmpty()) {
+        setError("writeMontageToFile", path, fault);
     }
     return m_error.isEmpty();
 }

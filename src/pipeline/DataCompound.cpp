@@ -98,6 +98,7 @@ void DataCompound::connectComponents()
     connect(reader, &DataReader::recordError, this, &DataCompound::recordError);
     connect(reader, &DataReader::recordNotice, this, &DataCompound::recordNotice);
     connect(reader, &DataReader::samplesMissed, this, &DataCompound::samplesMissed);
+    connect(reader, &DataReader::signalLabel, this, &DataCompound::signalLabel);
     reader->setPublishingBounded();
 }
 
@@ -292,10 +293,26 @@ void DataCompound::setSignalClock(bool on)
     set(Setting::SignalClock, [on](DataReader &reader) { reader.setSignalClock(on); });
 }
 
+void DataCompound::setSignalLabels(const QList<AnnotationStrct> &labels, double passSeconds)
+{
+    set(Setting::SignalLabels,
+        [labels, passSeconds](DataReader &reader) { reader.setSignalLabels(labels, passSeconds); });
+}
+
+void DataCompound::setSignalStartTime(const QDateTime &start)
+{
+    set(Setting::SignalStartTime, [start](DataReader &reader) { reader.setSignalStartTime(start); });
+}
+
 void DataCompound::setLabelToEDFAt(const QString &label, double seconds)
 {
+    setLabelToEDFAt(label, seconds, 0);
+}
+
+void DataCompound::setLabelToEDFAt(const QString &label, double seconds, qint64 durationMs)
+{
     if (isRecording()) {
-        m_reader->setLabelToEdfAt(label, std::llround(seconds * 1000.0));
+        m_reader->setLabelToEdfAt(label, std::llround(seconds * 1000.0), durationMs);
     }
 }
 

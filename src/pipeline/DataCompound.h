@@ -4,9 +4,11 @@
 #include "common/BPExport.h"
 #include "common/MetaTypes.h"
 #include "devices/AmplifierInfo.h"
+#include "devices/AnnotationStrct.h"
 #include "files/PatientInfo.h"
 
 #include <QDateTime>
+#include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QSharedPointer>
@@ -74,10 +76,14 @@ public:
     double paddedSeconds() const;
     void setRecordStartTime(const QDateTime &start);
     void setSignalClock(bool on);
+    void setSignalLabels(const QList<AnnotationStrct> &labels, double passSeconds);
+    void setSignalStartTime(const QDateTime &start);
     /// Writes a label at a given time of the recording, for devices whose time is not the clock's (a recording that is
     /// played faster). Answered by currentLabel().
     /// @param seconds from the start of the recording
     void setLabelToEDFAt(const QString &label, double seconds);
+    /// @param durationMs below 1 the label marks a time
+    void setLabelToEDFAt(const QString &label, double seconds, qint64 durationMs);
 
     /// Streams through a Lab Streaming Layer outlet while acquiring; see DataReader::addLSLStreamParams().
     void setLSLStreamParametrs(const QString &streamName, bool synchro, const QString &syncStreamName);
@@ -111,6 +117,8 @@ signals:
     /// The host took blocks too slowly, and so many samples per channel are missing before the next newSampleData().
     /// Blocks wait for a host in 128 MiB at most. A recording has them all.
     void samplesMissed(qint64 samples);
+    /// As DataReader::signalLabel().
+    void signalLabel(double second, const QString &label);
 
 public slots:
     void slotErrorCurrentDevice(int code);
@@ -120,7 +128,7 @@ public slots:
     void takeCurrentImpedance(const vector<unsigned int> &impedance, int count);
 
 private:
-    enum class Setting { RecordPath, Patient, WriteRemainder, StartTime, SignalClock };
+    enum class Setting { RecordPath, Patient, WriteRemainder, StartTime, SignalClock, SignalLabels, SignalStartTime };
     using Apply = std::function<void(DataReader &)>;
 
     void set(Setting setting, Apply apply);

@@ -54,6 +54,7 @@ DataReader::DataReader(QObject *parent)
     connect(m_recorder, &bp::BlockRecorder::annotationLabel, this, &DataReader::annotationLabel, Qt::DirectConnection);
     connect(m_recorder, &bp::BlockRecorder::recordError, this, &DataReader::recordError, Qt::DirectConnection);
     connect(m_recorder, &bp::BlockRecorder::recordNotice, this, &DataReader::recordNotice, Qt::DirectConnection);
+    connect(m_recorder, &bp::BlockRecorder::signalLabel, this, &DataReader::signalLabel, Qt::DirectConnection);
 }
 
 DataReader::~DataReader()
@@ -128,6 +129,16 @@ void DataReader::setRecordStartTime(const QDateTime &start)
     m_tasks->post([this, start] { m_recorder->setStartTime(start); });
 }
 
+void DataReader::setSignalLabels(const QList<AnnotationStrct> &labels, double passSeconds)
+{
+    m_tasks->post([this, labels, passSeconds] { m_recorder->setSignalLabels(labels, passSeconds); });
+}
+
+void DataReader::setSignalStartTime(const QDateTime &start)
+{
+    m_tasks->post([this, start] { m_recorder->setSignalStartTime(start); });
+}
+
 void DataReader::setSignalClock(bool on)
 {
     m_tasks->post([this, on] { m_recorder->setSignalClock(on); });
@@ -170,7 +181,12 @@ void DataReader::slotSetLabelToEdf(const QString &label)
 
 void DataReader::setLabelToEdfAt(const QString &label, qint64 elapsedMs)
 {
-    m_tasks->post([this, label, elapsedMs] { m_recorder->annotateAt(label, elapsedMs); });
+    setLabelToEdfAt(label, elapsedMs, 0);
+}
+
+void DataReader::setLabelToEdfAt(const QString &label, qint64 elapsedMs, qint64 durationMs)
+{
+    m_tasks->post([this, label, elapsedMs, durationMs] { m_recorder->annotateAt(label, elapsedMs, durationMs); });
 }
 
 void DataReader::setAlgorithmClass(CustomAlgorithm *algorithm)
@@ -304,6 +320,7 @@ void DataReader::run()
     m_tasks->enter();
     m_recorder->resume();
     const int code = startDevice() ? runLoop() : -1;
+    m_recorder->pause(); // labels at the end of the signal come before the news of its end
     reportMissedSamples();
     if (m_isDeviceGivenUp.load()) {
         endRunWithoutDevice();
@@ -313,7 +330,6 @@ void DataReader::run()
         m_outlets->close();
         callDevice([this] { m_device->stopAcquisition(); });
     }
-    m_recorder->pause();
     m_tasks->leave();
     m_loopState.store(LoopState::Idle);
 }
@@ -365,7 +381,7 @@ int DataReader::runLoop()
         (this->*m_blockHandler)();
         pushDataToLSL();
         const int algorithmMs = m_algorithms->processData(m_samples, unfilteredBlock(), m_filtered);
-        m_recorder->poll(m_samples, static_cast<int>(m_frequency));
+        m_recorder->poll(m_samples, static_cast<double>(m_frequency));
         sleepUntilNextPoll(algorithmMs);
         keepRecordingTime();
     }

@@ -4,9 +4,11 @@
 #include "common/BPExport.h"
 #include "common/MetaTypes.h"
 #include "devices/AmplifierInfo.h"
+#include "devices/AnnotationStrct.h"
 #include "files/PatientInfo.h"
 
 #include <QDateTime>
+#include <QList>
 #include <QObject>
 #include <QSharedPointer>
 #include <QString>
@@ -78,6 +80,14 @@ public:
     /// time, the automatic stop and the rows of the spreadsheet follow the samples received instead of the clock. A
     /// second is as many samples as a record of the file has. Off unless set; before a recording begins.
     void setSignalClock(bool on);
+    /// For a device that plays a recording: labels at their place in the signal, in seconds from the first sample of a
+    /// run. signalLabel() tells each one as it passes, and a recording that holds its place has it, with its duration.
+    /// @param labels      by onset; in a run that goes on, those that lie behind are skipped
+    /// @param passSeconds after which the signal, and the labels with it, come again; 0: never
+    void setSignalLabels(const QList<AnnotationStrct> &labels, double passSeconds);
+    /// When the first sample of a run was acquired: a recording without a setRecordStartTime() starts in its header at
+    /// the time of its own first sample. The clock's when invalid.
+    void setSignalStartTime(const QDateTime &start);
     /// A recording ends by itself after this time; below 1 it does not. 10 s unless set.
     void setWriteStateTime(int seconds);
 
@@ -97,6 +107,8 @@ public:
     /// As slotSetLabelToEdf(), at a given time.
     /// @param elapsedMs milliseconds from the start of the recording, at least 0
     void setLabelToEdfAt(const QString &label, qint64 elapsedMs);
+    /// @param durationMs below 1 the label marks a time
+    void setLabelToEdfAt(const QString &label, qint64 elapsedMs, qint64 durationMs);
 
     /// Adds an algorithm and takes it over. Call it on the thread on which the algorithm lives.
     void setAlgorithmClass(CustomAlgorithm *algorithm);
@@ -133,6 +145,9 @@ signals:
     /// The receiver took blocks too slowly, and so many samples per channel were not published, right before the next
     /// newData() or at the end. A recording has them, outlets and algorithms, too. Only with a DataCompound.
     void samplesMissed(qint64 samples);
+    /// A label of setSignalLabels() has passed, behind the newData() that holds its place.
+    /// @param second of signal from the first sample of the run
+    void signalLabel(double second, const QString &label);
 
 public slots:
     /// The loop; connected to the worker thread's started().

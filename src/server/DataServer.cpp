@@ -155,6 +155,9 @@ void DataServer::setAllProcess()
 void DataServer::setWholeRequests(bool on)
 {
     m_wholeRequests = on;
+    for (const auto &handler : m_handlers) {
+        handler->setLengthUnit(on ? bp::LengthIn::Bytes : bp::LengthIn::Utf16Units);
+    }
 }
 
 void DataServer::setAllowedOrigins(const QStringList &origins)

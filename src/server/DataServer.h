@@ -62,8 +62,8 @@ public:
 
     /// How requests are read. Off, as at first: one client at a time, whose first read is its request; a body that
     /// comes later is not waited for, and everybody is answered. On: many clients at a time, whose requests are read to
-    /// the end of the announced body (see bp::RequestReader), and web pages are turned away (see bp::BrowserGuard).
-    /// Counts for the connections that follow.
+    /// the end of the announced body (see bp::RequestReader), answers announce their length in bytes instead of UTF-16
+    /// units, and web pages are turned away (see bp::BrowserGuard). Counts for the connections that follow.
     void setWholeRequests(bool on);
     /// Origins of web pages that may use the service nevertheless while whole requests are read; "*" for all.
     void setAllowedOrigins(const QStringList &origins);

@@ -2,7 +2,7 @@
 
 #include "algorithms/UnitParams.h"
 
-#include <QJsonValue>
+#include <QJsonObject>
 
 #include <algorithm>
 
@@ -23,27 +23,10 @@ QString plain(QString sentence)
 
 } // namespace
 
-QString limitRefusal(const UnitParams &params, const UnitParams &before)
+QString valuesProblem(const UnitParams &params, const QJsonArray &values)
 {
-    for (const custom_param &param : params.getParamList()) {
-        const QString problem = before.problemOf(param.key, param.currentValue);
-        if (!problem.isEmpty()) {
-            return plain(problem);
-        }
-    }
-    return {};
-}
-
-QStringList unknownKeys(const UnitParams &params, const QJsonArray &values)
-{
-    QStringList unknown;
-    for (const QJsonValue &entry : values) {
-        const QString key = entry[QLatin1String("description")].toString();
-        if (!params.contain(key)) {
-            unknown << key;
-        }
-    }
-    return unknown;
+    const QString problem = params.problemOf(QJsonObject{{QStringLiteral("data"), values}});
+    return problem.isEmpty() ? problem : plain(problem);
 }
 
 } // namespace bp

@@ -4,17 +4,13 @@
 
 #include <QJsonArray>
 #include <QString>
-#include <QStringList>
 
 class UnitParams;
 
 namespace bp {
 
-/// One sentence on the first value that is not what its parameter takes; empty when all are. Values that are as before
-/// count as good.
-BIOPROCESSING_EXPORT QString limitRefusal(const UnitParams &params, const UnitParams &before);
-
-/// The keys of a list of values ("description" and "curr_val") that the set lacks.
-BIOPROCESSING_EXPORT QStringList unknownKeys(const UnitParams &params, const QJsonArray &values);
+/// One sentence on the first of the values ("description" and "curr_val") that the set lacks or does not take, in the
+/// form of an error of the service; empty when all are good.
+BIOPROCESSING_EXPORT QString valuesProblem(const UnitParams &params, const QJsonArray &values);
 
 } // namespace bp

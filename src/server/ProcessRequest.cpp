@@ -3,7 +3,6 @@
 #include "server/HalvinRespPacket.h"
 #include "server/ServerMediator.h"
 #include "server/handlers/CommandTable.h"
-#include "server/http/HttpReply.h"
 #include "server/http/JsonBody.h"
 
 #include <QJsonDocument>
@@ -60,12 +59,12 @@ RequestExchange *ProcessRequest::exchangeOf(Colleague *sender)
 
 void ProcessRequest::sendOk(QTcpSocket *client, const QString &body)
 {
-    reply(client, bp::successReply(body));
+    reply(client, bp::successReply(body, m_lengthUnit));
 }
 
 void ProcessRequest::sendError(QTcpSocket *client, const QString &messageOrJson)
 {
-    reply(client, bp::errorReply(messageOrJson));
+    reply(client, bp::errorReply(messageOrJson, m_lengthUnit));
 }
 
 void ProcessRequest::ok(const QString &body)
@@ -93,11 +92,7 @@ bool ProcessRequest::askServer(const char *message)
     if (m_mediator != nullptr) {
         m_mediator->setMessageToServer(this, QString::fromLatin1(message));
     }
-    if (!m_exchange.refusal.isEmpty()) {
-        error(m_exchange.refusal);
-        return false;
-    }
-    return true;
+    return isDone();
 }
 
 bool ProcessRequest::askModel(const char *message)
@@ -105,11 +100,18 @@ bool ProcessRequest::askModel(const char *message)
     if (m_mediator != nullptr) {
         m_mediator->setMessageToHalvinModel(this, QString::fromLatin1(message));
     }
-    if (!m_exchange.refusal.isEmpty()) {
-        error(m_exchange.refusal);
-        return false;
+    return isDone();
+}
+
+/// A refusal is a sentence that may repeat what the client sent. Errors are not escaped later.
+bool ProcessRequest::isDone()
+{
+    if (m_exchange.refusal.isEmpty()) {
+        return true;
     }
-    return true;
+    const QByteArray list = QJsonDocument(QJsonArray{m_exchange.refusal}).toJson(QJsonDocument::Compact);
+    error(QString::fromUtf8(list.mid(2, list.size() - 4))); // without [" and "]
+    return false;
 }
 
 bool ProcessRequest::askServerForEach(const char *message)

@@ -3,6 +3,7 @@
 #include "common/BPExport.h"
 #include "server/Colleague.h"
 #include "server/RequestExchange.h"
+#include "server/http/HttpReply.h"
 #include "server/server_state.h"
 
 #include <QByteArray>
@@ -45,6 +46,8 @@ public:
     /// @param client  borrowed; null only keeps the answer for lastReply()
     void setClient(QTcpSocket *client);
     void setRequestText(const QString &text) { m_text = text; }
+    /// Of the answers; UTF-16 units unless set.
+    void setLengthUnit(bp::LengthIn unit) { m_lengthUnit = unit; }
     /// The bytes of the last answer.
     const QByteArray &lastReply() const { return m_reply; }
 
@@ -82,6 +85,7 @@ protected:
     RequestExchange m_exchange;
 
 private:
+    bool isDone();
     void reply(QTcpSocket *client, const QByteArray &bytes);
 
     server_state &m_state;
@@ -93,4 +97,5 @@ private:
     QString m_text;
     QJsonObject m_body;
     QByteArray m_reply;
+    bp::LengthIn m_lengthUnit = bp::LengthIn::Utf16Units;
 };

@@ -31,7 +31,7 @@ struct RequestExchange
     QString montageName; ///< file in the montage folder, or the name of a montage that came as a description
     QSharedPointer<Montage> montage;
     UnitParams params; ///< of a device or an algorithm; filled in by the answer where a request asks for them
-    QStringList unknownKeys; ///< of the values that came with the parameters
+    QString valuesProblem; ///< of the values that came with the parameters: see bp::valuesProblem()
     /// All entries of a list, which are told one by one. The list is to be applied whole or not at all: whoever acts on
     /// the first entry refuses it when one of the others cannot be done.
     QList<Entry> list;

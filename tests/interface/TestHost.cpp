@@ -77,6 +77,9 @@ void TestHost::initTestCase()
     write("broken.xml", "<?xml version=\"1.0\"?><Montage><type>Montage_Usual</type><name>x</name><Channel><index>1");
     write("empty.xml", "<?xml version=\"1.0\"?><Montage><type>Montage_Usual</type><name>x</name></Montage>");
     write("text.xml", "this is no markup");
+    write("input.xml",
+          "<Montage><type>Montage_Usual</type><Channel><index>0</index><name>C3</name><type>EEG</type><g1>99</g1>"
+          "<g2>0</g2><scale>1</scale><LPF>0</LPF><HPF>0</HPF><BSF>0</BSF></Channel></Montage>");
     const auto set = [](const char *name, const char *prop) {
         return QByteArray("<algo><name>") + name + "</name><desc>x</desc><prop>" + prop + "</prop></algo>";
     };
@@ -202,23 +205,33 @@ void TestHost::namesWhatGaveNothing()
 
 void TestHost::takesAnnotationsAlong()
 {
-    HandmadeEdf{{{"A", "uV", 100}}, 6, "1", {{"0.5", "before"}, {"2.5", "here"}, {"5.25", "there"}}}.writeTo(
-        path("noted.edf"));
+    HandmadeEdf{{{"A", "uV", 100}},
+                6,
+                "1",
+                {{"0.5", "before"},
+                 {"2.5\x15"
+                  "1.25",
+                  "here"},
+                 {"5.25", "there"}}}
+        .writeTo(path("noted.edf"));
     const auto annotationsOf = [this](const QStringList &options, const char *name) {
         const Outcome outcome = runHost(words("acquire --speed max --playback")
                                         << path("noted.edf") << QStringLiteral("--record") << path(name) << options);
         QStringList list;
         const QJsonObject info = runHost({QStringLiteral("info"), QStringLiteral("--json"), path(name)}).json();
         for (const QJsonValue &annotation : info[QLatin1String("annotations")].toArray()) {
-            list << QStringLiteral("%1 %2")
-                        .arg(annotation.toObject()[QLatin1String("onset")].toDouble())
-                        .arg(annotation.toObject()[QLatin1String("text")].toString());
+            const double duration = annotation[QLatin1String("duration")].toDouble();
+            list << QStringLiteral("%1%2 %3")
+                        .arg(annotation[QLatin1String("onset")].toDouble())
+                        .arg(duration > 0.001 ? QStringLiteral("+%1").arg(duration) : QString(),
+                             annotation[QLatin1String("text")].toString());
         }
         return outcome.status == 0 ? list.join(QLatin1Char(',')) : QString::fromLocal8Bit(outcome.error);
     };
-    QCOMPARE(annotationsOf(words("--label 1:mine"), "n1.edf"), QStringLiteral("0.5 before,1 mine,2.5 here,5.25 there"));
+    QCOMPARE(annotationsOf(words("--label 1:mine"), "n1.edf"),
+             QStringLiteral("0.5 before,1 mine,2.5+1.25 here,5.25 there"));
     QCOMPARE(annotationsOf(words("--set start=2 --set repeat=1 --seconds 7"), "n2.edf"),
-             QStringLiteral("0.5 here,3.25 there,4.5 here"));
+             QStringLiteral("0.5+1.25 here,3.25 there,4.5+1.25 here"));
 }
 
 void TestHost::ownsToPaddingAndClipping()
@@ -347,6 +360,8 @@ void TestHost::refusesInOneSentence_data()
         << (acquire + words("--montage") << path("empty.xml")) << 1 << QByteArray("empty.xml");
     QTest::newRow("montage that is no markup")
         << (acquire + words("--montage") << path("text.xml")) << 1 << QByteArray("text.xml");
+    QTest::newRow("montage of another device")
+        << (acquire + words("--montage") << path("input.xml")) << 1 << QByteArray("reads input 99");
     QTest::newRow("unknown rhythm") << (acquire + words("--rhythms alpha,mist")) << 2 << QByteArray("mist");
     QTest::newRow("unknown ECG channel") << (acquire + words("--heart-rate Elbow")) << 1 << QByteArray("Elbow");
     QTest::newRow("no parameter set") << (acquire + words("--algorithms") << path("page.edf")) << 1

@@ -3,9 +3,11 @@
 
 #include "devices/AmplifierChannel.h"
 #include "files/EDFReader.h"
+#include "files/PatientInfo.h"
 #include "montage/Montage.h"
 #include "montage/MontageXmlReader.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -590,6 +592,11 @@ void TestService::changesAlgorithmsWhileRunning()
                  .send("addnewalgorithm",
                        R"({"name":"SpectrumNorm","data":[{"description":"channel","curr_val":"O1;Nose"}]})")
                  .ok);
+    for (const char *data : {R"([{"description":"min_freq","curr_val":null}])", R"([{"description":"a\"b\\"}])"}) {
+        const QByteArray set = R"({"name":"SpectrumNorm","desc":"z","data":)";
+        const auto refused = service.send("addnewalgorithm", set + data + "}");
+        QVERIFY(!refused.ok && !QJsonDocument::fromJson(refused.body).isNull());
+    }
     QCOMPARE(service.ask("getalgorithms").body, before);
     QVERIFY(!service
                  .ask("addnewprofile",
@@ -655,11 +662,13 @@ void TestService::removesAllRecordsButTheOpenOne()
 void TestService::playsARecording()
 {
     const QString file = path("played.edf");
-    QCOMPARE(runHost(words("acquire --speed max --seconds 5 --record") << file).status, 0);
+    QStringList acquire = words("acquire --speed max --seconds 5 --start 2001-02-03T04:05:06 --patient Ann --record");
+    QCOMPARE(runHost(acquire << file << words("--label 1.9:seen --label 4.9:late")).status, 0);
     RunningService service(m_folder->path(), {QStringLiteral("--playback"), file});
     QVERIFY(service.ask("startdevice", {{QStringLiteral("device"), QStringLiteral("Playback")}}).ok);
     const QJsonObject label{{QStringLiteral("label"), QString::fromUtf8("Überraschung")}};
     QVERIFY(!service.ask("writelabel", label).ok);
+    QTest::qWait(1000); // the recording begins behind the beginning of what is played
     QVERIFY(service.ask("startwritefile").ok);
     const QString record = service.ask("getrecordfile").json()[QLatin1String("file")].toString();
     QTRY_VERIFY(QFileInfo::exists(record));
@@ -676,7 +685,14 @@ void TestService::playsARecording()
     QVERIFY(service.ask("stopwritefile").ok);
     EDFReader reader(record); // closed when the answer came
     QVERIFY(reader.open() && reader.takeCurrentAnnotations());
-    QCOMPARE(reader.annotations().value(0).text, label[QLatin1String("label")].toString());
+    QCOMPARE(reader.annotations().size(), 2);
+    QCOMPARE(reader.annotations()[0].text, QStringLiteral("seen"));
+    const qint64 skipped = QDateTime({2001, 2, 3}, {4, 5, 6}).secsTo(reader.getStartDateTime());
+    QVERIFY(skipped >= 0 && skipped < 2 && std::fabs(1.9 - reader.annotations()[0].onset - skipped - 0.5) <= 0.5);
+    QCOMPARE(reader.annotations()[1].text, label[QLatin1String("label")].toString());
+    PatientInfo patient;
+    reader.getPatientInfo(patient);
+    QCOMPARE(patient.name, QStringLiteral("Ann"));
     QVERIFY(!service.ask("getrecordfile").ok);
 }
 

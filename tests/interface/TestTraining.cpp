@@ -149,6 +149,8 @@ void TestTraining::learnsAndClassifiesRecordings_data()
     QTest::newRow("eeg") << QByteArray("--bci eeg --channels Pz --bands 8-12,18-22") << QByteArray("slow.edf")
                          << QByteArray("fast.edf") << 0.98;
     QTest::newRow("portal") << QByteArray("--bci portal") << QByteArray("slow.edf") << QByteArray("fast.edf") << 0.98;
+    QTest::newRow("a high-pass whose usual design is unstable")
+        << QByteArray("--bci portal --highpass 20") << QByteArray("slow.edf") << QByteArray("fast.edf") << 0.98;
     QTest::newRow("gesture") << QByteArray("--bci gesture --highpass 0 --window 0.5 --step 0.25")
                              << QByteArray("slow.edf") << QByteArray("fast.edf") << 0.95;
     QTest::newRow("emg") << QByteArray("--bci emg --rate 1000 --window 2 --step 2 --folds 3") << QByteArray("rest.txt")
@@ -351,8 +353,6 @@ void TestTraining::refusesInOneSentence_data()
     row("a window of no sample", "train --window 0.001 --data @slow.edf:a --data @fast.edf:b", 2, "0.001 s");
     row("an envelope above half the rate",
         "train --bci emg --envelope 50 --highpass 0 --data @slow.edf:0 --data @fast.edf:1", 2, "above 100 Hz");
-    row("a high-pass that runs away", "train --bci portal --highpass 20 --data @slow.edf:a --data @fast.edf:b", 2,
-        "no usable signal");
     row("no label", "train --data @slow.edf", 2, "FILE:LABEL");
     row("no data", "train", 2, "--data");
     row("unknown kind", "train --bci mind --data @slow.edf:a", 2, "gesture");

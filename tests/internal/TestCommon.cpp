@@ -4,7 +4,10 @@
 #include "common/BPCommon.h"
 #include "common/HalvinException.h"
 #include "common/MetaTypes.h"
+#include "common/SaveFile.h"
 #include "common/detail/HandoverQueue.h"
+
+#include <QTemporaryDir>
 
 #include <array>
 #include <atomic>
@@ -13,6 +16,12 @@
 #include <memory>
 #include <thread>
 #include <utility>
+
+#ifdef Q_OS_UNIX
+#include <sys/resource.h>
+
+#include <csignal>
+#endif
 
 class TestCommon : public QObject
 {
@@ -25,6 +34,8 @@ private slots:
     void numbersOutsideTheEnumerationsAreHarmless();
     void vectorsCrossThreads();
     void queueKeepsTheOrderOfEveryProducer();
+    void savingWithoutRoomKeepsTheFile_data();
+    void savingWithoutRoomKeepsTheFile();
 };
 
 namespace {
@@ -188,6 +199,36 @@ void TestCommon::queueKeepsTheOrderOfEveryProducer()
     queue.push(std::make_unique<Item>(0, 0)); // a leak unless the queue releases what it holds
     QVERIFY(!queue.isEmpty());
     QVERIFY(next == (std::array<int, kProducers>{kItems, kItems, kItems, kItems}));
+}
+
+void TestCommon::savingWithoutRoomKeepsTheFile_data()
+{
+    QTest::addColumn<int>("bytes");
+    QTest::newRow("less than a buffer") << 8000;
+    QTest::newRow("more than a buffer") << 40000;
+}
+
+void TestCommon::savingWithoutRoomKeepsTheFile()
+{
+#ifdef Q_OS_UNIX
+    QFETCH(int, bytes);
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("model.json"));
+    QCOMPARE(bp::saveFile(path, "kept"), QString());
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit narrow{1000, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &narrow);
+    const QString fault = bp::saveFile(path, QByteArray(bytes, 'x'));
+    setrlimit(RLIMIT_FSIZE, &limit);
+    QVERIFY(!fault.isEmpty() && fault != QLatin1String("Unknown error"));
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray("kept"));
+#else
+    QSKIP("The size of files cannot be limited here");
+#endif
 }
 
 BP_TEST_MAIN(TestCommon)

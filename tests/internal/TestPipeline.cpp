@@ -48,6 +48,9 @@ bp::MontageTable tableOf(const std::vector<Inputs> &channels)
         table.group1.push_back(inputs.group1);
         table.group2.push_back(inputs.group2);
         table.scale.push_back(inputs.scale);
+        if (inputs.group2 == 0) {
+            table.averaged.push_back(table.size());
+        }
     }
     return table;
 }
@@ -150,6 +153,7 @@ private slots:
     void reportsWhatEndsTheLoop();
     void growsForARemainder();
     void survivesMontagesThatDoNotFitTheDevice();
+    void takesReferencesByInput();
     void runsTheFiltersOfTheChannel();
     void followsFiltersWhileTheyChange();
     void givesAlgorithmsARawBlockOfABipolarMontage();
@@ -440,6 +444,32 @@ void TestPipeline::survivesMontagesThatDoNotFitTheDevice()
     QCOMPARE(block[125], 1000.0f);
     QCOMPARE(block[250], block[0] + 1000.0f);
     QCOMPARE(block[375], block[0]);
+}
+
+void TestPipeline::takesReferencesByInput()
+{
+    // Device channels 3 and 4 only: the reference, C2, is in the second place and reads the fourth input.
+    auto bipolar = QSharedPointer<BipolarMontage>::create(*montageOf({{3, 0}, {4, 0}}));
+    bipolar->setLeftReferent(QStringLiteral("C2"));
+    (*bipolar)[0]->setGroup2(1);
+    const auto average = QSharedPointer<AverageMontage>::create(*montageOf({{3, 0}, {4, 0}}));
+    FakeScript script;
+    script.channels = 4;
+    script.errorAfterReads = 1;
+    script.value = [](int c, qint64) { return static_cast<float>(c * c); };
+    const auto firstSample = [&script](const QSharedPointer<Montage> &montage) {
+        DataReader reader;
+        const Received received(reader);
+        FakeAmplifier device(script);
+        runHere(reader, device, montage);
+        return received.blocks.front().front();
+    };
+    QCOMPARE(firstSample(bipolar), 9.0f - 4.0f);
+    QCOMPARE(firstSample(average), 9.0f - 2.5f);
+    bipolar->setReferencesByInput(true);
+    average->setReferencesByInput(true);
+    QCOMPARE(firstSample(QSharedPointer<BipolarMontage>::create(bipolar.data())), 9.0f - 16.0f);
+    QCOMPARE(firstSample(QSharedPointer<AverageMontage>::create(*average)), 9.0f - 12.5f);
 }
 
 void TestPipeline::runsTheFiltersOfTheChannel()
@@ -918,8 +948,10 @@ void TestPipeline::writesTheRemainderOnRequest()
 void TestPipeline::reportsARecordingThatIsNotComplete_data()
 {
     QTest::addColumn<bool>("timed");
-    QTest::newRow("stopped") << false;
-    QTest::newRow("ended by itself") << true;
+    QTest::addColumn<int>("channels"); // of a montage that ends it
+    QTest::newRow("stopped") << false << 0;
+    QTest::newRow("ended by itself") << true << 0;
+    QTest::newRow("another montage") << false << 1;
 }
 
 void TestPipeline::reportsARecordingThatIsNotComplete()
@@ -928,21 +960,27 @@ void TestPipeline::reportsARecordingThatIsNotComplete()
     QSKIP("A file that is open cannot be removed here");
 #endif
     QFETCH(bool, timed);
+    QFETCH(int, channels);
     FakeAmplifier device;
     DataCompound compound(&device, plainMontage(2));
     QSignalSpy blocks(&compound, &DataCompound::newSampleData);
     QSignalSpy errors(&compound, &DataCompound::recordError);
     QSignalSpy closed(&compound, &DataCompound::endWritingAndCloseFile);
+    int errorsBeforeEnd = 0;
+    connect(&compound, &DataCompound::endWritingAndCloseFile, this, [&] { errorsBeforeEnd = errors.size(); });
     compound.startReadData();
     compound.startRecord(path(QStringLiteral("gone.edf")), true, false, timed ? 1 : 0);
     QTRY_VERIFY_WITH_TIMEOUT(blocks.size() > 15, kTimeoutMs);
-    QVERIFY(QFile::remove(path(QStringLiteral("gone.edf"))));
-    if (!timed) {
+    QVERIFY(channels > 0 || QFile::remove(path(QStringLiteral("gone.edf"))));
+    if (channels > 0) {
+        compound.setNewAmplifier(&device, plainMontage(channels));
+    } else if (!timed) {
         compound.stopRecord();
     }
     QTRY_COMPARE_WITH_TIMEOUT(closed.size(), 1, kTimeoutMs);
+    QCOMPARE(errorsBeforeEnd, 1);
     QCOMPARE(errors.size(), 1);
-    QVERIFY(errors[0][0].toString().contains(QLatin1String("gone.edf")));
+    QVERIFY(errors[0][0].toString().contains(QLatin1String(channels > 0 ? "montage" : "gone.edf")));
 }
 
 /// A recording that is played faster than it was made.

@@ -491,6 +491,8 @@ void TestServer::commands_data()
        "Wrong param data");
     no(Idle, post("setdeviceparametrs", R"({"name":"Fake","data":[{"description":"rat","curr_val":250}]})"),
        "Wrong param data");
+    no(Idle, post("setdeviceparametrs", R"({"name":"Fake","data":[{"description":"rate","curr_val":null}]})"),
+       "Wrong param data");
     no(Reading | WritingState, post("writelabel", R"({"label":"a"})"), "writelabel: no recording is being written");
     no(Reading | Writing, post("writelabel", R"({"label":" "})"), "writelabel: the label is missing");
     no(Reading | Writing, post("writelabel", R"({"label":")" + QByteArray(41, 'a') + R"("})"),
@@ -970,6 +972,8 @@ void TestServer::wholeRequests()
     const QByteArray preflight = "OPTIONS /removeallrecords HTTP/1.1\r\nOrigin: http://good.example:80\r\n\r\n";
     const int heard = service.heard.size();
     QVERIFY(overSocket(service.server.serverPort(), preflight).startsWith("HTTP/1.1 204 "));
+    const QByteArray name = "POST /setcurrentprofile HTTP/1.1\r\nContent-Length: 13\r\n\r\n{\"name\":\"é\"}";
+    QVERIFY(overSocket(service.server.serverPort(), name).contains("\r\nContent-Length: 32\r\n")); // bytes
     QCOMPARE(service.heard.size(), heard);
 }
 

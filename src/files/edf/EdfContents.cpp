@@ -32,7 +32,7 @@ QString headerFault(QFile &file)
     }
     const qint64 headerBytes =
         start.mid(bp::EdfLayout::kHeaderBytesAt, bp::EdfLayout::kNumberWidth).trimmed().toLongLong();
-    return file.size() < headerBytes
+    return start.size() < bp::EdfLayout::kFixedBytes || file.size() < headerBytes
         ? QStringLiteral("it ends within its header")
         : QStringLiteral("its header does not have the size that its number of signals calls for");
 }

@@ -43,8 +43,8 @@ public:
     void begin(const QString &recording, const QByteArray &identity);
     /// @return false when the journal could not take it
     bool note(const Entry &entry);
-    /// Whether it took every entry.
-    bool isComplete() const { return m_isComplete; }
+    /// Whether it took every entry, and is still there.
+    bool isComplete() const { return m_isComplete && m_file.exists(); }
     /// Removes the journal: all of it is in the recording.
     void finish();
     /// Leaves the journal in its place.

@@ -78,6 +78,7 @@ int EdfSession::openInLibrary(bool shares, QString &reason)
         code = EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
     if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
+        || code == EDFLIB_FILE_READ_ERROR // also of an empty file
         || (code == EDFLIB_FILE_ALREADY_OPENED && shares)) {
         code = openStandIn(contents, code, reason);
     }

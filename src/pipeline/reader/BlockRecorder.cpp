@@ -10,11 +10,14 @@
 #include <QElapsedTimer>
 
 #include <algorithm>
+#include <cmath>
+#include <iterator>
 #include <utility>
 
 namespace {
 
 constexpr qint64 kMsPerSecond = 1000;
+constexpr double kLeastPassSeconds = 0.001;
 
 /// The system's clock as it was at the first call, steady from then on.
 class SteadyClock
@@ -81,6 +84,22 @@ void BlockRecorder::setSignalClock(bool on)
     }
 }
 
+void BlockRecorder::setSignalLabels(const QList<AnnotationStrct> &labels, double passSeconds)
+{
+    m_passSeconds = passSeconds >= kLeastPassSeconds ? passSeconds : 0.0;
+    m_signalLabels.clear();
+    std::copy_if(labels.begin(), labels.end(), std::back_inserter(m_signalLabels),
+                 [this](const AnnotationStrct &label) {
+                     return label.onset >= 0.0 && std::isfinite(label.onset)
+                         && (m_passSeconds <= 0.0 || label.onset <= m_passSeconds);
+                 });
+    m_nextLabel = 0;
+    m_passBegin = 0.0;
+    while (isLabelBefore(static_cast<double>(m_runSamples))) {
+        nextSignalLabel();
+    }
+}
+
 void BlockRecorder::resume()
 {
     const qint64 present = now();
@@ -88,12 +107,16 @@ void BlockRecorder::resume()
         *start = present - std::max<qint64>(0, m_pausedMs - *start); // started in the pause: begins now
     }
     m_isPaused = false;
+    m_runSamples = 0;
+    m_nextLabel = 0;
+    m_passBegin = 0.0;
 }
 
 void BlockRecorder::pause()
 {
     m_pausedMs = now();
     m_isPaused = true;
+    passSignalLabels(static_cast<double>(m_runSamples + 1)); // at the very end
 }
 
 void BlockRecorder::apply(bool edf, bool rhythm, const QString &path, const RecordedStream &stream)
@@ -147,7 +170,8 @@ void BlockRecorder::applyRhythms(bool on, const QString &path, AlgorithmManager 
     }
     if (!m_rhythmWriter->hasRows()) {
         m_sheetStartMs = now();
-        m_sheetDateMs = m_startTime.isValid() ? m_startTime.toMSecsSinceEpoch() : QDateTime::currentMSecsSinceEpoch();
+        const QDateTime start = startOfFile();
+        m_sheetDateMs = start.isValid() ? start.toMSecsSinceEpoch() : QDateTime::currentMSecsSinceEpoch();
         m_rhythmWriter->startWrite();
     }
 }
@@ -173,10 +197,10 @@ void BlockRecorder::forgetWishes()
 
 void BlockRecorder::abandonEdf(const QString &reason)
 {
+    emit recordError(reason);
     closeEdf();
     m_edf = false;
     m_timing = m_rhythm;
-    emit recordError(reason);
 }
 
 bool BlockRecorder::reopenEmptyEdf(const RecordedStream &stream)
@@ -201,7 +225,7 @@ bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
     m_edfPath = path;
     m_edfSamples = 0;
     m_recordSamples = std::max(1, stream.frequency);
-    m_edfWriter->setStartDateTime(m_startTime);
+    m_edfWriter->setStartDateTime(startOfFile());
     if (!m_edfWriter->prepareWriter(path, stream.montage, stream.frequency)) {
         emit recordError(m_edfWriter->lastError());
         return false;
@@ -213,15 +237,28 @@ bool BlockRecorder::openEdf(const QString &path, const RecordedStream &stream)
         m_edfWriter->setPatientInfo(*m_patient);
     }
     for (const Label &label : std::exchange(m_earlyLabels, {})) {
-        writeLabel(label.text, label.elapsedMs);
+        writeLabel(label);
     }
     return true;
+}
+
+/// Invalid for the clock's.
+QDateTime BlockRecorder::startOfFile() const
+{
+    if (m_startTime.isValid() || !m_signalStartTime.isValid()) {
+        return m_startTime;
+    }
+    const double seconds = m_isPaused ? 0.0 : static_cast<double>(m_runSamples) / m_rate; // a run is still to come
+    return m_signalStartTime.addMSecs(std::llround(seconds * kMsPerSecond));
 }
 
 void BlockRecorder::closeEdf()
 {
     const bool isOpen = isFileOpened();
     m_closingFiles.store(isOpen);
+    if (isOpen && !m_isPaused) {
+        passSignalLabels(static_cast<double>(m_runSamples + 1)); // at the very end
+    }
     if (isOpen && m_writeRemainder && m_edfSamples % m_recordSamples != 0) {
         reportFailure(m_edfWriter->writeRemainderToFile());
     }
@@ -267,8 +304,47 @@ void BlockRecorder::reportNotice()
     }
 }
 
-void BlockRecorder::poll(unsigned samples, int frequency)
+/// Of the next label of the signal; sample is counted in the run.
+bool BlockRecorder::isLabelBefore(double sample) const
 {
+    return m_nextLabel < m_signalLabels.size() && (m_passBegin + m_signalLabels[m_nextLabel].onset) * m_rate < sample;
+}
+
+/// At its sample of the file, whose records are a second long whatever the rate.
+void BlockRecorder::writeSignalLabel()
+{
+    const AnnotationStrct &label = m_signalLabels[m_nextLabel];
+    const double sample = (m_passBegin + label.onset) * m_rate - static_cast<double>(m_runSamples - m_edfSamples);
+    const double msPerSample = static_cast<double>(kMsPerSecond) / m_recordSamples;
+    annotateAt(label.text, std::llround(sample * msPerSample), std::llround(label.duration * m_rate * msPerSample));
+}
+
+/// Those before a sample of the run.
+void BlockRecorder::passSignalLabels(double end)
+{
+    while (isLabelBefore(end)) {
+        if (isFileOpened() && m_edfSamples > 0) {
+            writeSignalLabel();
+        }
+        emit signalLabel(m_passBegin + m_signalLabels[m_nextLabel].onset, m_signalLabels[m_nextLabel].text);
+        nextSignalLabel();
+    }
+}
+
+void BlockRecorder::nextSignalLabel()
+{
+    if (++m_nextLabel == m_signalLabels.size() && m_passSeconds > 0.0) {
+        m_nextLabel = 0;
+        m_passBegin += m_passSeconds;
+    }
+}
+
+void BlockRecorder::poll(unsigned samples, double rate)
+{
+    m_runSamples += samples;
+    m_rate = std::max(1.0, rate);
+    passSignalLabels(static_cast<double>(m_runSamples));
+    const int frequency = static_cast<int>(rate);
     if (frequency != m_frequency) {
         m_signalStartMs = now();
         m_signalSamples = 0;
@@ -294,9 +370,9 @@ void BlockRecorder::annotate(const QString &label, qint64 atMs)
     annotateAt(label, sinceOpening(atMs));
 }
 
-void BlockRecorder::annotateAt(const QString &label, qint64 elapsedMs)
+void BlockRecorder::annotateAt(const QString &label, qint64 elapsedMs, qint64 durationMs)
 {
-    const auto written = writeLabel(label, std::max<qint64>(0, elapsedMs));
+    const auto written = writeLabel({std::max<qint64>(0, elapsedMs), durationMs, label});
     emit annotationLabel(written.first
                              ? TextHelper::TimeToText(static_cast<double>(written.second) / kMsPerSecond, true)
                              : QStringLiteral("-"),
@@ -306,15 +382,15 @@ void BlockRecorder::annotateAt(const QString &label, qint64 elapsedMs)
 void BlockRecorder::writeState(unsigned char state, qint64 atMs)
 {
     if (m_edf) {
-        writeLabel(QString::number(state), sinceOpening(atMs));
+        writeLabel({sinceOpening(atMs), 0, QString::number(state)});
     }
 }
 
-std::pair<bool, long long> BlockRecorder::writeLabel(const QString &label, qint64 elapsedMs)
+std::pair<bool, long long> BlockRecorder::writeLabel(const Label &label)
 {
-    const auto written = m_edfWriter->addAnnotationAt(elapsedMs, label);
+    const auto written = m_edfWriter->addAnnotationAt(label.elapsedMs, label.text, label.durationMs);
     if (written.first && m_edfSamples == 0) {
-        m_earlyLabels.push_back({elapsedMs, label});
+        m_earlyLabels.push_back(label);
     }
     return written;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "devices/AnnotationStrct.h"
 #include "files/PatientInfo.h"
 
 #include <QDateTime>
+#include <QList>
 #include <QObject>
 #include <QSharedPointer>
 #include <QString>
@@ -55,6 +57,9 @@ public:
     void setStartTime(const QDateTime &start) { m_startTime = start; }
     /// Time is counted in samples, those of poll(); before a recording begins.
     void setSignalClock(bool on);
+    /// As the reader's operations of these names.
+    void setSignalLabels(const QList<AnnotationStrct> &labels, double passSeconds);
+    void setSignalStartTime(const QDateTime &start) { m_signalStartTime = start; }
 
     /// The loop begins, or has ended.
     void resume();
@@ -84,15 +89,18 @@ public:
 
     /// @param planar  filtered block, samples per montage channel
     void record(unsigned samples, const float *planar);
-    /// A block has passed: moves the clock of the samples, and writes the rows of the spreadsheet that have become due.
-    void poll(unsigned samples, int frequency);
+    /// A block has passed, which is in the recording: writes the labels of the signal in it, moves the clock of the
+    /// samples, and writes the rows of the spreadsheet that have become due.
+    /// @param rate  Hz
+    void poll(unsigned samples, double rate);
     /// Milliseconds since the clock was started; 0 while nothing is recorded.
     qint64 elapsed() const;
     /// Writes a label; answered by annotationLabel().
     /// @param atMs  as clockMs(); the clock of the samples takes its present time instead
     void annotate(const QString &label, qint64 atMs);
     /// @param elapsedMs  from the start of the file
-    void annotateAt(const QString &label, qint64 elapsedMs);
+    /// @param durationMs  below 1 the label marks a time
+    void annotateAt(const QString &label, qint64 elapsedMs, qint64 durationMs = 0);
     /// A state is written without an answer, and only while an EDF file is wanted.
     void writeState(unsigned char state, qint64 atMs);
 
@@ -101,11 +109,13 @@ signals:
     void annotationLabel(const QString &time, const QString &label);
     void recordError(const QString &reason);
     void recordNotice(const QString &sentence);
+    void signalLabel(double second, const QString &label);
 
 private:
     struct Label
     {
         qint64 elapsedMs;
+        qint64 durationMs;
         QString text;
     };
 
@@ -114,7 +124,12 @@ private:
     void closeEdf();
     void reportFailure(bool isWritten);
     void reportNotice();
-    std::pair<bool, long long> writeLabel(const QString &label, qint64 elapsedMs);
+    std::pair<bool, long long> writeLabel(const Label &label);
+    bool isLabelBefore(double sample) const;
+    void nextSignalLabel();
+    void writeSignalLabel();
+    void passSignalLabels(double end);
+    QDateTime startOfFile() const;
     void connectRhythms(AlgorithmManager &algorithms);
     qint64 now() const;
     qint64 sinceOpening(qint64 atMs) const;
@@ -137,6 +152,15 @@ private:
     qint64 m_signalStartMs = 0; ///< of the samples counted
     qint64 m_signalSamples = 0;
     int m_frequency = 1; ///< of the samples counted, Hz
+
+    QDateTime m_signalStartTime; ///< of the run's first sample
+    QList<AnnotationStrct> m_signalLabels;
+    int m_nextLabel = 0;
+    double m_passSeconds = 0.0;
+    double m_passBegin = 0.0; ///< s of signal
+    qint64 m_runSamples = 0; ///< per channel, since the run began
+    double m_rate = 1.0; ///< of the signal, Hz
+
     bool m_isPaused = true;
     qint64 m_pausedMs = 0;
     qint64 m_startMs = 0; ///< of the clock; by now(), as the two that follow

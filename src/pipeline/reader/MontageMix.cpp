@@ -66,17 +66,13 @@ void mixBipolar(const RawBlock &raw, const MontageTable &table, unsigned left, u
 void averageReference(const RawBlock &raw, const MontageTable &table, float *average)
 {
     std::fill_n(average, raw.samples, 0.0f);
-    unsigned count = 0;
-    for (unsigned i = 0; i < std::min(table.size(), raw.channels); ++i) {
-        if (table.group2[i] == 0) {
-            const float *a = raw.channel(i + 1);
-            for (unsigned k = 0; k < raw.samples; ++k) {
-                average[k] += a[k];
-            }
-            ++count;
+    for (const unsigned number : table.averaged) {
+        const float *a = raw.channel(number);
+        for (unsigned k = 0; k < raw.samples; ++k) {
+            average[k] += a[k];
         }
     }
-    const float divisor = static_cast<float>(count);
+    const float divisor = static_cast<float>(table.averaged.size());
     for (unsigned k = 0; k < raw.samples; ++k) {
         average[k] /= divisor;
     }

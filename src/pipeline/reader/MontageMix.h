@@ -21,6 +21,7 @@ struct MontageTable
     std::vector<unsigned> group1;
     std::vector<unsigned> group2;
     std::vector<float> scale;
+    std::vector<unsigned> averaged; ///< device channels that make up the average
 
     unsigned size() const { return static_cast<unsigned>(scale.size()); }
 };
@@ -37,8 +38,7 @@ void mixUsual(const RawBlock &raw, const MontageTable &table, float *out);
 /// written at all.
 void mixBipolar(const RawBlock &raw, const MontageTable &table, unsigned left, unsigned right, float *out);
 
-/// Per sample the mean of device channels i + 1 over the montage channels i whose group 2 is 0; not finite when there
-/// is none.
+/// Per sample the mean of the averaged device channels; not finite when there is none.
 /// @param average samples values
 void averageReference(const RawBlock &raw, const MontageTable &table, float *average);
 

@@ -18,9 +18,19 @@ unsigned knownChannel(unsigned number, unsigned channels)
     return number <= channels ? number : 0;
 }
 
-unsigned referentNumber(int number, unsigned channels)
+/// The device channel that stands for a montage channel in a reference.
+/// @param place  of the channel in the montage, counted from 1
+unsigned referenceInput(const Montage &montage, const AmplifierChannel &channel, unsigned place, unsigned channels)
 {
-    return number > 0 ? knownChannel(static_cast<unsigned>(number), channels) : 0;
+    const bool isInput = montage.isReferencesByInput() && channel.getGroup1() > 0;
+    return knownChannel(isInput ? channel.getGroup1() : place, channels);
+}
+
+unsigned referentInput(const BipolarMontage &montage, const Referent &referent, unsigned channels)
+{
+    return referent.channel == nullptr
+        ? 0
+        : referenceInput(montage, *referent.channel, static_cast<unsigned>(referent.number), channels);
 }
 
 /// Group 2 within what the arithmetic of the montage may read.
@@ -70,8 +80,14 @@ void MontageSetup::readChannels()
         const AmplifierChannel &channel = *channels[i];
         table.group1.push_back(knownChannel(channel.getGroup1(), inputs));
         table.group2.push_back(knownGroup2(channel.getGroup2(), inputs, usual, type));
-        table.scale.push_back(channel.getScale());
-        if (table.group1.back() != channel.getGroup1() || table.group2.back() != channel.getGroup2()) {
+        const bool isMissing = table.group1.back() != channel.getGroup1();
+        // Input 0 of these kinds is the first channel, which is not what was asked for.
+        table.scale.push_back(isMissing && !usual ? 0.0f : channel.getScale());
+        const unsigned averaged = referenceInput(*montage, channel, static_cast<unsigned>(i) + 1, inputs);
+        if (type == Montage_Average && channel.getGroup2() == 0 && averaged != 0) {
+            table.averaged.push_back(averaged);
+        }
+        if (isMissing || table.group2.back() != channel.getGroup2()) {
             BPCommon::log(BPCommon::LogReader,
                           "DataReader::resizeWorkBuffers channel %s reads an input that the device lacks",
                           channel.getName());
@@ -82,8 +98,8 @@ void MontageSetup::readChannels()
 void MontageSetup::readReferents()
 {
     if (const auto *bipolar = dynamic_cast<const BipolarMontage *>(montage.data())) {
-        leftReferent = referentNumber(bipolar->getLeftReferent().number, channelCount(info));
-        rightReferent = referentNumber(bipolar->getRightReferent().number, channelCount(info));
+        leftReferent = referentInput(*bipolar, bipolar->getLeftReferent(), channelCount(info));
+        rightReferent = referentInput(*bipolar, bipolar->getRightReferent(), channelCount(info));
     }
 }
 

@@ -93,11 +93,11 @@ void RequestGetAlgorithms::setParameters()
     }
     const bool isKnown = takeAlgorithm();
     const QJsonValue values = body()[QLatin1String("data")];
+    m_exchange.valuesProblem = bp::valuesProblem(m_exchange.params, values.toArray());
     if (!isKnown || !m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}})) {
         error(isKnown ? QStringLiteral("Wrong contant") : QStringLiteral("Algorythm is not found"));
         return;
     }
-    m_exchange.unknownKeys = bp::unknownKeys(m_exchange.params, values.toArray());
     if (askServer("updateParam")) {
         ok(QStringLiteral("Algorhythm is updating"));
     }
@@ -136,12 +136,12 @@ void RequestGetAlgorithms::addAlgorithm()
     m_exchange.descriptor = text("desc");
     m_exchange.params = ParamFactory::makeCustomProperty(m_exchange.name);
     QJsonObject values = body();
+    m_exchange.valuesProblem = bp::valuesProblem(m_exchange.params, values[QLatin1String("data")].toArray());
     values.remove(QStringLiteral("param_list"));
     if (!m_exchange.params.fromJson(values)) {
         error(QStringLiteral("Wrong content"));
         return;
     }
-    m_exchange.unknownKeys = bp::unknownKeys(m_exchange.params, values[QLatin1String("data")].toArray());
     if (askServer("addNewAlgorithm")) {
         ok();
     }

@@ -69,8 +69,7 @@ void RequestGetDiscoverDevice::setParameters()
     const UnitParams before = m_exchange.params;
     const bool isTaken = values.isArray() && !before.isEmpty()
         && m_exchange.params.fromJson(QJsonObject{{QStringLiteral("data"), values}});
-    if (!isTaken || !bp::unknownKeys(before, values.toArray()).isEmpty()
-        || !bp::limitRefusal(m_exchange.params, before).isEmpty()) {
+    if (!isTaken || !bp::valuesProblem(before, values.toArray()).isEmpty()) {
         error(QStringLiteral("Wrong param data"));
     } else if (askServer("setDeviceParametrs")) {
         ok();

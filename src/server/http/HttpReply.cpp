@@ -17,9 +17,10 @@ QByteArray successReply(int length, const QByteArray &body)
 
 } // namespace
 
-QByteArray successReply(const QString &body)
+QByteArray successReply(const QString &body, LengthIn unit)
 {
-    return successReply(body.size(), body.toUtf8());
+    const QByteArray bytes = body.toUtf8();
+    return successReply(unit == LengthIn::Bytes ? bytes.size() : body.size(), bytes);
 }
 
 QByteArray successReplyAscii(const QByteArray &body)
@@ -27,13 +28,15 @@ QByteArray successReplyAscii(const QByteArray &body)
     return successReply(body.size(), body);
 }
 
-QByteArray errorReply(const QString &messageOrJson)
+QByteArray errorReply(const QString &messageOrJson, LengthIn unit)
 {
     const QString body = messageOrJson.startsWith(QLatin1Char('{'))
         ? messageOrJson
         : QStringLiteral("{\"error\":\"") + messageOrJson + QStringLiteral("\"}");
-    return "HTTP/1.1 400 Bad Request\r\nContent-Type: text/html\r\nContent-Length: " + QByteArray::number(body.size())
-        + "\r\nAccess-Control-Allow-Origin: *\r\nConnection: Closed\r\n\r\n" + body.toUtf8();
+    const QByteArray bytes = body.toUtf8();
+    return "HTTP/1.1 400 Bad Request\r\nContent-Type: text/html\r\nContent-Length: "
+        + QByteArray::number(unit == LengthIn::Bytes ? bytes.size() : body.size())
+        + "\r\nAccess-Control-Allow-Origin: *\r\nConnection: Closed\r\n\r\n" + bytes;
 }
 
 QByteArray preflightReply()

@@ -7,14 +7,17 @@ class QTcpSocket;
 
 namespace bp {
 
-/// A success of the command service. Lengths are announced in UTF-16 units, which differ from the bytes sent for texts
-/// beyond ASCII (kept, as is every byte here: clients in the field compare them).
-QByteArray successReply(const QString &body);
+/// What a length is announced in. They differ for texts beyond ASCII. Clients in the field compare units; a client that
+/// goes by the standard loses the end of a text unless bytes are announced.
+enum class LengthIn { Utf16Units, Bytes };
+
+/// A success of the command service.
+QByteArray successReply(const QString &body, LengthIn unit = LengthIn::Utf16Units);
 /// The same for a body of ASCII only, whose length is the same in every unit.
 QByteArray successReplyAscii(const QByteArray &body);
 
 /// An error. A message that does not begin with "{" is wrapped as {"error":"message"}, without escaping.
-QByteArray errorReply(const QString &messageOrJson);
+QByteArray errorReply(const QString &messageOrJson, LengthIn unit = LengthIn::Utf16Units);
 
 /// What a browser is told that asks whether a page may send a request: that it may.
 QByteArray preflightReply();
