@@ -1,7 +1,7 @@
 #include "Console.h"
 #include "Interrupt.h"
 #include "commands/Commands.h"
-#include "common/detail/ExceptionText.h"
+#include "common/ExceptionText.h"
 
 #include <QCoreApplication>
 #include <QLocale>

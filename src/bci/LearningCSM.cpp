@@ -3,7 +3,7 @@
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
 #include "bci/utilities.h"
-#include "common/detail/ExceptionText.h"
+#include "common/ExceptionText.h"
 #include "filters/Filtrator.h"
 #include "pipeline/DataSource.h"
 

@@ -6,7 +6,7 @@
 #include "bci/numerics/FiniteRow.h"
 #include "bci/utilities.h"
 #include "common/HalvinException.h"
-#include "common/detail/ExceptionText.h"
+#include "common/ExceptionText.h"
 
 #include <QThread>
 

@@ -1,7 +1,7 @@
 #include "bci/Preprocessor.h"
 
 #include "bci/DimReduction.h"
-#include "common/detail/ExceptionText.h"
+#include "common/ExceptionText.h"
 #include "pipeline/DataSource.h"
 
 Preprocessor::Preprocessor(QObject *parent)

@@ -3,6 +3,7 @@
 #include "server/HalvinRespPacket.h"
 #include "server/ServerMediator.h"
 #include "server/handlers/CommandTable.h"
+#include "server/http/HttpReply.h"
 #include "server/http/JsonBody.h"
 
 #include <QJsonDocument>

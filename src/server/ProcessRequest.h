@@ -3,7 +3,6 @@
 #include "common/BPExport.h"
 #include "server/Colleague.h"
 #include "server/RequestExchange.h"
-#include "server/http/HttpReply.h"
 #include "server/server_state.h"
 
 #include <QByteArray>
@@ -17,6 +16,14 @@
 
 class QTcpSocket;
 class ServerMediator;
+
+namespace bp {
+
+/// What a length is announced in. They differ for texts beyond ASCII. Clients in the field compare units; a client that
+/// goes by the standard loses the end of a text unless bytes are announced.
+enum class LengthIn { Utf16Units, Bytes };
+
+} // namespace bp
 
 /// Base of the request handlers: finds the command word in a request line, checks what the command asks of the server's
 /// state (see CommandTable.h), and answers once.

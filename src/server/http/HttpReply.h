@@ -1,15 +1,13 @@
 #pragma once
 
+#include "server/ProcessRequest.h"
+
 #include <QByteArray>
 #include <QString>
 
 class QTcpSocket;
 
 namespace bp {
-
-/// What a length is announced in. They differ for texts beyond ASCII. Clients in the field compare units; a client that
-/// goes by the standard loses the end of a text unless bytes are announced.
-enum class LengthIn { Utf16Units, Bytes };
 
 /// A success of the command service.
 QByteArray successReply(const QString &body, LengthIn unit = LengthIn::Utf16Units);
