@@ -8,6 +8,11 @@
 #include <QObject>
 #include <QPointer>
 
+#include <memory>
+
+namespace bp {
+class SlidingWindow;
+}
 class DataSource;
 class Filtrator;
 class Preprocessor;
@@ -80,29 +85,25 @@ protected:
     void traceException(const char *where) const;
     void traceFailure(const char *where, const char *reason) const;
 
+    /// A busy processor is on its training thread and is not touched; GetCurResult() gives its results from before.
+    bool isProcessorBusy() const { return m_isProcessorBusy; }
+    void setProcessorBusy(bool isBusy);
+
     BPCommon::LogEvent m_logLevel = BPCommon::LogSolverModel;
-    QPointer<Filtrator> m_filtrator;
-    QPointer<Preprocessor> m_preprocessor;
     QPointer<Processor> m_processor;
-    QPointer<DataSource> m_source;
-    float m_windowSeconds = 0.0f;
-    int m_windowSamples = 0;
-    int m_stepSamples = 0;
-    int m_fill = 0; ///< valid samples in the window
-    int m_channels = 0;
-    int m_fs = 0; ///< Hz
+    std::unique_ptr<bp::SlidingWindow> m_window;
     bool m_waitFull = false;
     bool m_resetAfterUse = false;
-    bool m_isProcessorBusy = false; ///< on its training thread: nobody else may touch it until its result is taken
-    vector<vector<float>> m_window; ///< channels × m_windowSamples
-    vector<vector<float>> m_resampled; ///< the window at the filter chain's rate
-    vector<vector<float>> m_preprocessed;
-    vector<vector<float>> m_processed;
-    ProcessResult m_resultsBefore; ///< of the processor, when it became busy
+    vector<vector<float>> m_preprocessed; ///< the window that preprocessWindow() left
 
 private:
-    void allocateWindow();
-    void dropOldestStep();
+    QPointer<Filtrator> m_filtrator;
+    QPointer<Preprocessor> m_preprocessor;
+    QPointer<DataSource> m_source;
+    vector<vector<float>> m_resampled; ///< the window at the filter chain's rate
+    vector<vector<float>> m_processed;
+    bool m_isProcessorBusy = false;
+    ProcessResult m_resultsBefore;
 };
 
 template <class Step> bool SolverModel::guarded(const char *where, Step &&step)
