@@ -4,11 +4,11 @@
 #include "common/HalvinException.h"
 
 #include <Eigen/Jacobi>
+#include <Eigen/LU>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 
 namespace {
 
@@ -19,13 +19,7 @@ using bp::Rows;
 constexpr int kMaxSweeps = 50;
 constexpr double kOffDiagonal = 1e-20; ///< squares beside the diagonal over all squares
 
-/// The decomposition in double, in place.
-struct Decomposition
-{
-    DenseMatrix lu;
-    vector<int> permutation;
-    int sign = 1;
-};
+using Decomposition = Eigen::PartialPivLU<DenseMatrix>;
 
 [[noreturn]] void fail(int code)
 {
@@ -40,42 +34,15 @@ Decomposition decomposeOrThrow(const Rows &matrix)
     if (!bp::isWellFormed(matrix) || matrix[0].size() != matrix.size()) {
         fail(1000);
     }
-    Decomposition result{bp::toDense(matrix), vector<int>(matrix.size())};
-    std::iota(result.permutation.begin(), result.permutation.end(), 0);
-    DenseMatrix &lu = result.lu;
-    const Eigen::Index size = lu.rows();
-    const DenseVector rounding =
-        static_cast<double>(size) * std::numeric_limits<double>::epsilon() * lu.cwiseAbs().colwise().maxCoeff();
-    for (Eigen::Index k = 0; k < size; ++k) {
-        Eigen::Index below = 0;
-        const double pivot = lu.col(k).tail(size - k).cwiseAbs().maxCoeff(&below);
-        if (!(pivot > rounding(k)) || !lu.col(k).allFinite()) {
-            fail(1000);
-        }
-        if (below != 0) {
-            lu.row(k).swap(lu.row(k + below));
-            std::swap(result.permutation[static_cast<std::size_t>(k)],
-                      result.permutation[static_cast<std::size_t>(k + below)]);
-            result.sign = -result.sign;
-        }
-        const Eigen::Index rest = size - k - 1;
-        lu.col(k).tail(rest) /= lu(k, k);
-        lu.bottomRightCorner(rest, rest).noalias() -= lu.col(k).tail(rest) * lu.row(k).tail(rest);
+    const DenseMatrix dense = bp::toDense(matrix);
+    Decomposition decomposition(dense);
+    const DenseVector rounding = static_cast<double>(dense.rows()) * std::numeric_limits<double>::epsilon()
+        * dense.cwiseAbs().colwise().maxCoeff();
+    const auto pivots = decomposition.matrixLU().diagonal().array().abs();
+    if (!decomposition.matrixLU().allFinite() || !(pivots > rounding.array()).all()) {
+        fail(1000);
     }
-    return result;
-}
-
-DenseVector substitute(const DenseMatrix &lu, DenseVector right)
-{
-    const Eigen::Index size = right.size();
-    for (Eigen::Index i = 1; i < size; ++i) {
-        right(i) -= lu.row(i).head(i).dot(right.head(i));
-    }
-    for (Eigen::Index i = size - 1; i >= 0; --i) {
-        const Eigen::Index known = size - 1 - i;
-        right(i) = (right(i) - lu.row(i).tail(known).dot(right.tail(known))) / lu(i, i);
-    }
-    return right;
+    return decomposition;
 }
 
 bool isLabelled(const Rows &data, const vector<int> &labels)
@@ -196,11 +163,14 @@ void MatrixOperations::MatrixProduct(const vector<vector<float>> &a, const vecto
 void MatrixOperations::MatrixDecompose(const vector<vector<float>> &matrix, vector<int> &permutation, int *sign,
                                        vector<vector<float>> &lu)
 {
-    Decomposition decomposition = decomposeOrThrow(matrix);
-    permutation = std::move(decomposition.permutation);
-    lu = bp::toRows(decomposition.lu);
+    const Decomposition decomposition = decomposeOrThrow(matrix);
+    const auto &swaps = decomposition.permutationP();
+    const Eigen::VectorXi order =
+        swaps * Eigen::VectorXi::LinSpaced(swaps.size(), 0, static_cast<int>(swaps.size()) - 1);
+    permutation.assign(order.data(), order.data() + order.size());
+    lu = bp::toRows(decomposition.matrixLU());
     if (sign) {
-        *sign = decomposition.sign;
+        *sign = static_cast<int>(swaps.determinant());
     }
 }
 
@@ -210,20 +180,16 @@ void MatrixOperations::HelperSolve(const vector<vector<float>> &lu, const vector
         solution.clear();
         return;
     }
-    const DenseVector x = substitute(bp::toDense(lu), bp::toDense({right}).row(0));
+    const DenseMatrix factors = bp::toDense(lu);
+    DenseVector x = bp::toDense({right}).row(0);
+    factors.triangularView<Eigen::UnitLower>().solveInPlace(x);
+    factors.triangularView<Eigen::Upper>().solveInPlace(x);
     solution.assign(x.data(), x.data() + x.size());
 }
 
 void MatrixOperations::MatrixInverse(const vector<vector<float>> &matrix, vector<vector<float>> &inverse)
 {
-    const Decomposition decomposition = decomposeOrThrow(matrix);
-    const Eigen::Index size = decomposition.lu.rows();
-    DenseMatrix result(size, size);
-    for (Eigen::Index row = 0; row < size; ++row) {
-        result.col(decomposition.permutation[static_cast<std::size_t>(row)]) =
-            substitute(decomposition.lu, DenseVector::Unit(size, row));
-    }
-    inverse = bp::toRows(result);
+    inverse = bp::toRows(decomposeOrThrow(matrix).inverse());
 }
 
 void MatrixOperations::Mean(const vector<vector<float>> &data, const vector<int> &labels, int label,
