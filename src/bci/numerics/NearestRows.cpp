@@ -1,34 +1,28 @@
 #include "bci/numerics/NearestRows.h"
 
+#include "bci/numerics/SquaredDifferences.h"
+
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <iterator>
 #include <limits>
+#include <numeric>
 
 namespace {
 
 constexpr float kFarthest = std::numeric_limits<float>::max();
 
-/// The parts of the sum don't wait for each other, which lets compilers keep them in vector registers.
+constexpr std::size_t kLanes = 32;
+
 float squaredDistance(const float *a, const float *b, std::size_t count)
 {
-    std::array<float, 32> sums{};
-    const std::size_t whole = count - count % sums.size();
-    for (std::size_t i = 0; i < whole; i += sums.size()) {
-        for (std::size_t j = 0; j < sums.size(); ++j) {
-            const float difference = a[i + j] - b[i + j];
-            sums[j] += difference * difference;
-        }
-    }
+    const auto lanes = bp::squaredDifferences<kLanes>(a, b, count);
     float sum = 0.0f;
-    for (std::size_t i = whole; i < count; ++i) {
+    for (std::size_t i = count - count % kLanes; i < count; ++i) {
         sum += (a[i] - b[i]) * (a[i] - b[i]);
     }
-    for (const float part : sums) {
-        sum += part;
-    }
-    return sum <= kFarthest ? sum : kFarthest; // what is not a number could not be put in order
+    sum = std::accumulate(lanes.data(), lanes.data() + kLanes, sum);
+    return sum <= kFarthest ? sum : kFarthest; // NaN has no place in an order
 }
 
 } // namespace
@@ -49,8 +43,8 @@ void NearestRows::assign(const std::vector<std::vector<float>> &rows, const std:
     m_votes.assign(classCount, Vote());
 }
 
-/// A heap with the farthest of the nearest in front: most rows cost one comparison with it. A row that is as far away
-/// comes too late.
+/// The nearest rows so far are a heap with the farthest of them in front, so that most rows cost one comparison. Of
+/// rows at the same distance the first stays.
 void NearestRows::collect(const float *features, std::size_t nearest)
 {
     const auto isNearer = [](const Neighbour &a, const Neighbour &b) {
@@ -58,7 +52,7 @@ void NearestRows::collect(const float *features, std::size_t nearest)
     };
     m_neighbours.clear();
     for (std::size_t i = 0; i < m_classes.size(); ++i) {
-        const float distance = squaredDistance(row(i), features, m_width);
+        const float distance = squaredDistance(features, row(i), m_width);
         if (m_neighbours.size() == nearest) {
             if (!(distance < m_neighbours.front().distance)) {
                 continue;
