@@ -4,11 +4,11 @@
 #include "common/HalvinException.h"
 
 #include <Eigen/Jacobi>
-#include <Eigen/LU>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace {
 
@@ -19,13 +19,21 @@ using bp::Rows;
 constexpr int kMaxSweeps = 50;
 constexpr double kOffDiagonal = 1e-20; ///< squares beside the diagonal over all squares
 
-using Decomposition = Eigen::PartialPivLU<DenseMatrix>;
+/// The decomposition in double, in place.
+struct Decomposition
+{
+    DenseMatrix lu;
+    vector<int> permutation;
+    int sign = 1;
+};
 
 [[noreturn]] void fail(int code)
 {
     throw HalvinException("MatrixOperations::MatrixDecompose", code);
 }
 
+/// Not Eigen's PartialPivLU, which works in blocks from 17 rows on: two equal rows then no longer get equal numbers,
+/// and a matrix with a repeated channel can pass for regular.
 Decomposition decomposeOrThrow(const Rows &matrix)
 {
     if (matrix.empty()) {
@@ -34,15 +42,36 @@ Decomposition decomposeOrThrow(const Rows &matrix)
     if (!bp::isWellFormed(matrix) || matrix[0].size() != matrix.size()) {
         fail(1000);
     }
-    const DenseMatrix dense = bp::toDense(matrix);
-    Decomposition decomposition(dense);
-    const DenseVector rounding = static_cast<double>(dense.rows()) * std::numeric_limits<double>::epsilon()
-        * dense.cwiseAbs().colwise().maxCoeff();
-    const auto pivots = decomposition.matrixLU().diagonal().array().abs();
-    if (!decomposition.matrixLU().allFinite() || !(pivots > rounding.array()).all()) {
-        fail(1000);
+    Decomposition result{bp::toDense(matrix), vector<int>(matrix.size())};
+    std::iota(result.permutation.begin(), result.permutation.end(), 0);
+    DenseMatrix &lu = result.lu;
+    const Eigen::Index size = lu.rows();
+    const DenseVector rounding =
+        static_cast<double>(size) * std::numeric_limits<double>::epsilon() * lu.cwiseAbs().colwise().maxCoeff();
+    for (Eigen::Index k = 0; k < size; ++k) {
+        Eigen::Index below = 0;
+        const double pivot = lu.col(k).tail(size - k).cwiseAbs().maxCoeff(&below);
+        if (!(pivot > rounding(k)) || !lu.col(k).allFinite()) {
+            fail(1000);
+        }
+        if (below != 0) {
+            lu.row(k).swap(lu.row(k + below));
+            std::swap(result.permutation[static_cast<std::size_t>(k)],
+                      result.permutation[static_cast<std::size_t>(k + below)]);
+            result.sign = -result.sign;
+        }
+        const Eigen::Index rest = size - k - 1;
+        lu.col(k).tail(rest) /= lu(k, k);
+        lu.bottomRightCorner(rest, rest).noalias() -= lu.col(k).tail(rest) * lu.row(k).tail(rest);
     }
-    return decomposition;
+    return result;
+}
+
+/// Forward and back substitution of all columns, in place.
+template <class Columns> void substitute(const DenseMatrix &lu, Columns &right)
+{
+    lu.triangularView<Eigen::UnitLower>().solveInPlace(right);
+    lu.triangularView<Eigen::Upper>().solveInPlace(right);
 }
 
 bool isLabelled(const Rows &data, const vector<int> &labels)
@@ -163,14 +192,11 @@ void MatrixOperations::MatrixProduct(const vector<vector<float>> &a, const vecto
 void MatrixOperations::MatrixDecompose(const vector<vector<float>> &matrix, vector<int> &permutation, int *sign,
                                        vector<vector<float>> &lu)
 {
-    const Decomposition decomposition = decomposeOrThrow(matrix);
-    const auto &swaps = decomposition.permutationP();
-    const Eigen::VectorXi order =
-        swaps * Eigen::VectorXi::LinSpaced(swaps.size(), 0, static_cast<int>(swaps.size()) - 1);
-    permutation.assign(order.data(), order.data() + order.size());
-    lu = bp::toRows(decomposition.matrixLU());
+    Decomposition decomposition = decomposeOrThrow(matrix);
+    permutation = std::move(decomposition.permutation);
+    lu = bp::toRows(decomposition.lu);
     if (sign) {
-        *sign = static_cast<int>(swaps.determinant());
+        *sign = decomposition.sign;
     }
 }
 
@@ -180,16 +206,21 @@ void MatrixOperations::HelperSolve(const vector<vector<float>> &lu, const vector
         solution.clear();
         return;
     }
-    const DenseMatrix factors = bp::toDense(lu);
     DenseVector x = bp::toDense({right}).row(0);
-    factors.triangularView<Eigen::UnitLower>().solveInPlace(x);
-    factors.triangularView<Eigen::Upper>().solveInPlace(x);
+    substitute(bp::toDense(lu), x);
     solution.assign(x.data(), x.data() + x.size());
 }
 
 void MatrixOperations::MatrixInverse(const vector<vector<float>> &matrix, vector<vector<float>> &inverse)
 {
-    inverse = bp::toRows(decomposeOrThrow(matrix).inverse());
+    const Decomposition decomposition = decomposeOrThrow(matrix);
+    const Eigen::Index size = decomposition.lu.rows();
+    DenseMatrix result = DenseMatrix::Zero(size, size);
+    for (Eigen::Index row = 0; row < size; ++row) {
+        result(row, decomposition.permutation[static_cast<std::size_t>(row)]) = 1.0;
+    }
+    substitute(decomposition.lu, result);
+    inverse = bp::toRows(result);
 }
 
 void MatrixOperations::Mean(const vector<vector<float>> &data, const vector<int> &labels, int label,
