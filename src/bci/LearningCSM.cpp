@@ -22,7 +22,7 @@ bool hasMethod(const QObject *object, const char *signature)
     return object->metaObject()->indexOfMethod(signature) >= 0;
 }
 
-/// On the processor's thread. What leaves runSlot() would end the program: it is a training that failed.
+/// Runs on the processor's thread. An exception from runSlot() would end the program; here the training has failed.
 void runGuarded(Processor *processor)
 {
     try {
@@ -205,7 +205,8 @@ void LearningCSM::resizeInternalBuff(unsigned int blockSamples)
     }
 }
 
-/// A change of label, from 0 at the very beginning; in the order of arrival the first block, too.
+/// Whether the label differs from that of the block before, or from 0 at the first block. In the order of arrival, the
+/// first block always starts a trial.
 bool LearningCSM::isNewTrial(int label) const
 {
     if (m_isArrivalOrder && !m_newestLabel) {
@@ -226,7 +227,7 @@ int LearningCSM::pushSorted(int label)
 {
     std::rotate(m_labelHistory.begin(), m_labelHistory.begin() + 1, m_labelHistory.end());
     m_labelHistory.back() = static_cast<float>(label);
-    // Kept: Median sorts the history itself, so that the next block pushes out the smallest label, not the oldest.
+    // Compatibility: Median sorts the history, so that the next block replaces the smallest label, not the oldest.
     return static_cast<int>(utilities::Median(m_labelHistory));
 }
 
@@ -253,7 +254,7 @@ void LearningCSM::_validate()
         }
         return;
     }
-    // A thread whose result has been taken is about to end; postTrain() could not start it before it has.
+    // After its result the thread is about to end, and postTrain() can only start it when it has ended.
     stopThread();
     setProcessorBusy(true);
     const bool isTrained = guarded("LearningCSM::_validate", [this] { m_processor->postTrain(); });

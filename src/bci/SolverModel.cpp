@@ -46,7 +46,7 @@ SolverModel::~SolverModel() = default;
 
 void SolverModel::Initialize(float window, float step, int channels, bool waitFull, bool resetAfterUse)
 {
-    // Lengths in seconds under %d: how the line has always looked; the console renders them as numbers.
+    // Compatibility: hosts know the line with %d for the lengths in seconds; they are printed as numbers all the same.
     BPCommon::log(m_logLevel, "SolverModel::Initialize %d %d %i %i %i", static_cast<double>(window),
                   static_cast<double>(step), channels, waitFull, resetAfterUse);
     float seconds = usableSeconds(static_cast<double>(window));

@@ -265,8 +265,8 @@ void utilities::resampleToLen(const vector<float> &in, vector<float> &out, unsig
 
 void utilities::smoothByRMS(const float *in, float *out, unsigned int length, unsigned int window)
 {
-    // Sums from and to the ends of tiles as long as the window, of which a window touches two: no sum is taken off
-    // again, so that a loud passage leaves no rounding behind.
+    // A window overlaps two tiles of its own length. Its sum is the end of one tile plus the start of the next, so that
+    // nothing is subtracted and a loud segment leaves no rounding error behind.
     const std::size_t width = std::max(window, 1u);
     std::vector<double> fromStart(length);
     std::vector<double> toEnd(length);
