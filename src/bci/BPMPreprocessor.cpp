@@ -129,7 +129,7 @@ BPMPreprocessor::Rate BPMPreprocessor::rateOfEcg()
         return {};
     }
     const float mean = sum / static_cast<float>(count);
-    // Wherever a window begins, it holds at least as many whole intervals as fit into it, less one.
+    // Wherever a window begins, it has at least one interval fewer than would fit into it.
     const float seconds = static_cast<float>(m_signal.size()) / static_cast<float>(m_fs);
     const float expected = std::max(1.0f, std::floor(seconds / mean) - 1.0f);
     return {kSecondsPerMinute / mean, std::min(1.0f, static_cast<float>(count) / expected)};
@@ -157,7 +157,7 @@ void BPMPreprocessor::integrateSlopes()
 
 float BPMPreprocessor::typicalMaximum()
 {
-    // Stretches of the longest interval hold at least one beat each.
+    // A segment as long as the longest interval has at least one beat.
     const auto longest = std::max(std::size_t{1}, samplesIn(kSecondsPerMinute / m_minBpm, static_cast<float>(m_fs)));
     m_work.clear();
     for (std::size_t first = 0; first < m_energy.size(); first += longest) {

@@ -31,7 +31,7 @@ public:
     ~BPMPreprocessor() override;
 
     /// @param out  per channel one row of two: beats per minute, and the quality 0 … 1; both 0 when no rhythm was found
-    ///             or the sampling rate is too low (ECG needs more than 30 Hz, PPG more than 10 Hz; traced once)
+    ///             or the sampling rate is too low (ECG needs more than 30 Hz, PPG more than 10 Hz; one trace line)
     void doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out) override;
     QJsonObject model() const override;
     bool setModel(const QJsonObject &model, QString &reason) override;

@@ -57,7 +57,7 @@ bool searchComponents(const Rows &data, int first, int dims, bp::EigenSystem &sp
     const bool regular = bp::isWellFormed(data);
     const Eigen::Index columns = regular ? static_cast<Eigen::Index>(data[0].size()) : 0;
     qDebug("Train PCA Covariance");
-    // In double, as what is compared with the threshold below may be the rounding of floats otherwise.
+    // In double: eigenvalues near the threshold below may be rounding errors of floats.
     spectrum = regular ? bp::principalAxes(data) : bp::EigenSystem();
     const DenseVector &e = spectrum.values;
     if (e.size() == 0 || first < 0 || first >= columns) {
@@ -101,7 +101,7 @@ struct Classes
     DenseMatrix whitening;
 };
 
-/// No moments when there are fewer than two classes or the data can't be used.
+/// Without moments when there are fewer than two classes or the data is not usable.
 Classes classesOf(const Rows &data, const vector<int> &labels, std::size_t most)
 {
     Classes classes;
@@ -152,7 +152,7 @@ bool DimReduction::TrainPCA(const vector<vector<float>> &data, vector<vector<flo
     bp::EigenSystem spectrum;
     Selection selection;
     const bool ok = searchComponents(data, 0, dims, spectrum, selection);
-    // The last one selected is left out: trained models have that many components.
+    // Compatibility: the last selected component is dropped, as trained models have that many components.
     projection = ok ? bp::toRows(spectrum.vectors.leftCols(selection.size - 1).transpose()) : Rows();
     return ok;
 }

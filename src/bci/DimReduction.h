@@ -19,15 +19,13 @@ public:
     /// @param projection  a row per component, in descending order of variance
     /// @param dims        components to keep; negative: one fewer than there are features
     static bool TrainPCA(const vector<vector<float>> &data, vector<vector<float>> &projection, int dims);
-    /// As the next one, from the first component to dims − 1.
+    /// As the next form, from component 0 to component dims − 1.
     static bool TrainPCA(const vector<vector<float>> &data, vector<float> &eigenvalues,
                          vector<vector<float>> &projection, int dims);
-    /// The explicit form: the same search, but it keeps every component from the first to the last index, where the
-    /// form without eigenvalues drops the last one that it selects.
-    ///
-    /// Data without full rank ends at the last index that its rank allows: compare the rows of the projection.
+    /// Keeps every component from the first to the last index. (The form without eigenvalues drops the last component
+    /// that it selects.) If the rank of the data allows fewer components, the projection has fewer rows.
     /// @param eigenvalues  one per row of the projection
-    /// @param last         negative: the last there is
+    /// @param last         negative: the last component
     static bool TrainPCA(const vector<vector<float>> &data, vector<float> &eigenvalues,
                          vector<vector<float>> &projection, int first, int last);
     /// @param out  a value per component; empty when the lengths don't go together
@@ -48,8 +46,8 @@ public:
     /// @throws HalvinException 2000 when one of the arguments is empty or the lengths don't go together
     static void ProcessFLD(const vector<float> &features, const vector<vector<float>> &projection, vector<float> &out);
 
-    /// The two smallest labels told apart by one linear score (normal classes of one covariance, which is pooled and
-    /// regularised as in TrainFLD); examples of other labels are left out.
+    /// Distinguishes the two smallest labels by one linear score (normal classes of one covariance, which is pooled and
+    /// regularised as in TrainFLD); examples of other labels are ignored.
     /// @param lda     one row: a weight per feature, then the bias. Empty with fewer than two classes.
     /// @param priors  weighs the classes by their numbers of examples; otherwise the border lies halfway
     static void TrainLDA(const vector<vector<float>> &data, const vector<int> &labels, vector<vector<float>> &lda,

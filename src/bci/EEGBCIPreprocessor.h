@@ -13,11 +13,11 @@ class BandFeatures;
 
 /// Features of one EEG channel: mean amplitudes of frequency bands and the Higuchi fractal dimension.
 ///
-/// In: the first row of the window; the others are not looked at. Out: one row, a value per band in the given order
+/// In: the first row of the window; the others are ignored. Out: one row, a value per band in the given order
 /// (unit of the input) and the fractal dimension (k up to 10). A band covers the bins from the first at or above its
-/// low edge through the last below its high edge, and gives 0 when there is none. A window without rows gives none, one
-/// with an invalid number NaN throughout.
-/// Allocates nothing from the second window of a length on.
+/// low edge through the last below its high edge, and gives 0 when there is none. A window without rows gives no row;
+/// a window with an invalid number gives a row of NaN.
+/// The second and later windows of one length allocate nothing.
 class BIOPROCESSING_EXPORT EEGBCIPreprocessor : public Preprocessor
 {
     Q_OBJECT

@@ -85,7 +85,7 @@ void EEGBCIProcessor::postTrain()
     m_threshold = (first + second) * 0.5f;
 }
 
-/// Examples of further labels would turn the discriminant, which only tells the first two apart.
+/// Examples of further labels would change the discriminant, which distinguishes only the first two.
 void EEGBCIProcessor::fitFirstTwo()
 {
     if (m_uniqueLabels.size() <= 2) {

@@ -2,13 +2,13 @@
 
 #include "bci/Processor.h"
 
-/// Tells two classes apart: Fisher's linear discriminant, with the threshold halfway between the medians of the two
+/// Distinguishes two classes: Fisher's linear discriminant, with the threshold halfway between the medians of the two
 /// classes' projected values.
 ///
-/// Trains at once in postTrain(), on the thread of the solver model. An example is the first row of its window; one
-/// with an invalid number is traced and left out. Of more than two labels only the two smallest are learned, told apart
-/// and measured. Examples that allow no discriminant (one class, rows of different lengths) leave the processor
-/// untrained, with a trace line.
+/// postTrain() trains at once, on the thread of the solver model. An example is the first row of its window; an example
+/// with an invalid number is ignored, with a trace line. Of more than two labels only the two smallest are learned and
+/// validated. Examples that allow no discriminant (one class, rows of different lengths) leave the processor untrained,
+/// with a trace line.
 ///
 /// Results: "label", the label of the last window; "ValidationRate1" and "ValidationRate2", 0 … 1, the share of either
 /// class's examples on its side of the threshold, from the last validation that succeeded.
@@ -16,13 +16,13 @@ class BIOPROCESSING_EXPORT EEGBCIProcessor : public Processor
 {
     Q_OBJECT
 public:
-    /// @param minimumRate  0 … 1, what both validation rates have to reach
+    /// @param minimumRate  0 … 1, the least value of both validation rates for a valid classifier
     explicit EEGBCIProcessor(float minimumRate, QObject *parent = nullptr);
 
     using Processor::preTrain;
     void preTrain(vector<vector<float>> &window, int label) override;
     void postTrain() override;
-    /// False without examples of both classes, too.
+    /// Also false without examples of both classes.
     bool doValidate() override;
     /// A window with an invalid number leaves a trace line, no rows and no "label".
     /// @param out  gets one row of one value, the window's projection

@@ -4,9 +4,10 @@
 
 /// Detects which muscle moves: channel k − 1 has the class k, rest the class 0.
 ///
-/// Trained by envelopes of rest (label 0), which give every channel its level and deviation, and then of one movement
-/// per channel (label k ≥ 1), whose strength above rest gives the channel its threshold. Messages of the training go to
-/// the debug stream; a failed step leaves what the other channels have learned.
+/// The examples are envelopes: first of rest (label 0), which give the resting level and deviation of every channel,
+/// and then of one movement per channel (label k ≥ 1), whose strength above rest gives the threshold of that channel.
+/// The training writes messages to the debug stream; a failed step does not change what the other channels have
+/// learned.
 ///
 /// Results of passThrough: "score_" + channel for every channel (1: a movement of 70 % of the trained strength) and
 /// "Class". A channel without rest statistics, without a movement, or whose rest never varied scores 0.
@@ -29,7 +30,7 @@ public:
     QJsonObject model() const override;
     bool setModel(const QJsonObject &model, QString &reason) override;
 
-    /// Forgets the statistics of rest and movements; labels and results stay.
+    /// Deletes the statistics of rest and movements; labels and results stay.
     void ResetEmgBci();
 
 private:

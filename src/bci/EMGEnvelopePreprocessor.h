@@ -8,10 +8,10 @@ namespace bp {
 class WindowFilter;
 }
 
-/// What the preprocessors of muscle envelopes share: a second-order Butterworth low-pass and its cut-off.
+/// Base class of the preprocessors of muscle envelopes: a second-order Butterworth low-pass and its cut-off.
 ///
-/// A cut-off that the rate does not allow is traced once and gives rectified rows. A row with an invalid number gives
-/// an envelope of NaN. Allocates only when the shape of the window, the rate or the cut-off changes.
+/// A cut-off that the rate does not allow gives rectified rows and one trace line. A row with an invalid number gives
+/// an envelope of NaN. Memory is allocated only when the shape of the window, the rate or the cut-off changes.
 class BIOPROCESSING_EXPORT EMGEnvelopePreprocessor : public Preprocessor
 {
     Q_OBJECT
@@ -26,9 +26,11 @@ protected:
     /// @param cutOff  Hz
     EMGEnvelopePreprocessor(int cutOff, QObject *parent);
 
-    /// Whether the filter stands; without, rows stay as they are.
+    /// Designs the filter for the present rate. Without a filter, rows don't change.
+    /// @return whether there is a filter
     bool prepareFilter();
-    /// An envelope of NaN for a row with an invalid number, which a filter may swallow. True when it was one.
+    /// Sets the envelope to NaN if the raw row has an invalid number: a filter may hide it.
+    /// @return whether it has
     static bool spoilEnvelope(const vector<float> &raw, vector<float> &envelope);
 
     int m_cutOff;
@@ -37,5 +39,5 @@ protected:
 private:
     QString kind() const;
 
-    int m_complainedFs = -1; ///< the rate for which the cut-off was refused last
+    int m_complainedFs = -1; ///< the rate for which the cut-off was rejected last
 };

@@ -13,6 +13,4 @@ public:
     explicit EMGGaitPreprocessor(int cutOff, QObject *parent = nullptr);
 
     void doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out) override;
-
-private:
 };

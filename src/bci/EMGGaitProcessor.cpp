@@ -102,7 +102,7 @@ void EMGGaitProcessor::findCycle()
             const auto first = example.begin() + static_cast<std::ptrdiff_t>(muscle) * length;
             window[muscle].assign(first, first + length);
         }
-        const ComboData combo = FindPatterns(stretchesOf(window));
+        const ComboData combo = FindPatterns(segmentsOf(window));
         if (!combo.codes.empty()) {
             found[combo.codes] += combo.repeats;
         }
@@ -180,13 +180,13 @@ EMGGaitProcessor::ComboData EMGGaitProcessor::newComboData(const std::vector<int
     return {best, repeats};
 }
 
-EMGGaitProcessor::ComboData EMGGaitProcessor::FindPatterns(const std::vector<Step> &stretches) const
+EMGGaitProcessor::ComboData EMGGaitProcessor::FindPatterns(const std::vector<Step> &segments) const
 {
-    std::vector<int> codes(stretches.size());
-    std::transform(stretches.begin(), stretches.end(), codes.begin(), [](const Step &step) { return step.code; });
+    std::vector<int> codes(segments.size());
+    std::transform(segments.begin(), segments.end(), codes.begin(), [](const Step &step) { return step.code; });
     ComboData best{{}, 0};
     for (std::size_t length = 2; length <= std::min(kMaxPhases, codes.size() / 2); ++length) {
-        const ComboData combo = findPattern(stretches, codes, length);
+        const ComboData combo = findPattern(segments, codes, length);
         // A cycle also recurs as two cycles at once: the shorter of two that cover as much is the cycle.
         if (combo.codes.size() * static_cast<std::size_t>(combo.repeats)
             > best.codes.size() * static_cast<std::size_t>(best.repeats)) {
@@ -196,7 +196,7 @@ EMGGaitProcessor::ComboData EMGGaitProcessor::FindPatterns(const std::vector<Ste
     return best;
 }
 
-EMGGaitProcessor::ComboData EMGGaitProcessor::findPattern(const std::vector<Step> &stretches,
+EMGGaitProcessor::ComboData EMGGaitProcessor::findPattern(const std::vector<Step> &segments,
                                                           const std::vector<int> &codes, std::size_t length) const
 {
     std::vector<bool> recurs(codes.size() - length);
@@ -208,7 +208,7 @@ EMGGaitProcessor::ComboData EMGGaitProcessor::findPattern(const std::vector<Step
     while (i + length <= recurs.size()) {
         const std::size_t first = i;
         int repeats = 1;
-        while (i + length <= recurs.size() && allTrue(recurs, i, length) && isStep(stretches, i, length)) {
+        while (i + length <= recurs.size() && allTrue(recurs, i, length) && isStep(segments, i, length)) {
             ++repeats;
             i += length;
         }
@@ -220,9 +220,9 @@ EMGGaitProcessor::ComboData EMGGaitProcessor::findPattern(const std::vector<Step
     return best;
 }
 
-bool EMGGaitProcessor::isStep(const std::vector<Step> &stretches, std::size_t first, std::size_t phases) const
+bool EMGGaitProcessor::isStep(const std::vector<Step> &segments, std::size_t first, std::size_t phases) const
 {
-    const auto begin = stretches.begin() + static_cast<std::ptrdiff_t>(first);
+    const auto begin = segments.begin() + static_cast<std::ptrdiff_t>(first);
     const std::size_t length = std::accumulate(begin, begin + static_cast<std::ptrdiff_t>(phases), std::size_t{0},
                                                [](std::size_t sum, const Step &step) { return sum + step.length; });
     return length <= samplesOf(m_maxStepMs);
@@ -233,9 +233,9 @@ std::size_t EMGGaitProcessor::samplesOf(int milliseconds) const
     return static_cast<std::size_t>(std::max(0.0, milliseconds / 1000.0 * m_fs));
 }
 
-std::vector<EMGGaitProcessor::Step> EMGGaitProcessor::stretchesOf(const vector<vector<float>> &window) const
+std::vector<EMGGaitProcessor::Step> EMGGaitProcessor::segmentsOf(const vector<vector<float>> &window) const
 {
-    std::vector<Step> stretches;
+    std::vector<Step> segments;
     const std::size_t length = shortestRow(window, m_thresholds.size());
     std::vector<bool> active(m_thresholds.size());
     for (std::size_t i = 0; i < length; ++i) {
@@ -243,21 +243,21 @@ std::vector<EMGGaitProcessor::Step> EMGGaitProcessor::stretchesOf(const vector<v
             active[muscle] = window[muscle][i] > m_thresholds[muscle];
         }
         const int code = GetFromBinaryCode(active);
-        if (!stretches.empty() && stretches.back().code == code) {
-            ++stretches.back().length;
+        if (!segments.empty() && segments.back().code == code) {
+            ++segments.back().length;
         } else {
-            stretches.push_back(newStep(code, i));
+            segments.push_back(newStep(code, i));
         }
     }
-    dropFlickers(stretches);
-    return stretches;
+    dropFlickers(segments);
+    return segments;
 }
 
-void EMGGaitProcessor::dropFlickers(std::vector<Step> &stretches) const
+void EMGGaitProcessor::dropFlickers(std::vector<Step> &segments) const
 {
     const std::size_t shortest = samplesOf(m_minPhaseMs);
     std::vector<Step> kept;
-    for (const Step &step : stretches) {
+    for (const Step &step : segments) {
         if (!kept.empty() && (step.length < shortest || step.code == kept.back().code)) {
             kept.back().length += step.length;
         } else if (kept.size() == 1 && kept.front().length < shortest) {
@@ -266,7 +266,7 @@ void EMGGaitProcessor::dropFlickers(std::vector<Step> &stretches) const
             kept.push_back(step);
         }
     }
-    stretches = std::move(kept);
+    segments = std::move(kept);
 }
 
 bool EMGGaitProcessor::doValidate()
@@ -282,7 +282,7 @@ void EMGGaitProcessor::passThrough(vector<vector<float>> *in, vector<vector<floa
 {
     if (in->size() >= m_thresholds.size() && !m_thresholds.empty()) {
         if (areFinite(*in, m_thresholds.size())) {
-            publish(stretchesOf(*in), out);
+            publish(segmentsOf(*in), out);
             return;
         }
         BPCommon::log(m_logLevel, "EMGGaitProcessor::passThrough the envelopes are not finite, there is no phase");
@@ -298,13 +298,13 @@ void EMGGaitProcessor::passThrough(vector<vector<float>> *in, vector<vector<floa
     publish({}, out);
 }
 
-void EMGGaitProcessor::publish(const std::vector<Step> &stretches, vector<vector<float>> *out)
+void EMGGaitProcessor::publish(const std::vector<Step> &segments, vector<vector<float>> *out)
 {
     int steps = 0;
     float cadence = 0.0f;
-    countSteps(stretches, steps, cadence);
-    const int code = stretches.empty() ? 0 : stretches.back().code;
-    const int phase = phaseOf(stretches);
+    countSteps(segments, steps, cadence);
+    const int code = segments.empty() ? 0 : segments.back().code;
+    const int phase = phaseOf(segments);
     m_results[QStringLiteral("code")] = static_cast<float>(code);
     m_results[QStringLiteral("phase")] = static_cast<float>(phase);
     m_results[QStringLiteral("steps")] = static_cast<float>(steps);
@@ -314,16 +314,16 @@ void EMGGaitProcessor::publish(const std::vector<Step> &stretches, vector<vector
     publishResults();
 }
 
-int EMGGaitProcessor::phaseOf(const std::vector<Step> &stretches) const
+int EMGGaitProcessor::phaseOf(const std::vector<Step> &segments) const
 {
     int phase = kOutside;
     std::size_t bestMatch = 0;
-    const std::size_t most = std::min(stretches.size(), m_cycle.size());
+    const std::size_t most = std::min(segments.size(), m_cycle.size());
     for (std::size_t p = 0; p < m_cycle.size(); ++p) {
         std::size_t match = 0;
         while (match < most
                && m_cycle[(p + m_cycle.size() - match) % m_cycle.size()]
-                   == stretches[stretches.size() - 1 - match].code) {
+                   == segments[segments.size() - 1 - match].code) {
             ++match;
         }
         if (match > bestMatch) {
@@ -334,20 +334,20 @@ int EMGGaitProcessor::phaseOf(const std::vector<Step> &stretches) const
     return phase;
 }
 
-void EMGGaitProcessor::countSteps(const std::vector<Step> &stretches, int &steps, float &cadence) const
+void EMGGaitProcessor::countSteps(const std::vector<Step> &segments, int &steps, float &cadence) const
 {
     const auto isSame = [](int code, const Step &step) { return code == step.code; };
-    std::size_t previous = 0; // the first stretch began before the window
+    std::size_t previous = 0; // the first segment began before the window
     std::size_t distance = 0;
     int distances = 0;
     std::size_t i = 0;
-    while (!m_cycle.empty() && i + m_cycle.size() <= stretches.size()) {
-        if (!std::equal(m_cycle.begin(), m_cycle.end(), stretches.begin() + static_cast<std::ptrdiff_t>(i), isSame)
-            || !isStep(stretches, i, m_cycle.size() - 1)) {
+    while (!m_cycle.empty() && i + m_cycle.size() <= segments.size()) {
+        if (!std::equal(m_cycle.begin(), m_cycle.end(), segments.begin() + static_cast<std::ptrdiff_t>(i), isSame)
+            || !isStep(segments, i, m_cycle.size() - 1)) {
             ++i;
             continue;
         }
-        const std::size_t start = stretches[i].first;
+        const std::size_t start = segments[i].first;
         if (previous > 0 && start - previous <= samplesOf(m_maxStepMs)) {
             distance += start - previous;
             ++distances;

@@ -4,9 +4,9 @@
 
 /// Finds the phases of gait in the envelopes of several muscles.
 ///
-/// Every sample becomes a binary code, bit c being set while muscle c is active; stretches of one code that are shorter
-/// than the shortest phase count to the stretch before them. The sequence of codes that recurs most in training is the
-/// gait cycle. It begins where activity follows the quietest of its phases (the smallest code).
+/// Every sample becomes a binary code whose bit c is set while muscle c is active. A segment of one code that is
+/// shorter than the shortest phase is added to the segment before it. The sequence of codes that recurs most in
+/// training is the gait cycle. It begins where activity follows the quietest of its phases (the smallest code).
 ///
 /// Results of passThrough, and its output row in the same order: "code", now (at the window's end); "phase", index in
 /// the cycle, −1 outside it; "steps", the complete cycles in the window; "cadence", cycles per minute between the steps
@@ -20,12 +20,13 @@ public:
     /// @param thresholdFactor  a muscle is active above this part, 0 … 1, of the way from its resting to its active
     /// level
     EMGGaitProcessor(int minPhaseMs, int maxStepMs, float thresholdFactor, QObject *parent = nullptr);
-    /// Muscles beyond are left out: a float holds no longer codes.
+    /// Further muscles are ignored: a float cannot represent longer codes.
     static constexpr std::size_t kMaxMuscles = 24;
 
-    /// @param window  envelopes, one row per muscle; the same number of muscles in every window, otherwise it is traced
-    ///                and left out, as is a window with an invalid number. All labels from 0 on train alike: standing
-    ///                gives the resting level, walking the active one and the cycle. A label below 0 is ignored.
+    /// A window with another number of muscles than the first one, or with an invalid number, is ignored with a trace
+    /// line. All labels from 0 on train alike: standing gives the resting level, walking the active one and the cycle.
+    /// A label below 0 is ignored.
+    /// @param window  envelopes, one row per muscle
     void preTrain(vector<vector<float>> &window, int label) override;
     using Processor::preTrain;
     void postTrain() override;
@@ -37,7 +38,7 @@ public:
     bool setModel(const QJsonObject &model, QString &reason) override;
 
 private:
-    /// A stretch of one code, in samples.
+    /// A segment of one code, in samples.
     struct Step
     {
         int code;
@@ -64,15 +65,15 @@ private:
     float findThresh(std::vector<float> envelope) const;
     void findCycle();
     /// The sequence with the most steps in one window; no codes when none recurs.
-    ComboData FindPatterns(const std::vector<Step> &stretches) const;
-    ComboData findPattern(const std::vector<Step> &stretches, const std::vector<int> &codes, std::size_t length) const;
+    ComboData FindPatterns(const std::vector<Step> &segments) const;
+    ComboData findPattern(const std::vector<Step> &segments, const std::vector<int> &codes, std::size_t length) const;
 
-    std::vector<Step> stretchesOf(const vector<vector<float>> &window) const;
-    void dropFlickers(std::vector<Step> &stretches) const;
-    bool isStep(const std::vector<Step> &stretches, std::size_t first, std::size_t phases) const;
-    int phaseOf(const std::vector<Step> &stretches) const;
-    void countSteps(const std::vector<Step> &stretches, int &steps, float &cadence) const;
-    void publish(const std::vector<Step> &stretches, vector<vector<float>> *out);
+    std::vector<Step> segmentsOf(const vector<vector<float>> &window) const;
+    void dropFlickers(std::vector<Step> &segments) const;
+    bool isStep(const std::vector<Step> &segments, std::size_t first, std::size_t phases) const;
+    int phaseOf(const std::vector<Step> &segments) const;
+    void countSteps(const std::vector<Step> &segments, int &steps, float &cadence) const;
+    void publish(const std::vector<Step> &segments, vector<vector<float>> *out);
     std::size_t samplesOf(int milliseconds) const;
 
     int m_minPhaseMs;

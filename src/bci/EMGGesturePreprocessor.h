@@ -10,8 +10,8 @@
 /// control", IEEE Trans. Biomed. Eng. 40 (1993). Amplitudes are taken as logarithms because their deviation grows with
 /// them, and the classifier assumes one covariance for all classes.
 ///
-/// When the ICA matrix is trained, the window is unmixed first. A matrix that does not fit the window is traced once,
-/// and the window is used as it is.
+/// When the ICA matrix is trained, the window is unmixed first. A matrix that does not fit the window gives one trace
+/// line, and the window is used as it is.
 class BIOPROCESSING_EXPORT EMGGesturePreprocessor : public Preprocessor
 {
     Q_OBJECT

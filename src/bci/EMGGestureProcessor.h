@@ -7,7 +7,7 @@
 /// Linear discriminant analysis (R. A. Fisher 1936; for many classes T. Hastie, R. Tibshirani, J. Friedman, "The
 /// Elements of Statistical Learning", 4.3) with equal priors: the class whose mean is nearest in the metric of the
 /// pooled covariance within the classes, which is shrunk towards its diagonal (J. Friedman 1989). Features that don't
-/// vary over the examples are left out.
+/// vary over the examples are ignored.
 ///
 /// Results of passThrough: "Class", the label, or −1 when rejected, and "distance", to the nearest class. Distances are
 /// Mahalanobis distances divided by the square root of the number of features in use: about 1 for a typical member,
@@ -30,10 +30,10 @@ public:
     static constexpr int kShrinkageFromData = -1;
 
     /// Takes the first row. A label below 0 marks no gesture and is ignored; a row that is empty, not finite or of
-    /// another length than the first example is traced and left out.
+    /// another length than the first example is ignored with a trace line.
     void preTrain(vector<vector<float>> &window, int label) override;
     using Processor::preTrain;
-    /// Builds the classifier at once. Examples that allow none are traced in one line, and there is no classifier.
+    /// Builds the classifier at once. Examples that allow no classifier give one trace line.
     void postTrain() override;
     /// Classifies every training example as passThrough would: "rate_" + index of the class in ascending order. True
     /// when there is a classifier and no rate is below the minimum.
@@ -48,7 +48,7 @@ public:
 private:
     QString findFault() const;
     bool fit();
-    /// Distances to all classes and the winner's label; kRejected when it is too far or not a number.
+    /// Distances to all classes and the winner's label; kRejected when the nearest distance is too large or NaN.
     int classify(const vector<float> &features, vector<float> &distances, float &nearest);
     void whiten(const vector<float> &features);
     void forget();

@@ -51,8 +51,8 @@ Rows applied(const DenseMatrix &matrix, const Rows &rows, const DenseVector &off
     return out;
 }
 
-/// A start vector in [−2, 0] throughout: signs are free, and the same draws give the same components as ever. Scaled
-/// by RAND_MAX, which is the 32767 of the formula where the generator ends there.
+/// A start vector with all elements in [−2, 0]; the sign of a component is arbitrary. Compatibility: the same sequence
+/// of std::rand gives the same components as in earlier releases. RAND_MAX is 32767 on some platforms.
 DenseMatrix drawStart(Eigen::Index size)
 {
     DenseMatrix w(size, 1);

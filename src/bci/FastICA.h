@@ -10,8 +10,8 @@
 /// component at a time (deflation), nonlinearity tanh, no separate fine-tuning; these are the values 1 of the method's
 /// three options.
 ///
-/// The start values come from std::rand, which nothing here seeds: a host that wants the same components each time
-/// calls std::srand before. Not from two threads at once.
+/// The start values come from std::rand, which the library does not seed: a host that needs the same components each
+/// time calls std::srand before. Train() must not run on two threads at once.
 class BIOPROCESSING_EXPORT FastICA
 {
 public:
@@ -24,7 +24,7 @@ public:
         double sampleFraction = 1.0; ///< of the samples that the iteration uses, chosen at random
     };
 
-    /// Traces its progress on the debug stream. All outputs are empty when the data has fewer than two directions (see
+    /// Writes its progress to the debug stream. All outputs are empty when the data has fewer than two directions (see
     /// DimReduction::TrainPCA) or more than five runs for a component didn't converge.
     /// @param data      a row per channel
     /// @param mixing    channels × components; may be null

@@ -2,6 +2,7 @@
 
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
+#include "bci/model/SlidingWindow.h"
 #include "bci/utilities.h"
 #include "common/ExceptionText.h"
 #include "filters/Filtrator.h"
@@ -21,7 +22,7 @@ bool hasMethod(const QObject *object, const char *signature)
     return object->metaObject()->indexOfMethod(signature) >= 0;
 }
 
-/// On the processor's thread. What leaves runSlot() would end the program: it is a training that failed.
+/// Runs on the processor's thread. An exception from runSlot() would end the program; here the training has failed.
 void runGuarded(Processor *processor)
 {
     try {
@@ -140,7 +141,7 @@ void LearningCSM::startTraining(bool realTime, bool forget, const char *again, c
     if (again != nullptr) {
         BPCommon::log(m_logLevel, "%s", again);
     }
-    const bool isRefused = m_isProcessorBusy;
+    const bool isRefused = isProcessorBusy();
     if (forget && !isRefused && m_processor != nullptr) {
         m_processor->ResetTrainData();
     }
@@ -161,7 +162,7 @@ void LearningCSM::startTraining(bool realTime, bool forget, const char *again, c
 void LearningCSM::_trainDataBuffer(vector<vector<double>> input, int labelInput)
 {
     BPCommon::log(m_logLevel, "LearningCSM::_trainDataBuffer %i", labelInput);
-    if (m_processor == nullptr || m_isProcessorBusy) {
+    if (m_processor == nullptr || isProcessorBusy()) {
         traceFailure("LearningCSM::_trainDataBuffer", "There is no processor that could take an example now");
         return;
     }
@@ -182,7 +183,7 @@ void LearningCSM::_trainDataBuffer(vector<vector<double>> input, int labelInput)
         BPCommon::log(m_logLevel, "LearningCSM::_trainDataBuffer Waiting for buffer to fill");
         return;
     }
-    if (m_windowSamples > 0 && preprocessWindow()) {
+    if (m_window->samples() > 0 && preprocessWindow()) {
         guarded("LearningCSM::_trainDataBuffer", [&] { m_processor->preTrain(m_preprocessed, label); });
     }
     if (m_resetAfterUse) {
@@ -193,12 +194,7 @@ void LearningCSM::_trainDataBuffer(vector<vector<double>> input, int labelInput)
 
 void LearningCSM::resizeInternalBuff(unsigned int blockSamples)
 {
-    std::size_t blocks = 1;
-    if (blockSamples > 0 && m_fs > 0) {
-        const float blockSeconds = static_cast<float>(blockSamples) / static_cast<float>(m_fs);
-        const float perWindow = std::min(m_windowSeconds / blockSeconds, static_cast<float>(m_windowSamples));
-        blocks = std::max<std::size_t>(blocks, static_cast<std::size_t>(perWindow));
-    }
+    const auto blocks = static_cast<std::size_t>(m_window->blocks(blockSamples));
     BPCommon::log(m_logLevel, "LearningCSM::resizeInternalBuff %i", blocks);
     if (m_isArrivalOrder && m_labelHistory.size() > blocks) {
         m_labelHistory.erase(m_labelHistory.begin(), m_labelHistory.end() - static_cast<std::ptrdiff_t>(blocks));
@@ -209,7 +205,8 @@ void LearningCSM::resizeInternalBuff(unsigned int blockSamples)
     }
 }
 
-/// A change of label, from 0 at the very beginning; in the order of arrival the first block, too.
+/// Whether the label differs from that of the block before, or from 0 at the first block. In the order of arrival, the
+/// first block always starts a trial.
 bool LearningCSM::isNewTrial(int label) const
 {
     if (m_isArrivalOrder && !m_newestLabel) {
@@ -230,7 +227,7 @@ int LearningCSM::pushSorted(int label)
 {
     std::rotate(m_labelHistory.begin(), m_labelHistory.begin() + 1, m_labelHistory.end());
     m_labelHistory.back() = static_cast<float>(label);
-    // Kept: Median sorts the history itself, so that the next block pushes out the smallest label, not the oldest.
+    // Compatibility: Median sorts the history, so that the next block replaces the smallest label, not the oldest.
     return static_cast<int>(utilities::Median(m_labelHistory));
 }
 
@@ -250,20 +247,19 @@ int LearningCSM::pushInOrder(int label, bool isStart)
 
 void LearningCSM::_validate()
 {
-    if (m_processor == nullptr || m_isProcessorBusy) {
+    if (m_processor == nullptr || isProcessorBusy()) {
         traceFailure("LearningCSM::_validate", "There is no processor that could be trained now");
         if (m_processor == nullptr) {
             _takeTrainResult(false);
         }
         return;
     }
-    // A thread whose result has been taken is about to end; postTrain() could not start it before it has.
+    // After its result the thread is about to end, and postTrain() can only start it when it has ended.
     stopThread();
-    m_resultsBefore = m_processor->getResults();
-    m_isProcessorBusy = true;
+    setProcessorBusy(true);
     const bool isTrained = guarded("LearningCSM::_validate", [this] { m_processor->postTrain(); });
     const bool isOnThread = hasMethod(m_processor, "getTrainProcessResult(bool)") && m_thread->isRunning();
-    if (!m_isProcessorBusy || (isTrained && isOnThread)) {
+    if (!isProcessorBusy() || (isTrained && isOnThread)) {
         return;
     }
     bool isValid = false;
@@ -276,9 +272,9 @@ void LearningCSM::_validate()
 void LearningCSM::_takeTrainResult(bool in_result)
 {
     BPCommon::log(m_logLevel, "LearningCSM::_takeTrainResult %i", in_result);
-    m_isProcessorBusy = false;
-    if (m_processor != nullptr && m_processor->getFs() != m_fs) {
-        m_processor->setFs(m_fs);
+    setProcessorBusy(false);
+    if (m_processor != nullptr && m_processor->getFs() != m_window->fs()) {
+        m_processor->setFs(m_window->fs());
     }
     emit onTrainComplete(in_result);
 }

@@ -13,56 +13,59 @@ class QThread;
 /// with the median of the labels of the last blocks. At the end of the data the processor's postTrain() runs.
 /// onTrainComplete() follows every end of data:
 /// - A processor with runSlot(), finishThread() and getTrainProcessResult(bool) trains on the model's training thread
-///   and sends its result from there. Until the result is taken the processor is not touched: samples leave no results,
-///   and a new training run is refused with a trace line.
+///   and sends its result from there. Until the result arrives, the model does not use the processor: samples give no
+///   results, and a new training run is rejected with a trace line.
 /// - Any other processor trains inside postTrain(), on the model's thread; its doValidate() is the result.
-/// - A postTrain() or runSlot() that throws, whatever it throws, is a failed run; so is one without a processor.
+/// - The run has failed if postTrain() or runSlot() throws anything, or if there is no processor.
 ///
-/// The processor must not go before the model while it trains. It comes back to the model's thread with the model's
-/// destruction, which waits for a runSlot() that is at work.
+/// The processor must not be deleted while it trains. The destructor of the model waits for a running runSlot() and
+/// moves the processor back to the model's thread.
 class BIOPROCESSING_EXPORT LearningCSM : public ClassificationSM
 {
     Q_OBJECT
 public:
-    /// @param processor      without parent, on the calling thread: it is moved to the training thread. One that cannot
-    ///                       be moved trains on its own thread.
-    /// @param trainSource    connected at once, queued: it may live on any thread
-    /// @param processSource  gives the sampling rate too
+    /// @param processor      is moved to the training thread if it has no parent and lives on the calling thread;
+    ///                       otherwise it trains on the thread where it is
+    /// @param trainSource    is connected at once with queued connections, so that it may live on any thread
+    /// @param processSource  gives the sampling rate, too
     LearningCSM(Preprocessor *preprocessor, Processor *processor, DataSource *trainSource, DataSource *processSource,
                 QObject *parent = nullptr);
-    /// A model without parts; it can do nothing but be asked.
+    /// A model without preprocessor, processor and sources, which cannot train or process anything.
     explicit LearningCSM(QObject *parent = nullptr);
     ~LearningCSM() override;
 
     void Initialize(float window, float step, int channels, bool waitFull, bool resetAfterUse) override;
 
-    /// Adds the examples of the training source to those there are; as fast as it can send.
+    /// Adds the examples of the training source to the present ones, as fast as the source can send.
     void TrainFast();
-    /// The same at the pace of the recording.
+    /// As TrainFast(), at the pace of the recording.
     void TrainRealTime();
-    /// Forgets the examples and results first.
+    /// As TrainFast(), after it has deleted the present examples and results.
     void ReTrainFast();
     void ReTrainRealTime();
-    /// Always false: kept for hosts that ask. onTrainComplete() tells the end of a run.
+    /// Compatibility: always false, for hosts that call it. onTrainComplete() reports the end of a run.
     bool isTrain() const { return m_isTrain; }
 
     /// How a training window gets its label where labels change.
     ///
-    /// Off, the default: the median of a history that is kept sorted, so that each block takes the place of the
-    /// smallest label instead of the oldest one, and a class that comes after a larger label may never be learned.
-    /// Compatibility: trained hosts depend on it. On: the history holds the blocks of the window in the order of their
-    /// arrival and begins anew with every training run and trial, as the window does then, and of two labels in the
-    /// middle the smaller one counts, so that every window has a label that its blocks had.
+    /// Off, the default: the label is the median of a history that stays sorted. Each block replaces the smallest label
+    /// instead of the oldest one, so that a class that comes after a larger label may never be learned. Compatibility:
+    /// hosts that were trained this way depend on it.
+    /// On: the history has the labels of the window's blocks in the order of their arrival. The history and the window
+    /// start empty with every training run and trial. Of two labels in the middle the smaller one counts, so that every
+    /// window has a label that one of its blocks had.
     void setLabelsInArrivalOrder(bool on) { m_isArrivalOrder = on; }
 
-    /// Rows of what sendSamples() takes apart.
+    /// Number of channels in the vectors given to sendSamples().
     void setChannelsCount(int channels);
-    /// Processes samples of all channels, one channel after another. What doesn't divide by the channels is dropped.
-    /// @param samples  borrowed, at least count long; only those that it has are used
+    /// Processes a block: all samples of the first channel, then those of the second, and so on. Samples that remain
+    /// when count is divided by the channels are ignored.
+    /// @param samples  borrowed, at least count long; of a shorter vector all samples are used
     void sendSamples(std::vector<float> *samples, int count);
 
 signals:
-    /// The training run has ended, with a classifier that is good enough or without.
+    /// The training run has ended.
+    /// @param result  whether there is a classifier that is good enough
     void onTrainComplete(bool result);
 
 public slots:
@@ -71,11 +74,11 @@ public slots:
     void _trainDataBuffer(vector<vector<double>> input, int labelInput);
 
 protected:
-    /// Takes a flat vector apart into one row per channel.
-    /// @return false, after a trace line, when nothing can be taken apart
+    /// Splits a flat vector into one row per channel.
+    /// @return false, after a trace line, without channels or samples
     bool fillDataVector(vector<vector<float>> &out, const std::vector<float> *samples, int count);
     void prepeareThread(Processor *processor);
-    /// Makes the label history as long as a window has blocks; it never shrinks.
+    /// Makes the label history as long as a window has blocks. In the default order it never shrinks.
     void resizeInternalBuff(unsigned int blockSamples);
 
 private:

@@ -14,7 +14,7 @@ class Processor;
 
 namespace bp {
 
-/// What a preprocessor/processor pair is made with. A pair looks at what concerns its kind.
+/// Parameters of a preprocessor/processor pair. A pair uses those of its kind.
 struct LearningSettings
 {
     QString kind; ///< one of learningKinds()
@@ -30,7 +30,7 @@ struct LearningSettings
     float rejectDistance = 0.0f; ///< "gesture": see EMGGestureProcessor; 0 never rejects
 };
 
-/// What learns together: the preprocessor, which makes features of windows, and the processor behind it.
+/// A preprocessor, which computes features of windows, and the processor that learns from these features.
 struct BIOPROCESSING_EXPORT LearningPair
 {
     LearningPair();
@@ -45,7 +45,7 @@ struct BIOPROCESSING_EXPORT LearningPair
 
 /// "eeg", "portal", "emg" and "gesture".
 BIOPROCESSING_EXPORT QStringList learningKinds();
-/// Without objects for a kind that is not known.
+/// The pair has no objects when the kind is unknown.
 BIOPROCESSING_EXPORT LearningPair makeLearningPair(const LearningSettings &settings);
 
 } // namespace bp

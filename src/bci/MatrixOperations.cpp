@@ -32,6 +32,8 @@ struct Decomposition
     throw HalvinException("MatrixOperations::MatrixDecompose", code);
 }
 
+/// Not Eigen's PartialPivLU, which works in blocks from 17 rows on: two equal rows then no longer get equal numbers,
+/// and a matrix with a repeated channel can pass for regular.
 Decomposition decomposeOrThrow(const Rows &matrix)
 {
     if (matrix.empty()) {
@@ -65,17 +67,11 @@ Decomposition decomposeOrThrow(const Rows &matrix)
     return result;
 }
 
-DenseVector substitute(const DenseMatrix &lu, DenseVector right)
+/// Forward and back substitution of all columns, in place.
+template <class Columns> void substitute(const DenseMatrix &lu, Columns &right)
 {
-    const Eigen::Index size = right.size();
-    for (Eigen::Index i = 1; i < size; ++i) {
-        right(i) -= lu.row(i).head(i).dot(right.head(i));
-    }
-    for (Eigen::Index i = size - 1; i >= 0; --i) {
-        const Eigen::Index known = size - 1 - i;
-        right(i) = (right(i) - lu.row(i).tail(known).dot(right.tail(known))) / lu(i, i);
-    }
-    return right;
+    lu.triangularView<Eigen::UnitLower>().solveInPlace(right);
+    lu.triangularView<Eigen::Upper>().solveInPlace(right);
 }
 
 bool isLabelled(const Rows &data, const vector<int> &labels)
@@ -210,7 +206,8 @@ void MatrixOperations::HelperSolve(const vector<vector<float>> &lu, const vector
         solution.clear();
         return;
     }
-    const DenseVector x = substitute(bp::toDense(lu), bp::toDense({right}).row(0));
+    DenseVector x = bp::toDense({right}).row(0);
+    substitute(bp::toDense(lu), x);
     solution.assign(x.data(), x.data() + x.size());
 }
 
@@ -218,11 +215,11 @@ void MatrixOperations::MatrixInverse(const vector<vector<float>> &matrix, vector
 {
     const Decomposition decomposition = decomposeOrThrow(matrix);
     const Eigen::Index size = decomposition.lu.rows();
-    DenseMatrix result(size, size);
+    DenseMatrix result = DenseMatrix::Zero(size, size);
     for (Eigen::Index row = 0; row < size; ++row) {
-        result.col(decomposition.permutation[static_cast<std::size_t>(row)]) =
-            substitute(decomposition.lu, DenseVector::Unit(size, row));
+        result(row, decomposition.permutation[static_cast<std::size_t>(row)]) = 1.0;
     }
+    substitute(decomposition.lu, result);
     inverse = bp::toRows(result);
 }
 

@@ -6,15 +6,15 @@
 #include <QObject>
 
 namespace Eigen {
-// Declared here, so that users of this header need no Eigen; whoever includes it gets the same type.
+// Declared here so that users of this header need no Eigen. It is the same type as in Eigen/Core.
 template <typename Scalar, int Rows, int Columns, int Options, int MaxRows, int MaxColumns> class Matrix;
 } // namespace Eigen
 
 /// Dense matrices of rows of float. Inner sums run in double; any thread.
 ///
-/// A matrix is well formed when its rows have one length. Arguments that are not, or whose shapes don't go together,
-/// give an empty output where nothing else is said. An output may be the same object as an input. A QObject only for
-/// its translation helpers.
+/// A matrix is well formed when its rows have one length. Matrices that are not well formed, or whose shapes don't fit
+/// each other, give an empty output unless the function says otherwise. An output may be the same object as an input.
+/// The class is a QObject only for its translation helpers.
 class BIOPROCESSING_EXPORT MatrixOperations : public QObject
 {
     Q_OBJECT
@@ -40,14 +40,15 @@ public:
     /// LU decomposition with partial pivoting (Doolittle): the lower triangle's unit diagonal is implied.
     /// @param permutation  row i of the decomposition is row permutation[i] of the matrix
     /// @param sign         of the row swaps, 1 or −1; may be null
-    /// @throws HalvinException 1001 for an empty matrix; 1000 for one that is not square or has a pivot of zero, within
-    ///         the rounding of double, or not a number
+    /// @throws HalvinException 1001 for an empty matrix; 1000 for one that is not square, has an infinite or NaN
+    /// element,
+    ///         or a pivot that is zero within the rounding of double
     static void MatrixDecompose(const vector<vector<float>> &matrix, vector<int> &permutation, int *sign,
                                 vector<vector<float>> &lu);
     /// Forward and back substitution.
     /// @param right  in the order of the decomposition's rows: element i is that of row permutation[i]
     static void HelperSolve(const vector<vector<float>> &lu, const vector<float> &right, vector<float> &solution);
-    /// Throws as MatrixDecompose does. Works in double from one end to the other.
+    /// Throws as MatrixDecompose does. All steps run in double.
     static void MatrixInverse(const vector<vector<float>> &matrix, vector<vector<float>> &inverse);
 
     /// Mean of the rows (observations) of one class, as one row; empty when the class has none.
@@ -74,7 +75,7 @@ public:
     /// @param sortDescending  by eigenvalue; ascending otherwise
     /// @param count           the first so many of that order; −1 all
     /// @throws const char * "MatrixOperations::calcEigenVectors code 1004" when there are fewer eigenvalues than asked
-    ///         for, or none: the matrix is too small, empty, not square or holds what is not a finite number
+    ///         for, or none: the matrix is too small, empty, not square or has an infinite or NaN element
     static void calcEigenVectors(const vector<vector<float>> &matrix, bool sortDescending, int count,
                                  vector<vector<float>> &vectors, vector<float> &values);
     /// The same decomposition by Jacobi's cyclic rotations (upper triangle), in the diagonal's order.

@@ -31,7 +31,7 @@ bool refuse(QString &reason, const QString &path, const QString &text)
     return false;
 }
 
-/// Sequential files have no size and may have no end, so that it is read piece by piece.
+/// Reads piece by piece: a sequential file has no size and may have no end.
 bool readAll(QFile &file, QByteArray &bytes)
 {
     while (bytes.size() <= kMaxBytes) {

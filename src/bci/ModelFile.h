@@ -15,8 +15,8 @@ namespace bp {
 ///
 /// JSON, UTF-8: "format" ("BioProcessing model"), "version" (1), "kind", "rate" (Hz), "window" and "step" (seconds),
 /// "highpass" (Hz, 0 for none), "channels" (names, in the order of a window's rows), "classes" (label → name),
-/// "preprocessor" and "processor" (what their model() gives). Keys that a reader doesn't know are left alone; a version
-/// above its own is refused. Neither writes nor reads what could not be used: see fault().
+/// "preprocessor" and "processor" (what their model() returns). A reader ignores keys that it doesn't know and rejects
+/// a version above its own. A model with a fault() is neither written nor read.
 struct BIOPROCESSING_EXPORT ModelFile
 {
     QString kind;
@@ -39,11 +39,11 @@ struct BIOPROCESSING_EXPORT ModelFile
     /// the rate, channels of different names, and a name for every class.
     QString fault() const;
 
-    /// Replaces the file only when everything could be written. False for a pair that is missing or has not learned
-    /// anything, too.
+    /// Replaces the file only when everything could be written.
     /// @param reason  one sentence when the result is false
+    /// @return false also for a pair that is missing or untrained
     bool write(const QString &path, QString &reason) const;
-    /// Makes the pair anew, and tries it on a window of zeros. When the result is false, nothing here is of use.
+    /// Creates the pair and tests it on a window of zeros. When the result is false, no member may be used.
     bool read(const QString &path, QString &reason);
 
 private:

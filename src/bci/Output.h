@@ -4,7 +4,7 @@
 
 #include <QObject>
 
-/// Extension point for what a model's results are sent to; does nothing yet.
+/// Extension point: base class for a receiver of a model's results. It does nothing.
 class BIOPROCESSING_EXPORT Output : public QObject
 {
     Q_OBJECT

@@ -227,7 +227,7 @@ int PortalProcessor::getWinner(const std::vector<float> &features)
     return m_model->labels[winner];
 }
 
-/// Whether no channel of an example (normalised) holds an artefact.
+/// Whether no channel of a normalised example has an artefact.
 bool PortalProcessor::isTrainFeaturesCorrect(const std::vector<float> &features) const
 {
     for (int channel = 0; channel < m_channels; ++channel) {
@@ -313,7 +313,7 @@ void PortalProcessor::normaliseExamples(bp::PortalModel &model)
     m_training->rows = std::move(normalised);
 }
 
-/// True when there were any.
+/// @return whether there were any
 bool PortalProcessor::leaveArtefactsOut(const std::vector<std::vector<float>> &normalised)
 {
     Examples kept;

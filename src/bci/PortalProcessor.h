@@ -10,19 +10,19 @@ namespace bp {
 struct PortalModel;
 }
 
-/// Tells any number of classes apart by the votes of the nearest training examples, after Cover and Hart, Nearest
+/// Distinguishes any number of classes by the votes of the nearest training examples, after Cover and Hart, Nearest
 /// neighbor pattern classification, IEEE Trans. Inf. Theory 13 (1967).
 ///
 /// Features are normalised over the training examples, (x − mean) ÷ deviation; a window is normalised with the same
 /// means and deviations. A feature that does not vary over the examples (a deviation of less than a millionth of its
-/// mean) is 0 everywhere: it tells nothing. The training looks for the principal components of every class; without
+/// mean) is set to 0, as it has no information. The training looks for the principal components of every class; without
 /// them (fewer than three examples of a class, or all of them alike) it fails. In mode Components, windows and examples
 /// are compared by their coordinates along the components of all classes, one class after another; in mode Spectral
 /// the components are only that check. A training that fails leaves the processor untrained.
 ///
 /// postTrain() trains on the thread that was set, or at once without one. Either way getTrainProcessResult() and then
-/// finishThread() follow. While it trains (isThreadRunning()), the model, the examples and the results are left alone:
-/// windows are not classified, examples not taken, validation is false.
+/// finishThread() follow. While it trains (isThreadRunning()), the model, the examples and the results don't change:
+/// windows are not classified, examples are ignored, validation is false.
 ///
 /// Results: "Class", the label of the last window; "rate_0", "rate_1", …, 0 … 1, the share of each class's examples
 /// (labels ascending) that the last validation classified correctly.
@@ -30,11 +30,11 @@ class BIOPROCESSING_EXPORT PortalProcessor : public Processor
 {
     Q_OBJECT
 public:
-    /// @param neighbours     examples that vote, at least 1
-    /// @param minimumRate    0 … 1, what the rate of every class has to reach
+    /// @param neighbours     number of examples that vote, at least 1
+    /// @param minimumRate    0 … 1, the least rate of every class for a valid classifier
     /// @param components     principal components per class, at least 2; one fewer is kept. 0 keeps all
-    /// @param artefactLimit  in standard deviations: an example is left out of the training when the features of one of
-    ///                       its channels lie on average farther above the mean; −1: none is
+    /// @param artefactLimit  in standard deviations: the training ignores an example if the features of one of its
+    ///                       channels lie on average farther above the mean; −1 ignores none
     /// @param channels       of a window, into which its features are divided evenly; 0 or 1: all are one channel
     PortalProcessor(int neighbours, float minimumRate, int components, float artefactLimit, int channels,
                     PortalPreprocessor::PortalMode mode, QObject *parent = nullptr);
@@ -43,7 +43,7 @@ public:
     bool isThreadRunning() const { return m_isThreadRunning.load(std::memory_order_acquire); }
 
     using Processor::preTrain;
-    /// An example with an invalid number is traced and left out.
+    /// Ignores an example with an invalid number, with a trace line.
     void preTrain(vector<vector<float>> &window, int label) override;
     void postTrain() override;
     bool doValidate() override;
@@ -57,7 +57,7 @@ public:
     bool setModel(const QJsonObject &model, QString &reason) override;
 
 signals:
-    /// The training has ended, and its result was given.
+    /// The training has ended, after getTrainProcessResult().
     void finishThread();
     void runningChanged(bool running);
     /// Whether the training succeeded. From the training thread.
@@ -68,7 +68,7 @@ public slots:
     void runningThread(bool in_running);
 
 protected slots:
-    /// Trains with the examples that postTrain() put aside. On the training thread.
+    /// Trains with the examples that postTrain() copied. Runs on the training thread.
     void runSlot();
 
 private:
@@ -91,7 +91,7 @@ private:
     int m_channels;
     PortalPreprocessor::PortalMode m_mode;
     std::atomic<bool> m_isThreadRunning{false};
-    std::unique_ptr<Examples> m_training; ///< of this training: the examples themselves may be forgotten meanwhile
+    std::unique_ptr<Examples> m_training; ///< copies, as the examples may be deleted meanwhile
     std::unique_ptr<bp::PortalModel> m_model; ///< null before training
     std::vector<float> m_normalised; ///< the present window
     std::vector<float> m_features; ///< the same where the model's rows are

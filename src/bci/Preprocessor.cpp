@@ -51,7 +51,7 @@ void Preprocessor::TrainICA(DataSource *source)
     m_icaBuffer.clear();
     releaseIcaSource();
     m_icaSource = source;
-    // What an earlier run has left in the event queue arrives all the same, and must not count.
+    // Blocks of an earlier run may still be in the event queue; they are ignored.
     const unsigned run = m_icaRun;
     connect(
         source, qOverload<vector<vector<float>>, int>(&DataSource::receivedNewStack), this,

@@ -21,13 +21,14 @@ public:
     explicit Preprocessor(QObject *parent = nullptr);
     ~Preprocessor() override;
 
-    /// @param in, out  borrowed; out is overwritten, rows and all, and keeps its memory from window to window. The base
-    ///                 leaves it alone.
+    /// The base class leaves out unchanged.
+    /// @param in, out  borrowed; out is replaced, its number of rows included, and its memory is reused
     virtual void doPreprocess(vector<vector<float>> *in, vector<vector<float>> *out);
-    /// What makes this preprocessor again: its settings, and its ICA matrix where it has one.
+    /// The settings and the ICA matrix, if there is one, for setModel().
     virtual QJsonObject model() const;
-    /// Takes over what model() gave. False, with the reason as one sentence, when that was another kind of
-    /// preprocessor; nothing is changed then.
+    /// Restores what model() returned.
+    /// @param reason  one sentence when the result is false
+    /// @return false, and nothing is changed, when the model is of another kind of preprocessor
     virtual bool setModel(const QJsonObject &model, QString &reason);
 
     /// Hz.
@@ -37,13 +38,13 @@ public:
     /// An unmixing matrix, one row per component.
     void setICA(const vector<vector<float>> &ica);
     bool isTrainedICA() const { return m_isTrainedICA; }
-    /// Starts the source, gathers everything that it sends and computes the matrix at its end: ICACalculated() follows.
-    /// Then the source is let go. Called again before that end, it forgets what it has and begins anew.
-    /// @param source  borrowed; null is traced
+    /// Starts the source, collects everything that it sends and computes the matrix at the end of its data. Then it
+    /// disconnects from the source and emits ICACalculated(). A call before that end starts again from nothing.
+    /// @param source  borrowed; null only writes a trace line
     void TrainICA(DataSource *source);
 
 signals:
-    /// ICA training has ended; isTrainedICA() tells how.
+    /// ICA training has ended; isTrainedICA() says whether there is a matrix.
     void ICACalculated();
 
 public slots:

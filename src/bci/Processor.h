@@ -13,8 +13,8 @@ class QThread;
 
 /// Collects labelled examples, builds a classifier from them, checks it and classifies windows.
 ///
-/// LearningCSM moves a processor to a training thread; only what a processor documents runs there, everything else is
-/// called directly by the model on its own thread, one call at a time.
+/// LearningCSM moves a processor to a training thread. Only functions whose documentation says so run there; the model
+/// calls all others directly on its own thread, one at a time.
 class BIOPROCESSING_EXPORT Processor : public QObject
 {
     Q_OBJECT
@@ -32,10 +32,11 @@ public:
     /// Classifies a preprocessed window.
     /// @param in, out  borrowed; out is overwritten
     virtual void passThrough(vector<vector<float>> *in, vector<vector<float>> *out);
-    /// What makes the trained classifier again; empty while there is none.
+    /// The trained classifier, for setModel(); empty while there is none.
     virtual QJsonObject model() const;
-    /// Takes over what model() gave. False, with the reason as one sentence, when that is of another kind or damaged;
-    /// nothing is changed then.
+    /// Restores the classifier that model() returned.
+    /// @param reason  one sentence when the result is false
+    /// @return false, and nothing is changed, when the model is of another kind or damaged
     virtual bool setModel(const QJsonObject &model, QString &reason);
 
     /// Hz.
@@ -54,7 +55,7 @@ signals:
 protected:
     /// Emits newResults() with the current results: the last step of every passThrough() that changes them.
     void publishResults();
-    /// For a window that gives no answer: no rows, and what these results said of the window before is taken back.
+    /// For a window without an answer: clears out, and removes these results of the window before.
     void withdraw(const QStringList &results, vector<vector<float>> *out);
     /// The labels of the examples, ascending, each once.
     void getUniqueLabels(std::vector<int> &labels) const;

@@ -28,7 +28,7 @@ public:
     /// that the large k don't outweigh the small ones, and with L(k) from the mean difference of all pairs k apart.
     static float AlternativeHiguchiFD(const vector<float> &signal, int kMax);
 
-    /// Least-squares polynomial, by Householder's QR decomposition over x scaled to [−1, 1].
+    /// Least-squares polynomial, by QR decomposition (Householder) over x scaled to [−1, 1].
     /// @param coefficients  degree + 1, that of xⁱ at i
     /// @throws std::invalid_argument "X and Y vector sizes do not match"
     /// @throws std::length_error "invalid matrix size" for a negative degree, or fewer points than coefficients

@@ -2,17 +2,16 @@
 
 #include "bci/Preprocessor.h"
 #include "bci/Processor.h"
+#include "bci/model/SlidingWindow.h"
 #include "common/ExceptionText.h"
 #include "filters/Filtrator.h"
 #include "pipeline/DataSource.h"
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 
 namespace {
 
-constexpr int kMaxChannels = 1 << 20;
 constexpr int kResampleHalfWidth = 10;
 
 float usableSeconds(double seconds)
@@ -20,22 +19,15 @@ float usableSeconds(double seconds)
     return std::isfinite(seconds) && seconds > 0.0 ? static_cast<float>(seconds) : 0.0f;
 }
 
-/// Truncated towards zero; one more than any window may have when there are too many.
-int samplesIn(float seconds, int fs)
-{
-    const float samples = static_cast<float>(fs) * seconds;
-    return samples <= static_cast<float>(SolverModel::kMaxWindowSamples) ? static_cast<int>(samples)
-                                                                         : SolverModel::kMaxWindowSamples + 1;
-}
-
 } // namespace
 
 SolverModel::SolverModel(Filtrator *filtrator, Preprocessor *preprocessor, Processor *processor, DataSource *source,
                          QObject *parent)
     : QObject(parent)
+    , m_processor(processor)
+    , m_window(std::make_unique<bp::SlidingWindow>())
     , m_filtrator(filtrator)
     , m_preprocessor(preprocessor)
-    , m_processor(processor)
     , m_source(source)
 {
     bp::registerMetaTypes();
@@ -44,6 +36,7 @@ SolverModel::SolverModel(Filtrator *filtrator, Preprocessor *preprocessor, Proce
 
 SolverModel::SolverModel(QObject *parent)
     : QObject(parent)
+    , m_window(std::make_unique<bp::SlidingWindow>())
 {
     bp::registerMetaTypes();
     BPCommon::log(m_logLevel, "SolverModel::SolverModel created ParamFree");
@@ -53,58 +46,27 @@ SolverModel::~SolverModel() = default;
 
 void SolverModel::Initialize(float window, float step, int channels, bool waitFull, bool resetAfterUse)
 {
-    // Lengths in seconds under %d: how the line has always looked; the console renders them as numbers.
+    // Compatibility: hosts know the line with %d for the lengths in seconds; they are printed as numbers all the same.
     BPCommon::log(m_logLevel, "SolverModel::Initialize %d %d %i %i %i", static_cast<double>(window),
                   static_cast<double>(step), channels, waitFull, resetAfterUse);
-    m_windowSeconds = usableSeconds(static_cast<double>(window));
-    m_fs = 0;
+    float seconds = usableSeconds(static_cast<double>(window));
+    int fs = 0;
     if (m_source != nullptr) {
-        m_windowSeconds = std::max(m_windowSeconds, usableSeconds(m_source->getBufSize()));
-        m_fs = std::max(m_source->getFs(), 0);
+        seconds = std::max(seconds, usableSeconds(m_source->getBufSize()));
+        fs = std::max(m_source->getFs(), 0);
     } else {
         traceFailure("SolverModel::Initialize", "There is no processing source");
     }
     m_waitFull = waitFull;
     m_resetAfterUse = resetAfterUse;
-    m_channels = std::max(channels, 0);
-    m_fill = 0;
-    m_windowSamples = samplesIn(m_windowSeconds, m_fs);
-    m_stepSamples = std::min(samplesIn(usableSeconds(static_cast<double>(step)), m_fs), m_windowSamples);
-    allocateWindow();
+    if (!m_window->allocate(seconds, usableSeconds(static_cast<double>(step)), fs, channels, kMaxWindowSamples)) {
+        traceFailure("SolverModel::Initialize", "The window is too big");
+    }
     if (m_preprocessor != nullptr) {
-        m_preprocessor->setFs(m_fs);
+        m_preprocessor->setFs(fs);
     }
     if (m_processor != nullptr && !m_isProcessorBusy) {
-        m_processor->setFs(m_fs);
-    }
-}
-
-void SolverModel::allocateWindow()
-{
-    m_window = vector<vector<float>>();
-    const qint64 samples = static_cast<qint64>(m_windowSamples) * std::max(m_channels, 1);
-    bool isAllocated = samples <= kMaxWindowSamples && m_channels <= kMaxChannels;
-    try {
-        m_window.resize(isAllocated ? static_cast<std::size_t>(m_channels) : 0);
-        for (std::vector<float> &row : m_window) {
-            row.resize(static_cast<std::size_t>(m_windowSamples));
-        }
-    } catch (const std::exception &) { // memory
-        isAllocated = false;
-    }
-    if (!isAllocated) {
-        traceFailure("SolverModel::Initialize", "The window is too big");
-        m_window = vector<vector<float>>();
-        m_windowSamples = 0;
-        m_stepSamples = 0;
-    }
-}
-
-void SolverModel::dropOldestStep()
-{
-    m_fill -= m_stepSamples;
-    for (auto &row : m_window) {
-        std::rotate(row.begin(), row.begin() + m_stepSamples, row.end());
+        m_processor->setFs(fs);
     }
 }
 
@@ -116,33 +78,17 @@ bool SolverModel::AchieveData(vector<vector<float>> &in_input)
 bool SolverModel::AchieveData(const vector<vector<float>> &in_input)
 {
     BPCommon::log(m_logLevel, "SolverModel::AchieveData %i", in_input.size());
-    if (in_input.empty() || in_input.front().empty() || m_windowSamples <= 0) {
+    if (in_input.empty() || in_input.front().empty() || m_window->samples() <= 0) {
         return false;
     }
-    if (m_fill >= m_windowSamples) {
-        dropOldestStep();
-    }
-    const auto blockSamples = in_input.front().size();
-    const qint64 newFill = m_fill + static_cast<qint64>(blockSamples);
-    BPCommon::log(m_logLevel, "SolverModel::AchieveData %i %i %i", m_fill, blockSamples, newFill);
-
-    const bool isFull = newFill >= m_windowSamples;
-    const bool isTooBig = blockSamples > static_cast<std::size_t>(m_windowSamples);
-    const int count = isTooBig ? m_windowSamples : static_cast<int>(blockSamples);
-    const int overflow = isFull && !isTooBig ? static_cast<int>(newFill - m_windowSamples) : 0;
-    if (isTooBig) {
+    m_window->makeRoom();
+    const auto blockSamples = static_cast<qint64>(in_input.front().size());
+    BPCommon::log(m_logLevel, "SolverModel::AchieveData %i %i %i", m_window->fill(), blockSamples,
+                  m_window->fill() + blockSamples);
+    if (blockSamples > m_window->samples()) {
         BPCommon::log(m_logLevel, "SolverModel::AchieveData So big data");
     }
-    const int target = isFull ? m_windowSamples - count : m_fill;
-    for (std::size_t i = 0; i < std::min(in_input.size(), m_window.size()); ++i) {
-        auto &row = m_window[i];
-        std::rotate(row.begin(), row.begin() + overflow, row.end());
-        const int given = static_cast<int>(std::min(in_input[i].size(), static_cast<std::size_t>(count)));
-        const auto end = std::copy_n(in_input[i].begin(), given, row.begin() + target);
-        std::fill_n(end, count - given, 0.0f);
-    }
-    m_fill = isFull ? m_windowSamples : m_fill + count;
-    return isFull;
+    return m_window->append(in_input);
 }
 
 void SolverModel::PreprocessDataBuffer()
@@ -157,12 +103,12 @@ bool SolverModel::preprocessWindow()
         return false;
     }
     return guarded("SolverModel::PreprocessDataBuffer", [this] {
-        if (m_filtrator != nullptr && m_filtrator->getFs() != m_fs) {
-            m_filtrator->resample(m_window, m_resampled, m_fs, kResampleHalfWidth);
-            m_preprocessor->doPreprocess(&m_resampled, &m_preprocessed);
-        } else {
-            m_preprocessor->doPreprocess(&m_window, &m_preprocessed);
+        vector<vector<float>> *window = &m_window->rows();
+        if (m_filtrator != nullptr && m_filtrator->getFs() != m_window->fs()) {
+            m_filtrator->resample(*window, m_resampled, m_window->fs(), kResampleHalfWidth);
+            window = &m_resampled;
         }
+        m_preprocessor->doPreprocess(window, &m_preprocessed);
     });
 }
 
@@ -175,7 +121,7 @@ void SolverModel::ProcessDataBuffer(const vector<vector<float>> &in_input)
 {
     BPCommon::log(m_logLevel, "SolverModel::ProcessDataBuffer %i", in_input.size());
     const bool isFull = AchieveData(in_input);
-    if ((!isFull && m_waitFull) || m_windowSamples <= 0) {
+    if ((!isFull && m_waitFull) || m_window->samples() <= 0) {
         return;
     }
     if (m_processor == nullptr) {
@@ -194,10 +140,7 @@ void SolverModel::ProcessDataBuffer(const vector<vector<float>> &in_input)
 
 void SolverModel::ResetDataBuffer()
 {
-    m_fill = 0;
-    for (auto &row : m_window) {
-        std::fill(row.begin(), row.end(), 0.0f);
-    }
+    m_window->clear();
 }
 
 void SolverModel::ProcessDataRealTime()
@@ -236,6 +179,14 @@ ProcessResult SolverModel::GetCurResult() const
         return m_resultsBefore;
     }
     return m_processor == nullptr ? ProcessResult() : m_processor->getResults();
+}
+
+void SolverModel::setProcessorBusy(bool isBusy)
+{
+    if (isBusy && m_processor != nullptr) {
+        m_resultsBefore = m_processor->getResults();
+    }
+    m_isProcessorBusy = isBusy;
 }
 
 void SolverModel::traceException(const char *where) const

@@ -8,6 +8,11 @@
 #include <QObject>
 #include <QPointer>
 
+#include <memory>
+
+namespace bp {
+class SlidingWindow;
+}
 class DataSource;
 class Filtrator;
 class Preprocessor;
@@ -16,11 +21,11 @@ class Processor;
 /// Gathers blocks of samples in a sliding window and drives each window through preprocessor and processor.
 ///
 /// A block is one row of samples per channel. The window always holds the newest samples, advances by whole steps once
-/// it is full, and is full on the block that completes it. Its memory is taken by Initialize().
+/// it is full, and is full on the block that completes it. Initialize() allocates its memory.
 ///
-/// All objects given to the constructor are borrowed and may be null or go before the model: what needs them is then
-/// left out, with a trace line. One thread: the model's own, on which the sources' signals arrive queued.
-/// The processing source is another object than the training source, or processing would go on training.
+/// The model borrows all objects given to its constructor. They may be null or be deleted before the model: a step that
+/// needs a missing object writes a trace line and does nothing. The model uses one thread, its own; the signals of the
+/// sources arrive there queued. The processing source must not be the training source: its blocks would train as well.
 class BIOPROCESSING_EXPORT SolverModel : public QObject
 {
     Q_OBJECT
@@ -34,23 +39,23 @@ public:
     /// Over all channels: 1 GiB.
     static constexpr int kMaxWindowSamples = 1 << 28;
 
-    /// Takes the sampling rate and, when it is longer than window, the segment length of the processing source.
+    /// Empties the window and sets its size. The processing source gives the sampling rate and, if that is longer than
+    /// the given window, its segment length.
     ///
-    /// A length that is negative or not a number counts as 0; a step is at most the window. A window of more than
-    /// kMaxWindowSamples, or than there is memory for, is rejected with a trace line. Without a window no block is
-    /// processed.
+    /// A negative or NaN length counts as 0; a step is at most the window. A window of more than kMaxWindowSamples, or
+    /// of more than the free memory, is rejected with a trace line. Without a window no block is processed.
     /// @param window, step   seconds
-    /// @param waitFull       only full windows are processed; every block otherwise
-    /// @param resetAfterUse  windows don't overlap: each starts empty
+    /// @param waitFull       process full windows only; otherwise the window is processed after every block
+    /// @param resetAfterUse  empty the window after it was processed, so that windows don't overlap
     virtual void Initialize(float window, float step, int channels, bool waitFull, bool resetAfterUse);
 
-    /// The processor's current results; a copy. While it trains, those from before.
+    /// A copy of the processor's current results; while it trains, of those from before the training.
     ProcessResult GetCurResult() const;
-    /// Forgets the window and processes what the processing source sends, in real time.
+    /// Empties the window, then processes what the processing source sends at the pace of the recording.
     void ProcessDataRealTime();
 
 signals:
-    /// TrainICA() has ended; the preprocessor knows how.
+    /// TrainICA() has ended; Preprocessor::isTrainedICA() says whether there is a matrix.
     void ICATrainComplete();
     /// A window has been through the processor.
     void PassedThrough();
@@ -58,7 +63,7 @@ signals:
 public slots:
     void PreprocessDataBuffer();
     void ProcessDataBuffer(vector<vector<float>> &in_input);
-    /// Adds a block. Rows that are shorter than the first one are filled up with zeros, rows that the window lacks are
+    /// Adds a block. Rows shorter than the first one are filled up with zeros, rows beyond the window's channels are
     /// ignored, and of a block that is longer than the window only the first samples are used.
     /// @return whether the window is full
     bool AchieveData(vector<vector<float>> &in_input);
@@ -71,38 +76,35 @@ public slots:
     bool AchieveData(const vector<vector<float>> &in_input);
 
 protected:
-    /// False, after a trace line, when a part is missing or fails. Whatever a part throws ends here.
+    /// Runs the preprocessor on the window. Catches what it throws.
+    /// @return false, after a trace line, when there is no preprocessor or it failed
     bool preprocessWindow();
-    /// Whatever a host's preprocessor or processor throws becomes a trace line.
-    /// @return whether the step ran through
+    /// Runs a step of a host's preprocessor or processor; an exception becomes a trace line.
+    /// @return whether the step ended without an exception
     template <class Step> bool guarded(const char *where, Step &&step);
-    /// Inside a catch block.
+    /// To be called inside a catch block.
     void traceException(const char *where) const;
     void traceFailure(const char *where, const char *reason) const;
 
+    /// A busy processor is on its training thread and is not touched; GetCurResult() gives its results from before.
+    bool isProcessorBusy() const { return m_isProcessorBusy; }
+    void setProcessorBusy(bool isBusy);
+
     BPCommon::LogEvent m_logLevel = BPCommon::LogSolverModel;
-    QPointer<Filtrator> m_filtrator;
-    QPointer<Preprocessor> m_preprocessor;
     QPointer<Processor> m_processor;
-    QPointer<DataSource> m_source;
-    float m_windowSeconds = 0.0f;
-    int m_windowSamples = 0;
-    int m_stepSamples = 0;
-    int m_fill = 0; ///< valid samples in the window
-    int m_channels = 0;
-    int m_fs = 0; ///< Hz
+    std::unique_ptr<bp::SlidingWindow> m_window;
     bool m_waitFull = false;
     bool m_resetAfterUse = false;
-    bool m_isProcessorBusy = false; ///< on its training thread: nobody else may touch it until its result is taken
-    vector<vector<float>> m_window; ///< channels × m_windowSamples
-    vector<vector<float>> m_resampled; ///< the window at the filter chain's rate
-    vector<vector<float>> m_preprocessed;
-    vector<vector<float>> m_processed;
-    ProcessResult m_resultsBefore; ///< of the processor, when it became busy
+    vector<vector<float>> m_preprocessed; ///< the window that preprocessWindow() left
 
 private:
-    void allocateWindow();
-    void dropOldestStep();
+    QPointer<Filtrator> m_filtrator;
+    QPointer<Preprocessor> m_preprocessor;
+    QPointer<DataSource> m_source;
+    vector<vector<float>> m_resampled; ///< the window at the filter chain's rate
+    vector<vector<float>> m_processed;
+    bool m_isProcessorBusy = false;
+    ProcessResult m_resultsBefore;
 };
 
 template <class Step> bool SolverModel::guarded(const char *where, Step &&step)

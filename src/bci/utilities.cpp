@@ -1,5 +1,6 @@
 #include "bci/utilities.h"
 
+#include "bci/numerics/SquaredDifferences.h"
 #include "common/BPCommon.h"
 #include "filters/engine/SincResampler.h"
 
@@ -9,7 +10,6 @@
 #include <QSaveFile>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numeric>
 
@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kLanes = 16;
 
-/// An order that holds with values that aren't numbers, too: they come last.
+/// An order that also holds with NaN, which comes last.
 bool isBelow(float a, float b)
 {
     return std::isnan(b) ? !std::isnan(a) : a < b;
@@ -212,22 +212,12 @@ float utilities::eucDist(const vector<float> &a, const vector<float> &b)
         qDebug("ERROR! Wrong dimensions in eucDist");
         return 0.0f;
     }
-    const float *x = a.data();
-    const float *y = b.data();
-    const std::size_t size = a.size();
-    std::array<float, kLanes> lanes{};
-    std::size_t i = 0;
-    for (; i + kLanes <= size; i += kLanes) {
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            const float difference = x[i + lane] - y[i + lane];
-            lanes[lane] += difference * difference;
-        }
+    auto lanes = bp::squaredDifferences<kLanes>(a.data(), b.data(), a.size());
+    for (std::size_t i = a.size() - a.size() % kLanes; i < a.size(); ++i) {
+        const float difference = a[i] - b[i];
+        lanes[static_cast<Eigen::Index>(i % kLanes)] += difference * difference;
     }
-    for (; i < size; ++i) {
-        const float difference = x[i] - y[i];
-        lanes[i % kLanes] += difference * difference;
-    }
-    return std::sqrt(std::accumulate(lanes.begin(), lanes.end(), 0.0f));
+    return std::sqrt(std::accumulate(lanes.data(), lanes.data() + kLanes, 0.0f));
 }
 
 float utilities::cosineDist(const vector<float> &a, const vector<float> &b)
@@ -276,8 +266,8 @@ void utilities::resampleToLen(const vector<float> &in, vector<float> &out, unsig
 
 void utilities::smoothByRMS(const float *in, float *out, unsigned int length, unsigned int window)
 {
-    // Sums from and to the ends of tiles as long as the window, of which a window touches two: no sum is taken off
-    // again, so that a loud passage leaves no rounding behind.
+    // A window overlaps two tiles of its own length. Its sum is the end of one tile plus the start of the next, so that
+    // nothing is subtracted and a loud segment leaves no rounding error behind.
     const std::size_t width = std::max(window, 1u);
     std::vector<double> fromStart(length);
     std::vector<double> toEnd(length);

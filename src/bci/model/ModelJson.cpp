@@ -141,7 +141,7 @@ bool bp::toBands(const QJsonValue &json, std::vector<Band> &bands)
 
 bool bp::toInt(const QJsonValue &json, int &value)
 {
-    const double number = json.toDouble(0.5); // half a number is none
+    const double number = json.toDouble(0.5); // any other type gives 0.5, which is not whole
     if (std::abs(number) > static_cast<double>(std::numeric_limits<int>::max()) || number != std::floor(number)) {
         return false;
     }

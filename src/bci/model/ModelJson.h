@@ -8,14 +8,14 @@
 #include <utility>
 #include <vector>
 
-/// How models stand in JSON.
+/// Models as JSON.
 ///
 /// A model is an object with its "kind" (the name of its class) and its "version" (1). Rows of floats are Base64 texts
-/// of the little-endian 32-bit IEEE values, so that a value survives bit for bit and a classifier of thousands of
+/// of the little-endian 32-bit IEEE values, so that a value keeps every bit and a classifier of thousands of
 /// examples stays small; matrices are arrays of such rows, labels arrays of numbers. A single float is a number, which
 /// is exact too: JSON numbers are doubles.
 ///
-/// The functions that read return false and leave their result alone when the value is missing or damaged.
+/// The functions that read return false and do not change their result when the value is missing or damaged.
 namespace bp {
 
 /// Frequency band, low and high edge in Hz.

@@ -5,8 +5,8 @@
 
 namespace bp {
 
-/// Where features lie along one row of a projection: a value of DimReduction::ProcessFLD and ProcessPCA, bit for bit,
-/// without the matrices that they make for it. Both have the same length.
+/// Scalar product of features and one row of a projection of the same length. Equals the value of
+/// DimReduction::ProcessFLD and ProcessPCA bit for bit, but builds no matrices.
 inline float axisCoordinate(const std::vector<float> &features, const std::vector<float> &axis)
 {
     double sum = 0.0;

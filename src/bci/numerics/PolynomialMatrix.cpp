@@ -1,13 +1,17 @@
 #include "bci/numerics/PolynomialMatrix.h"
 
-#include <algorithm>
+#include <Eigen/QR>
+
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 
 namespace {
 
-/// A diagonal element this much smaller than the column that it came from is rounding.
+using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+
+/// A column whose part that is orthogonal to the columns before it is this much smaller than the column depends on
+/// them.
 constexpr double kRankTolerance = 1e-13;
 
 std::size_t elements(std::size_t rows, std::size_t columns)
@@ -26,13 +30,6 @@ bp::PolynomialMatrix::PolynomialMatrix(std::size_t rows, std::size_t columns)
     , m_columns(columns)
     , m_values(elements(rows, columns))
 {
-}
-
-void bp::PolynomialMatrix::resize(std::size_t rows, std::size_t columns)
-{
-    m_values.assign(elements(rows, columns), 0.0);
-    m_rows = rows;
-    m_columns = columns;
 }
 
 std::size_t bp::PolynomialMatrix::position(std::size_t row, std::size_t column) const
@@ -67,53 +64,19 @@ bp::PolynomialMatrix bp::PolynomialMatrix::leastSquares(const PolynomialMatrix &
     if (m_rows < m_columns) {
         throw std::length_error("invalid matrix size");
     }
-    // Reflections bring the columns, and the right-hand side beside them, to upper triangular form.
-    PolynomialMatrix work(m_rows, m_columns + 1);
-    for (std::size_t r = 0; r < m_rows; ++r) {
-        std::copy_n(&m_values[r * m_columns], m_columns, &work.m_values[r * work.m_columns]);
-        work.at(r, m_columns) = right.at(r, 0);
+    const auto rows = static_cast<Eigen::Index>(m_rows);
+    const auto columns = static_cast<Eigen::Index>(m_columns);
+    const Eigen::Map<const RowMajor> matrix(m_values.data(), rows, columns);
+    // Without column pivoting: where points coincide, the lowest powers get the coefficients.
+    const Eigen::HouseholderQR<Eigen::MatrixXd> qr(matrix);
+    Eigen::Index rank = 0;
+    while (rank < columns && !(std::abs(qr.matrixQR()(rank, rank)) <= kRankTolerance * matrix.col(rank).norm())) {
+        ++rank; // NaN counts, so that it shows in the solution
     }
-    std::vector<bool> open(m_columns);
-    for (std::size_t k = 0; k < m_columns; ++k) {
-        open[k] = !work.reflect(k);
-    }
+    Eigen::VectorXd rotated = Eigen::Map<const Eigen::VectorXd>(right.m_values.data(), rows);
+    rotated.applyOnTheLeft(qr.householderQ().adjoint());
     PolynomialMatrix solution(m_columns, 1);
-    for (std::size_t k = m_columns; k-- > 0;) {
-        double rest = work.at(k, m_columns);
-        for (std::size_t c = k + 1; c < m_columns; ++c) {
-            rest -= work.at(k, c) * solution.at(c, 0);
-        }
-        solution.at(k, 0) = open[k] ? 0.0 : rest / work.at(k, k);
-    }
+    Eigen::Map<Eigen::VectorXd>(solution.m_values.data(), rank) =
+        qr.matrixQR().topLeftCorner(rank, rank).triangularView<Eigen::Upper>().solve(rotated.head(rank));
     return solution;
-}
-
-bool bp::PolynomialMatrix::reflect(std::size_t pivot)
-{
-    double whole = 0.0;
-    double below = 0.0;
-    for (std::size_t r = 0; r < m_rows; ++r) {
-        const double square = at(r, pivot) * at(r, pivot);
-        whole += square;
-        below += r < pivot ? 0.0 : square;
-    }
-    if (std::sqrt(below) <= kRankTolerance * std::sqrt(whole)) {
-        return false;
-    }
-    const double target = at(pivot, pivot) > 0.0 ? -std::sqrt(below) : std::sqrt(below);
-    std::vector<double> mirror(m_rows - pivot);
-    for (std::size_t r = pivot; r < m_rows; ++r) {
-        mirror[r - pivot] = at(r, pivot) - (r == pivot ? target : 0.0);
-    }
-    const double scale = 1.0 / (below - target * at(pivot, pivot)); // 2 / |mirror|²
-    for (std::size_t c = pivot; c < m_columns; ++c) {
-        double product = 0.0;
-        for (std::size_t r = pivot; r < m_rows; ++r) {
-            product += mirror[r - pivot] * at(r, c);
-        }
-        for (std::size_t r = pivot; r < m_rows; ++r) {
-            at(r, c) -= scale * product * mirror[r - pivot];
-        }
-    }
-    return true;
 }

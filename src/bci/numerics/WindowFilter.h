@@ -14,12 +14,13 @@ public:
     /// Makes the filter ready; designs it only when one of the values has changed since the last call.
     /// @param fs        Hz
     /// @param low,high  Hz; low-pass uses low, high-pass high, band-pass both
-    /// @return false for frequencies that the rate does not allow: there is no filter then
+    /// @return false, and there is no filter, for frequencies that the rate does not allow
     bool prepare(AbstractFilter::FilterTypeEnum type, int order, float fs, float low, float high);
-    /// Clears the history and filters the row in place; a row is left alone when there is no filter.
+    /// Clears the history and filters the row in place; without a filter the row stays as it is.
     void run(std::vector<float> &row);
-    /// The same, after the filter has settled on the first samples of the row, mirrored: no step at the row's start.
-    /// @param settle  in samples; cut to the row's length
+    /// The same, but the filter first runs over the row's first samples in reverse order, which avoids the transient at
+    /// the start of the row.
+    /// @param settle  number of these samples, at most the row's length
     void runSettled(std::vector<float> &row, std::size_t settle);
 
 private:
