@@ -4,6 +4,9 @@
 
 #include <array>
 
+/// sin(2π·turns)
+double sine(double turns);
+
 /// 1/f noise whose one-sided density is 1/f µV²/Hz (f in Hz) at every sampling rate.
 ///
 /// P. Kellet's filter for pink noise (refined version, music-dsp archive, 1999) over gaussian white noise: a power
