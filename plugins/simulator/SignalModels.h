@@ -74,7 +74,7 @@ private:
     double m_interval; ///< from m_peaks[0] to the next, s
 };
 
-/// A muscle that rests for three seconds and contracts for two, for ever (40 %): noise between about 20 and 150 Hz.
+/// A muscle that rests for three seconds and contracts for two, repeatedly (40 %): noise between about 20 and 150 Hz.
 class MuscleModel
 {
 public:
