@@ -1,5 +1,6 @@
 #include "filters/ButterworthFilter.h"
 #include "filters/NotchFilter.h"
+#include "filters/engine/CascadeStage.h"
 #include "filters/engine/ChannelFilterBank.h"
 #include "filters/engine/FilterFeed.h"
 

@@ -1,9 +1,5 @@
 #include "SignalGenerator.h"
 
-#include "PortableMath.h"
-
-using portable::sine;
-
 namespace {
 
 /// Streams of the seed below this one belong to the electrodes, by channel.

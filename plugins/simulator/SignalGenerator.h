@@ -14,7 +14,7 @@ struct SimulatedElectrode
     float blink; ///< height of a blink, µV
 };
 
-/// A run of electrodes in channel order; borrowed.
+/// Electrodes in channel order; not owned.
 struct ElectrodeList
 {
     const SimulatedElectrode *first = nullptr;
@@ -39,8 +39,9 @@ struct SignalSettings
 /// Units: µV for EEG, ECG, EMG and EOG; Resp the µV of a chest belt (breathing in is positive); GSR µS; PPG arbitrary
 /// units, about 100 at the systolic peak; Temp °C. Mains hum is on the EEG, ECG, EMG and EOG channels alike.
 ///
-/// The samples are a function of settings and electrodes alone: bit for bit the same in whatever pieces they are
-/// fetched and on every platform. One thread at a time; no allocation after construction.
+/// The samples depend on settings and electrodes alone: they are bit for bit the same on every run, however they are
+/// divided into reads. Between platforms the last bit may differ, as std::sin and std::exp do. One thread at a time; no
+/// allocation after construction.
 class SignalGenerator
 {
 public:

@@ -1,13 +1,7 @@
 #include "SignalModels.h"
 
-#include "PortableMath.h"
-
 #include <algorithm>
 #include <cmath>
-
-using portable::bell;
-using portable::exponential;
-using portable::sine;
 
 namespace {
 
@@ -56,10 +50,16 @@ constexpr double kMuscleRest = 0.02; ///< of the strength when contracted
 /// µV of white noise at 1000 Hz before the band is cut out; its density is the same at other rates.
 constexpr double kMuscleWhite = 250.0;
 
+double heightAt(const Bell &bell, double x)
+{
+    const double deviation = (x - bell.centre) / bell.width;
+    return bell.height * std::exp(-0.5 * deviation * deviation);
+}
+
 /// Share of a new sample in a one-pole low-pass.
 double onePole(double cutoffHz, double rate)
 {
-    return 1.0 - exponential(-kTwoPi * cutoffHz / rate);
+    return 1.0 - std::exp(-kTwoPi * cutoffHz / rate);
 }
 
 /// 0 at 0, 1 from the length on, straight between.
@@ -69,6 +69,11 @@ double ramp(double x, double length)
 }
 
 } // namespace
+
+double sine(double turns)
+{
+    return std::sin(kTwoPi * turns);
+}
 
 double PinkNoise::next()
 {
@@ -145,11 +150,11 @@ HeartModel::Sample HeartModel::next(double seconds, double breath)
 
     Sample sample{0.0, 0.0};
     for (const Bell &wave : kHeartWaves) {
-        sample.ecg += wave.height * bell(angle, wave.centre, wave.width);
+        sample.ecg += heightAt(wave, angle);
     }
     for (const double peak : m_peaks) {
         for (const Bell &wave : kPulseWaves) {
-            sample.pulse += wave.height * bell(seconds - peak, wave.centre, wave.width);
+            sample.pulse += heightAt(wave, seconds - peak);
         }
     }
     return sample;
@@ -175,8 +180,8 @@ double MuscleModel::next(double seconds)
 
 SkinModel::SkinModel(double rate, SeededNoise noise)
     : m_noise(noise)
-    , m_fadeFactor(exponential(-1.0 / (3.0 * rate)))
-    , m_riseFactor(exponential(-1.0 / (0.75 * rate)))
+    , m_fadeFactor(std::exp(-1.0 / (3.0 * rate)))
+    , m_riseFactor(std::exp(-1.0 / (0.75 * rate)))
     , m_nextResponse(m_noise.uniform(3.0, 10.0))
 {
 }

@@ -4,6 +4,9 @@
 
 #include <array>
 
+/// sin(2π·turns)
+double sine(double turns);
+
 /// 1/f noise whose one-sided density is 1/f µV²/Hz (f in Hz) at every sampling rate.
 ///
 /// P. Kellet's filter for pink noise (refined version, music-dsp archive, 1999) over gaussian white noise: a power
@@ -71,7 +74,7 @@ private:
     double m_interval; ///< from m_peaks[0] to the next, s
 };
 
-/// A muscle that rests for three seconds and contracts for two, for ever (40 %): noise between about 20 and 150 Hz.
+/// A muscle that rests for three seconds and contracts for two, repeatedly (40 %): noise between about 20 and 150 Hz.
 class MuscleModel
 {
 public:

@@ -15,10 +15,9 @@ struct DeviceModel;
 
 /// An amplifier without hardware: SignalGenerator's body behind the acquisition contract, with faults on request.
 ///
-/// Samples that don't fit a block, or that a read doesn't fetch, wait for the next one: only the fault
-/// "remainder_every" ever reports a remainder, because what a reader fetches as a remainder doesn't reach its signal.
-/// The exception is a block too small for one sample of each channel: the remainder then asks for a larger one, and
-/// nothing is delivered or lost with it.
+/// Samples that do not fit a block, or are not read, are delivered by the next read. A remainder is reported only by
+/// the fault "remainder_every", because samples that a reader fetches as a remainder do not reach its signal, and for a
+/// block too small for one sample of each channel: it then asks for a larger block and delivers nothing.
 class SimulatorAmplifier : public Amplifier
 {
     Q_OBJECT

@@ -20,7 +20,7 @@ public:
     void findDevices(QList<Amplifier *> &devices) override;
     void getAllDevices(QList<Amplifier *> &devices) override;
     QString getHelperName() override;
-    /// Keeps the devices: whoever found them may still use them, and they don't disappear.
+    /// Does nothing: hosts may still use the devices, and simulated ones do not disappear.
     void clearDeviceList() override;
 
 private:

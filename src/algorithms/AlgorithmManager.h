@@ -30,8 +30,8 @@ class BIOPROCESSING_EXPORT AlgorithmManager : public QObject
 {
     Q_OBJECT
 public:
-    /// Makes an algorithm, which the caller takes over. The device description outlives it. Called on whatever thread
-    /// configures a container; null is allowed and creates nothing.
+    /// Makes an algorithm, which the caller then owns. The device description outlives it. Called on the thread that
+    /// configures a container; returning null creates nothing.
     using Creator = CustomAlgorithm *(*)(const UnitParams &params, const QSharedPointer<Montage> &montage,
                                          const AmplifierInfo &info);
     /// Adds an algorithm type of the host's for all containers, for the rest of the process; a name that is there
@@ -48,14 +48,13 @@ public:
 
     /// Makes the algorithms those of this list: changes the parameters of what is there (same name and descriptor),
     /// creates what is missing, and leaves to the next updateProperties() to delete the others.
-    /// @param receiver borrowed, may be null; its slot takeAlgorithmData(QString,UnitParams,uint,vector<float>) gets
-    /// every
-    ///                 result. A trace line tells when it has no such slot, and it then counts as none.
+    /// @param receiver not owned, may be null; its slot takeAlgorithmData(QString,UnitParams,uint,vector<float>)
+    ///                 receives every result. A receiver without this slot is logged and treated as null.
     void setAlgorithmParams(QObject *receiver, const std::vector<UnitParams> &params);
     /// The list that was set last.
     const std::vector<UnitParams> &configuredParams() const { return m_configured; }
-    /// Takes an algorithm over; null and one that is there already are ignored. It must live on the calling thread or
-    /// on the container's. A configured list that doesn't name it removes it again.
+    /// Adds an algorithm and owns it from then on; null and one that was added before are ignored. It must live on the
+    /// calling thread or on the container's. A configured list that does not name it removes it again.
     void addAlgorithm(CustomAlgorithm *algorithm);
 
     /// The first with this name and descriptor; null when there is none.
@@ -63,7 +62,7 @@ public:
     /// All with this name, in the order of their creation.
     std::vector<CustomAlgorithm *> findAlgorithms(const QString &name) const;
 
-    /// Has the algorithms of these sets forget what they gathered; their parameters stay.
+    /// Resets the algorithms of these sets: data gathered so far is lost, parameters stay.
     void resetAlgorithm(const std::vector<UnitParams> &params);
     /// Hands over parameters for the next updateProperties(). Any thread; nothing is lost, and the sets of one thread
     /// are applied in their order.

@@ -12,7 +12,7 @@
 /// Listens to the SpectrumOnline named by its depend name and uses the rows of empty type, which are processed as the
 /// spectrum's parameters say (squared, smoothed); a spectrum that searches artefacts sends none. Each of them publishes
 /// one value with an empty type and a channel count of 1. Nothing is published while the band holds no bin or a channel
-/// is not in the montage, which is traced.
+/// is not in the montage, which is logged.
 ///
 /// The selections "channel1" and "channel2" are montage channel names; the first name of a list that the montage has
 /// counts.
@@ -31,8 +31,8 @@ public:
 
     void appendData(unsigned int count, const std::vector<float> &data, bool fromSender) override;
 
-    /// The band begins one bin behind the first at or above minFrequency, and ends with the first at or above
-    /// maxFrequency that follows, or with the last bin when there is none (kept: stored results depend on it).
+    /// The band begins one bin after the first bin at or above minFrequency. It ends with the next bin at or above
+    /// maxFrequency, or with the last bin when there is none. Compatibility: stored results depend on it.
     /// @param frequencies of the bins, Hz, ascending
     static Band findBand(const std::vector<float> &frequencies, float minFrequency, float maxFrequency);
 
@@ -48,7 +48,7 @@ private:
     float m_minFrequency = 0.0f;
     float m_maxFrequency = 0.0f;
     std::array<int, 2> m_channels{-1, -1}; ///< positions in the montage, −1 for none
-    std::vector<float> m_frequencies; ///< of the bins, Hz; empty when they are to be made anew
+    std::vector<float> m_frequencies; ///< of the bins, Hz; empty when they must be calculated again
     std::vector<float> m_output;
     bool m_missingReported = false;
 };

@@ -126,7 +126,7 @@ float DependSpectrumNorm::normalize(const float *spectrum) const
     const float *to = spectrum + m_band.upper;
     const float value = m_average ? sum(from, to) / static_cast<float>(to - from) : *std::max_element(from, to);
     const float normalized = (value - m_minThres) / (m_maxThres - m_minThres);
-    return normalized > 0.0f ? std::min(normalized, 1.0f) : 0.0f; // no number (equal thresholds) is 0
+    return normalized > 0.0f ? std::min(normalized, 1.0f) : 0.0f; // NaN (equal thresholds) becomes 0
 }
 
 float DependSpectrumNorm::rhythmValue(const float *spectrum) const

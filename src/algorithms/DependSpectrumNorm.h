@@ -15,13 +15,13 @@ class ValueHistory;
 /// Uses the processed rows (empty type) of the algorithm that "depend" names. Publishes for each, with an empty type
 /// and the spectra's channel count: the largest normalised value, its running maximum and running average (see
 /// bp::ValueHistory), −1, then the channels' rhythm values, then their normalised values. A band that does not lie
-/// below half the rate publishes nothing; a trace line says so once.
+/// below half the rate publishes nothing; this is logged once.
 class BIOPROCESSING_EXPORT DependSpectrumNorm : public CustomAlgorithm
 {
     Q_OBJECT
 public:
     /// The choices of "calc_mode" ("Average;Integration;Max;Summa;Power") are these numbers, though not these meanings
-    /// (kept: stored parameters hold them).
+    /// (Compatibility: stored parameters hold the numbers).
     enum RhythmCalculationMode {
         RhythmPowerIndex = 0, ///< power of the band, in percent of that of the global band or of all bins
         RhythmPower = 1, ///< Σ s²
@@ -46,8 +46,7 @@ public:
     /// Band in Hz, thresholds of the normalised value in the unit of the spectrum.
     void setSpectrumParam(float minFreq, float maxFreq, float minThres, float maxThres);
     /// Band that RhythmPowerIndex refers to, Hz; all bins unless the minimum is at least 0 and the maximum above it. A
-    /// global band that reaches past the spectrum makes every index 100 (kept: the index then shows no change at all
-    /// instead of a wrong one).
+    /// global band that ends above the spectrum makes every index 100. Compatibility: published indices depend on it.
     void setGlobalMinFreq(float frequency);
     void setGlobalMaxFreq(float frequency);
     /// Whether the normalised value comes from the mean of the band instead of its largest bin.
@@ -56,14 +55,14 @@ public:
     /// 0: RhythmDominantMax is the weighted average frequency; 1: the frequency of the band's largest bin.
     void setFrequencyCalculation(int calculation) { m_frequencyCalculation = calculation; }
 
-    /// Rebuilds the bin frequencies when bin count or rate are not those of before.
+    /// Rebuilds the bin frequencies when the bin count or the rate has changed.
     void updateSpectrumFreq(std::size_t bins);
     /// Calculates and publishes.
-    /// @param spectra rows of as many bins as updateSpectrumFreq() was told, for so many channels
+    /// @param spectra one row per channel, with the bin count given to updateSpectrumFreq()
     void normalizeAll(const std::vector<float> &spectra, unsigned int channels);
     /// Normalised value of one channel's spectrum; 0 without a valid band or for a spectrum that does not hold it.
     float normalize(const std::vector<float> &spectrum) const;
-    /// As above, of as many bins as updateSpectrumFreq() was told.
+    /// As above, for a spectrum with the bin count given to updateSpectrumFreq().
     float normalize(const float *spectrum) const;
 
 protected:

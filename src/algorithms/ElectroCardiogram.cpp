@@ -137,7 +137,8 @@ bool ElectroCardiogram::calcParametrs()
     m_sizes.before = sizeOf(kBeforeSeconds);
     m_sizes.after = sizeOf(kAfterSeconds);
     m_sizes.search = sizeOf(kSearchSeconds);
-    // Volts, against samples in tenths of a volt: ten times more sensitive than it reads (kept: hosts know it so).
+    // Compatibility: volts are compared with samples in tenths of a volt, so the threshold is a tenth of what the
+    // parameter says. Stored parameters are tuned to it.
     m_threshold = static_cast<float>(static_cast<double>(m_config.minAmplitude) / std::sqrt(2.0));
     return true;
 }
@@ -165,7 +166,7 @@ void ElectroCardiogram::removeFilters()
     m_notch.reset();
 }
 
-/// False for 0 too, which leaves a filter out on purpose and is not traced.
+/// False for 0 too, which leaves a filter out on purpose and is not logged.
 bool ElectroCardiogram::isBelowHalfRate(const char *name, float frequency) const
 {
     const bool isBelow = frequency > 0.0f && 2.0f * frequency < m_config.rate;
@@ -218,7 +219,7 @@ bool ElectroCardiogram::takeChannel(unsigned int count, const std::vector<float>
     }
     const auto first = data.cbegin() + static_cast<std::ptrdiff_t>(m_channel) * static_cast<std::ptrdiff_t>(count);
     m_block.resize(count);
-    // What is no number would stay in the filters for ever.
+    // NaN would stay in the history of the filters forever.
     std::transform(first, first + static_cast<std::ptrdiff_t>(count), m_block.begin(),
                    [](float x) { return std::isfinite(x) ? x / kScale * -1.0f : 0.0f; });
     return true;

@@ -25,8 +25,8 @@ class NotchFilter;
 ///
 /// An interval that is too short or too long for the limits is not published, ends the search in its block and leaves
 /// the peak before in place, to which the next one is compared. Once beats were missed for longer than the minimum
-/// rate allows, every later interval is too long as well (kept: nothing is published across a gap); a trace line tells,
-/// and resetAlgorithm() starts anew.
+/// rate allows, every later interval is too long as well. Compatibility: nothing is published after such a gap; this is
+/// logged, and resetAlgorithm() starts again.
 class BIOPROCESSING_EXPORT ElectroCardiogram : public CustomAlgorithm
 {
     Q_OBJECT
@@ -50,14 +50,14 @@ public:
     bool isNeedRawData() const override;
     /// Counts samples and beats from the start again.
     void resetAlgorithm() override;
-    /// A block of as many samples as the buffer, or more, fills it with its first ones, and one that leaves less than
-    /// the searched window of older samples is not searched (kept): a reader's blocks are far shorter.
+    /// Compatibility: a block at least as long as the buffer fills it with its first samples, and a block that leaves
+    /// fewer older samples than the searched window is not searched. Blocks of a reader are far shorter.
     void appendData(unsigned int count, const std::vector<float> &data, bool fromSender) override;
 
     /// Takes effect at the present sample rate of the device. What is in the buffers is forgotten, and so is the last
     /// peak; samples are counted on.
-    /// @param highPass,lowPass  Hz; 0 leaves the filter out, and so does a value from half the rate on, which is traced
-    /// @param minBpm,maxBpm     limits of what is published; a value that is not above 0 is traced and stops the
+    /// @param highPass,lowPass  Hz; 0 leaves the filter out, and so does a value from half the rate on, which is logged
+    /// @param minBpm,maxBpm     limits of what is published; a value that is not above 0 is logged and stops the
     ///                          algorithm until the next configuration
     /// @param minAmplitude      of the parameter's value, 1/1000
     /// @param maxAmplitude      likewise; nothing uses it yet
@@ -82,7 +82,7 @@ private:
 
         bool operator==(const Config &other) const;
     };
-    /// False, and traced, when the configuration can't be used.
+    /// False, and logged, when the configuration can't be used.
     bool calcParametrs();
     void createFilters();
     void removeFilters();
@@ -112,6 +112,6 @@ private:
     std::int64_t m_lastPeak = 0; ///< 0 while there is none
     std::vector<float> m_output;
     bool m_usable = false;
-    bool m_lost = false; ///< an interval was too long, which was traced
+    bool m_lost = false; ///< an interval was too long, which was logged
     bool m_missingReported = false;
 };

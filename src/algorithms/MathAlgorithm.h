@@ -21,8 +21,8 @@ class ValueHistory;
 /// … 100, its running maximum and its running average (see bp::ValueHistory). A formula that uses no rhythm is never
 /// calculated.
 ///
-/// A formula that is not understood, or uses what "depend" does not name, is traced and publishes nothing; one that
-/// fails for some values (a division by zero) is traced when it begins to and publishes nothing meanwhile.
+/// A formula that is not understood, or uses what "depend" does not name, is logged and publishes nothing; one that
+/// fails for some values (a division by zero) is logged once and publishes nothing until it succeeds again.
 ///
 /// The container links a formula by a list: a single rhythm is written with a ";" behind it.
 class BIOPROCESSING_EXPORT MathAlgorithm : public CustomAlgorithm
@@ -52,7 +52,7 @@ private:
     QString m_formula;
     QStringList m_variables;
     bool m_ready = false;
-    bool m_failing = false; ///< the last calculation failed, which was traced
+    bool m_failing = false; ///< the last calculation failed, which was logged
     std::unique_ptr<bp::ValueHistory> m_history;
     std::vector<float> m_output;
 };

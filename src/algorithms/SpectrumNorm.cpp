@@ -1,8 +1,8 @@
 #include "algorithms/SpectrumNorm.h"
 
-#include "algorithms/engine/ValueHistory.h"
 #include "algorithms/ParamFactory.h"
 #include "algorithms/SpectrumOnline.h"
+#include "algorithms/engine/ValueHistory.h"
 #include "common/BPCommon.h"
 #include "montage/Montage.h"
 

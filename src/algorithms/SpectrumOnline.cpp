@@ -21,7 +21,7 @@ std::size_t toSamples(float seconds, float rate)
     return samples > 0.0f ? static_cast<std::size_t>(std::min(samples, kMaxWindowSamples)) : 0;
 }
 
-/// What is no number counts as 0.
+/// NaN counts as 0.
 float limitedSeconds(float seconds)
 {
     return seconds > 0.0f ? std::min(seconds, SpectrumOnline::kMaxSeconds) : 0.0f;

@@ -23,7 +23,7 @@ class BIOPROCESSING_EXPORT SpectrumOnline : public CustomAlgorithm
 {
     Q_OBJECT
 public:
-    /// No window or step is longer, as the parameters' limits say for the window; a longer one is shortened.
+    /// Upper limit of window and step; longer ones are shortened.
     static constexpr float kMaxSeconds = 10.0f;
 
     SpectrumOnline(const UnitParams &params, const QSharedPointer<Montage> &montage, const AmplifierInfo &info);
@@ -31,18 +31,18 @@ public:
 
     /// Empties the window.
     void resetAlgorithm() override;
-    /// Acquisition blocks only: results of other algorithms are not signals, and are ignored.
+    /// Results of other algorithms are ignored: they are not signals.
     void appendData(unsigned int count, const std::vector<float> &data, bool fromSender) override;
-    /// @param count samples per channel. A block that is not shorter than the window replaces it, and each channel's
-    ///              samples are then taken from channel · N instead of channel · count (kept: such blocks only come
-    ///              after a stall, and reach the window in parts that belong to other channels)
-    /// @param data  planar; a block with fewer than channels · count values is traced and ignored
+    /// @param count samples per channel. A block at least as long as the window replaces it. Compatibility: each
+    ///              channel's samples are then read from channel · N instead of channel · count, so parts of the window
+    ///              belong to other channels; such blocks only come after the acquisition was delayed
+    /// @param data  planar; a block with fewer than channels · count values is logged and ignored
     void appendNewData(unsigned int count, const std::vector<float> &data);
 
     /// Window, step and taper at once. Empties the window.
     void setParam(float windowSeconds, float stepSeconds, float hannPercent);
     using CustomAlgorithm::setParam;
-    /// Seconds; what is not above 0 makes a window of no samples, which publishes nothing. Empties the window.
+    /// Seconds; 0, a negative value or NaN makes a window of no samples, which publishes nothing. Empties the window.
     void setWindowSizeSeconds(float seconds);
     /// Seconds; 0 or less calculates with every block. Empties the window.
     void setStepSizeSeconds(float seconds);

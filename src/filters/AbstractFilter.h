@@ -14,8 +14,8 @@ struct CascadeStage;
 
 /// Turns one input sample into one output sample and keeps its own history.
 ///
-/// A filter serves one stream: whoever runs it over several channels mixes their histories. Coefficients are fixed at
-/// construction. Not synchronised: one thread at a time.
+/// One filter object serves one channel: running it over several channels mixes their histories. The coefficients are
+/// fixed at construction. Not synchronised: one thread at a time.
 class BIOPROCESSING_EXPORT AbstractFilter : public QObject
 {
     Q_OBJECT
@@ -32,7 +32,7 @@ public:
     QString getName() const { return m_name; }
 
     /// Filters count samples of in into out, which are the same array or don't overlap. A count below 1 does nothing,
-    /// here and in the other overloads over arrays. However a stream is cut into calls, the samples are the same.
+    /// here and in the other overloads over arrays. The samples do not depend on how a signal is divided into calls.
     void Process(const float *in, float *out, int count);
     /// In place.
     void Process(float *data, int count);
@@ -44,11 +44,11 @@ public:
     /// In place. A count that is negative or beyond the end means the whole vector, whose size stays.
     void Process(std::vector<float> &data, int count = -1);
 
-    /// Clears the history, not the coefficients (FIRfilter differs).
+    /// Clears the history and keeps the coefficients (FIRfilter differs).
     virtual void Reset() = 0;
 
 protected:
-    /// The step: one sample in, one sample out.
+    /// Filters one sample and updates the history.
     virtual float InternalProcess(float sample) = 0;
 
 public:
@@ -57,8 +57,9 @@ public:
     virtual bool appendStages(std::vector<bp::CascadeStage> &stages);
 
 protected:
-    /// Filters count samples in place, bit for bit as InternalProcess one by one would; allocates nothing. The ready
-    /// filters have fast ways through a block, for themselves only: a subclass of theirs runs by its InternalProcess.
+    /// Filters count samples in place, bit for bit as InternalProcess would one by one; allocates nothing. The filters
+    /// of this library override it with faster loops. A class derived from one of them may change InternalProcess, so
+    /// its samples are filtered one by one.
     virtual void processBlock(float *samples, std::size_t count);
 
 private:

@@ -17,22 +17,21 @@ class BIOPROCESSING_EXPORT ButterworthFilter : public AbstractFilter
 public:
     static constexpr int kMaxOrder = 20;
 
-    /// @param order       rounded up to even, at most kMaxOrder; below 1 the filter only passes its input on
+    /// @param order       rounded up to even, at most kMaxOrder; below 1 the output is the input
     /// @param sampleRate  Hz
-    /// @param f1,f2       Hz, below half the rate. Low-pass uses f1, high-pass f2. Band-pass runs a high-pass at f1,
-    /// then
-    ///                    a low-pass at f2. Band-stop runs a low-pass at f1, then a high-pass at f2, one after the
-    ///                    other: with f1 below f2 almost nothing passes (kept: results in the field depend on it).
+    /// @param f1,f2       Hz, below half the rate. Low-pass uses f1, high-pass f2. Band-pass is a high-pass at f1
+    ///                    followed by a low-pass at f2. Band-stop is a low-pass at f1 followed by a high-pass at f2:
+    ///                    with f1 below f2 almost nothing passes. Compatibility: results in the field depend on it.
     ButterworthFilter(FilterTypeEnum type, int order, float sampleRate, float f1, float f2, QObject *parent = nullptr);
     ~ButterworthFilter() override;
 
-    /// Whether the design of a low-pass or high-pass is stable and settles in about the time of the textbook's one.
+    /// Whether the design of a low-pass or high-pass is stable and settles in about the time of the textbook's design.
     ///
-    /// From order 4 on the high-pass is not between about 1/6 and 1/3 of the rate, where its poles leave the unit
-    /// circle.
+    /// A high-pass of order 4 or more is not stable with a cut-off between about 1/6 and 1/3 of the rate, where its
+    /// poles leave the unit circle.
     /// @param cutOff  Hz, between 0 and half the rate
     static bool isStable(FilterTypeEnum type, int order, float sampleRate, float cutOff);
-    /// A low-pass or high-pass of this design where it is stable. Elsewhere one of the textbook's design: the same
+    /// Makes a low-pass or high-pass of this design where it is stable. Otherwise the textbook's design: the same
     /// analogue poles through the bilinear transform, −3 dB at the cut-off.
     static std::unique_ptr<ButterworthFilter> makeStable(FilterTypeEnum type, int order, float sampleRate,
                                                          float cutOff);
@@ -61,8 +60,8 @@ private:
 
     /// Re-maps second-order low-pass sections in place and scales each to a0 = 1.
     /// @param mode  0 to low-pass, 1 to high-pass, 2 to band-pass, 3 to band-stop
-    /// @param wp    the sections' cut-off, wt and w2 the target's, all as fractions of the rate; modes 0 and 1 ignore
-    /// w2
+    /// @param wp    cut-off of the given sections, as a fraction of the rate
+    /// @param wt,w2 cut-offs of the result, likewise; modes 0 and 1 ignore w2
     /// @return coefficients per row, 3 or 5; −1 for any other mode
     static int FilterTransform(std::vector<std::vector<double>> &b, std::vector<std::vector<double>> &a, int mode,
                                double wp, double wt, double w2);

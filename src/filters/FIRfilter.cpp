@@ -29,7 +29,7 @@ double idealTap(AbstractFilter::FilterTypeEnum type, bool oddLength, double n, d
     case AbstractFilter::BandPass:
         return high - low;
     case AbstractFilter::BandStop:
-        // The sign of the band-pass, and nothing for an even length (kept: results in the field depend on it).
+        // Compatibility: the sign of the band-pass, and nothing for an even length; results in the field depend on it.
         return oddLength ? high - low : 0.0;
     }
     return 0.0;

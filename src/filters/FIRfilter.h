@@ -9,7 +9,7 @@ class BIOPROCESSING_EXPORT FIRfilter : public AbstractFilter
 {
     Q_OBJECT
 public:
-    /// Any other value leaves every tap at zero, so that the filter gives zeros (kept).
+    /// Any other value leaves every tap at zero, so the output is zeros.
     enum WindowTypeEnum : int { BlackmanWindow = 0 };
     Q_ENUM(WindowTypeEnum)
 
@@ -18,7 +18,8 @@ public:
     FIRfilter(FilterTypeEnum type, WindowTypeEnum window, int order, float sampleRate, float f1, float f2,
               QObject *parent = nullptr);
 
-    /// Only brings the history to its length: unlike a recursive filter, a reset one still remembers its input (kept).
+    /// Compatibility: only sets the history's length and keeps its samples, unlike Reset() of the recursive filters. A
+    /// cleared history would change the samples that follow.
     void Reset() override;
 
 protected:

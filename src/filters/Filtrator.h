@@ -24,21 +24,21 @@ public:
 
     int getFs() const { return m_sampleRate; }
 
-    /// Builds the chain anew, freeing the filters it had: low-pass and high-pass of the given order, then a band-pass
-    /// of 1 Hz around bandPass, last a notch of 1 Hz around notch. All in Hz; 0 or less leaves that filter out.
+    /// Replaces the chain: low-pass and high-pass of the given order, then a band-pass 1 Hz wide around bandPass, last
+    /// a notch 1 Hz wide around notch. All in Hz; the filter of a value of 0 or less is omitted.
     void setFilters(int order, int lowPass, int highPass, int notch, int bandPass);
 
     /// Copies the block and filters the copy in place, filter by filter and channel by channel. in and out may be the
     /// same.
     ///
-    /// One filter object serves all channels: the history that a channel leaves is where the next one starts, and the
-    /// last channel's is where channel 0 of the next block starts (kept: trained models depend on it).
+    /// One filter object serves all channels: each channel starts with the history of the channel before it, and
+    /// channel 0 of the next block with the history of the last channel. Compatibility: trained models depend on it.
     void doFiltrate(const Block &in, Block &out);
 
     /// Brings a block from inputRate (Hz) to the chain's rate with a Hann-windowed sinc of 2 · halfWidth input samples.
     ///
     /// A channel of L samples gives floor(L · rate / inputRate). Nothing is padded at the ends, and reducing the rate
-    /// applies no extra low-pass. An inputRate below 1 is traced and gives empty channels. in and out may be the same.
+    /// applies no extra low-pass. An inputRate below 1 is logged and gives empty channels. in and out may be the same.
     void resample(const Block &in, Block &out, int inputRate, int halfWidth) const;
 
 private:

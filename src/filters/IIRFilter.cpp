@@ -1,8 +1,8 @@
 #include "filters/IIRFilter.h"
 
-#include "filters/engine/CascadeStage.h"
 #include "common/BPCommon.h"
 #include "filters/engine/Cascade.h"
+#include "filters/engine/CascadeStage.h"
 
 #include <algorithm>
 #include <typeinfo>

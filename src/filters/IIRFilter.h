@@ -10,8 +10,8 @@ class BIOPROCESSING_EXPORT IIRFilter : public AbstractFilter
 {
     Q_OBJECT
 public:
-    /// Direct filter: takes both vectors over and divides every coefficient by the denominator's first. An empty
-    /// numerator reads as zeros; an empty denominator, or one that begins with 0 (traced), is used as it stands.
+    /// Direct filter. Every coefficient is divided by the first one of the denominator. An empty numerator gives zeros;
+    /// an empty denominator, or one that begins with 0 (logged), is used without the division.
     IIRFilter(std::vector<float> numerator, std::vector<float> denominator, QObject *parent = nullptr);
     /// Cascade: one direct filter per section, in order; the last one's output is multiplied by the gain.
     /// @param sections  each holds its numerator in the first half and its denominator in the second

@@ -1,7 +1,7 @@
 #include "filters/NotchFilter.h"
 
-#include "filters/engine/CascadeStage.h"
 #include "filters/IIRFilter.h"
+#include "filters/engine/CascadeStage.h"
 
 #include <cmath>
 #include <typeinfo>

@@ -16,8 +16,8 @@ class BIOPROCESSING_EXPORT NotchFilter : public AbstractFilter
 {
     Q_OBJECT
 public:
-    /// @param type       BandStop or BandPass; any other filter gives zeros
-    /// @param bandwidth  Hz, whose sign doesn't matter
+    /// @param type       BandStop or BandPass; any other type gives zeros
+    /// @param bandwidth  Hz; its sign is ignored
     NotchFilter(FilterTypeEnum type, float sampleRate, float centre, float bandwidth, QObject *parent = nullptr);
     ~NotchFilter() override;
 

@@ -1,5 +1,8 @@
 #include "algorithms/engine/RealFft.h"
 
+#include <Eigen/Core>
+
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -9,216 +12,127 @@ namespace {
 
 constexpr double kPi = 3.141592653589793;
 constexpr std::size_t kColumns = 4;
-/// Shorter transforms have no whole pass.
+/// Shorter transforms have less than four rows.
 constexpr std::size_t kLeastSize = 32;
 
-/// Four complex numbers as a value: the loops of its operators become vector instructions.
+using Complexes = RealFft::Complexes;
+using Floats = Eigen::Array<float, kColumns, 1>;
+using FloatsIn = Eigen::Map<const Floats>;
+using FloatsOut = Eigen::Map<Floats>;
+
+/// Four neighbouring complex numbers.
 struct Row
 {
-    float re[kColumns];
-    float im[kColumns];
+    Floats re;
+    Floats im;
 
-    static Row load(const float *re, const float *im)
+    static Row load(const Complexes &from, std::size_t at) { return {FloatsIn(&from.re[at]), FloatsIn(&from.im[at])}; }
+    /// Four times the same number.
+    static Row fill(const Complexes &from, std::size_t at)
     {
-        Row row;
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            row.re[i] = re[i];
-            row.im[i] = im[i];
-        }
-        return row;
+        return {Floats::Constant(from.re[at]), Floats::Constant(from.im[at])};
     }
-    /// From real and imaginary parts in turns.
-    static Row loadPairs(const float *pairs)
+    /// The conjugates of the numbers at, at − 1, at − 2, at − 3.
+    static Row loadMirrored(const Complexes &from, std::size_t at)
     {
-        Row row;
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            row.re[i] = pairs[2 * i];
-            row.im[i] = pairs[2 * i + 1];
-        }
-        return row;
+        return {FloatsIn(&from.re[at - 3]).reverse(), -FloatsIn(&from.im[at - 3]).reverse()};
     }
-    void store(float *toRe, float *toIm) const
+    void store(Complexes &to, std::size_t at) const
     {
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            toRe[i] = re[i];
-        }
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            toIm[i] = im[i];
-        }
+        FloatsOut(&to.re[at]) = re;
+        FloatsOut(&to.im[at]) = im;
     }
-    /// The conjugates of the value at re and im and of those before it.
-    static Row loadMirrored(const float *re, const float *im)
+    Row operator+(const Row &b) const { return {re + b.re, im + b.im}; }
+    Row operator-(const Row &b) const { return {re - b.re, im - b.im}; }
+    Row operator*(const Row &b) const { return {re * b.re - im * b.im, re * b.im + im * b.re}; }
+    Row timesMinusI() const { return {im, -re}; }
+    /// Without Eigen's sqrt(), which may be an approximation.
+    /// @param step  from one magnitude to the next
+    void storeMagnitudes(float scale, float *to, std::ptrdiff_t step) const
     {
-        Row row;
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            row.re[i] = (re - i)[0];
-            row.im[i] = -(im - i)[0];
-        }
-        return row;
-    }
-    Row times(float byRe, float byIm) const
-    {
-        Row row;
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            row.re[i] = re[i] * byRe - im[i] * byIm;
-            row.im[i] = re[i] * byIm + im[i] * byRe;
-        }
-        return row;
-    }
-    Row times(const Row &by) const
-    {
-        Row row;
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            row.re[i] = re[i] * by.re[i] - im[i] * by.im[i];
-            row.im[i] = re[i] * by.im[i] + im[i] * by.re[i];
-        }
-        return row;
-    }
-    void storeMagnitudes(float scale, float *to) const
-    {
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            to[i] = std::sqrt(re[i] * re[i] + im[i] * im[i]) * scale;
-        }
-    }
-    /// The last one goes to where to points, those before it follow.
-    void storeMagnitudesMirrored(float scale, float *to) const
-    {
-        float magnitudes[kColumns];
-        storeMagnitudes(scale, magnitudes);
-        for (std::size_t i = 0; i < kColumns; ++i) {
-            (to - i)[0] = magnitudes[i];
+        const Floats power = re * re + im * im;
+        for (Eigen::Index i = 0; i < power.size(); ++i) {
+            to[i * step] = std::sqrt(power[i]) * scale;
         }
     }
 };
 
-inline Row operator+(const Row &a, const Row &b)
+using Rows = std::array<Row, 4>;
+
+/// Four transforms of length 4 side by side.
+Rows transform4(const Rows &x)
 {
-    Row row;
-    for (std::size_t i = 0; i < kColumns; ++i) {
-        row.re[i] = a.re[i] + b.re[i];
-        row.im[i] = a.im[i] + b.im[i];
-    }
-    return row;
+    const Row sumEven = x[0] + x[2];
+    const Row differenceEven = x[0] - x[2];
+    const Row sumOdd = x[1] + x[3];
+    const Row differenceOdd = (x[1] - x[3]).timesMinusI();
+    return {sumEven + sumOdd, differenceEven + differenceOdd, sumEven - sumOdd, differenceEven - differenceOdd};
 }
 
-inline Row operator-(const Row &a, const Row &b)
+/// Transforms of this length, stride of them side by side, become four times as many of a quarter of the length.
+/// @param factor  where the pass's twiddle factors start, three for each group
+void radix4Pass(std::size_t length, std::size_t stride, const Complexes &factors, std::size_t factor,
+                const Complexes &in, Complexes &out)
 {
-    Row row;
-    for (std::size_t i = 0; i < kColumns; ++i) {
-        row.re[i] = a.re[i] - b.re[i];
-        row.im[i] = a.im[i] - b.im[i];
-    }
-    return row;
-}
-
-/// Multiplied by −i.
-inline Row turned(const Row &a)
-{
-    Row row;
-    for (std::size_t i = 0; i < kColumns; ++i) {
-        row.re[i] = a.im[i];
-        row.im[i] = -a.re[i];
-    }
-    return row;
-}
-
-/// Four rows, and their transform of length 4.
-struct Quad
-{
-    Row rows[4];
-
-    Quad transformed() const
-    {
-        const Row sumEven = rows[0] + rows[2];
-        const Row differenceEven = rows[0] - rows[2];
-        const Row sumOdd = rows[1] + rows[3];
-        const Row differenceOdd = turned(rows[1] - rows[3]);
-        return {{sumEven + sumOdd, differenceEven + differenceOdd, sumEven - sumOdd, differenceEven - differenceOdd}};
-    }
-};
-
-/// A radix-4 pass: transforms of this length, stride of them side by side, become four times as many of a quarter of
-/// it.
-/// @param load   gives the row at a position of the input
-/// @param factor three per group
-template <class Load>
-void radix4Pass(std::size_t length, std::size_t stride, Load load, const float *factorRe, const float *factorIm,
-                float *outRe, float *outIm)
-{
-    const std::size_t groups = length / 4;
-    const std::size_t quarter = groups * stride;
-    for (std::size_t group = 0; group < groups; ++group) {
-        const float *re = factorRe + 3 * group;
-        const float *im = factorIm + 3 * group;
+    const std::size_t quarter = length / 4 * stride;
+    for (std::size_t first = 0; first < quarter; first += stride, factor += 3) {
+        const Rows twiddle{Row(), Row::fill(factors, factor), Row::fill(factors, factor + 1),
+                           Row::fill(factors, factor + 2)};
         for (std::size_t i = 0; i < stride; i += kColumns) {
-            const std::size_t from = group * stride + i;
-            const Quad in{{load(from), load(from + quarter), load(from + 2 * quarter), load(from + 3 * quarter)}};
-            const Quad out = in.transformed();
-            const std::size_t to = 4 * group * stride + i;
-            out.rows[0].store(outRe + to, outIm + to);
+            const std::size_t from = first + i;
+            const Rows y = transform4({Row::load(in, from), Row::load(in, from + quarter),
+                                       Row::load(in, from + 2 * quarter), Row::load(in, from + 3 * quarter)});
+            const std::size_t to = 4 * first + i;
+            y[0].store(out, to);
             for (std::size_t j = 1; j < 4; ++j) {
-                const std::size_t at = to + j * stride;
-                out.rows[j].times(re[j - 1], im[j - 1]).store(outRe + at, outIm + at);
+                (y[j] * twiddle[j]).store(out, to + j * stride);
             }
         }
     }
 }
 
-/// Sums and differences of the two halves.
-void radix2Pass(std::size_t stride, const float *re, const float *im, float *outRe, float *outIm)
+void radix2Pass(std::size_t stride, const Complexes &in, Complexes &out)
 {
     for (std::size_t i = 0; i < stride; i += kColumns) {
-        const Row first = Row::load(re + i, im + i);
-        const Row second = Row::load(re + stride + i, im + stride + i);
-        (first + second).store(outRe + i, outIm + i);
-        (first - second).store(outRe + stride + i, outIm + stride + i);
+        const Row first = Row::load(in, i);
+        const Row second = Row::load(in, stride + i);
+        (first + second).store(out, i);
+        (first - second).store(out, stride + i);
     }
 }
 
-} // namespace
-
-void RealFft::Parts::resize(std::size_t size)
-{
-    re.resize(size);
-    im.resize(size);
-}
-
-/// e^(−2πi·part/whole)
-void RealFft::Parts::setUnit(std::size_t at, std::size_t part, std::size_t whole)
+/// Appends e^(−2πi·part/whole).
+void appendUnit(Complexes &factors, std::size_t part, std::size_t whole)
 {
     const double turns = static_cast<double>(part) / static_cast<double>(whole);
-    re[at] = static_cast<float>(std::cos(2.0 * kPi * turns));
-    im[at] = static_cast<float>(-std::sin(2.0 * kPi * turns));
+    factors.re.push_back(static_cast<float>(std::cos(2.0 * kPi * turns)));
+    factors.im.push_back(static_cast<float>(-std::sin(2.0 * kPi * turns)));
 }
+
+} // namespace
 
 RealFft::RealFft(std::size_t size)
     : m_size(size)
     , m_half(size / 2)
 {
-    if (size >= kLeastSize) {
-        m_now.resize(m_half + 1);
-        m_next.resize(m_half + 1);
-        makeTables();
+    if (size < kLeastSize) {
+        return;
     }
-}
-
-void RealFft::makeTables()
-{
+    for (Complexes *buffer : {&m_now, &m_next}) {
+        buffer->re.resize(m_half + 1);
+        buffer->im.resize(m_half + 1);
+    }
     const std::size_t rows = m_half / kColumns;
-    m_factors.resize(rows);
-    m_joinFactors.resize(3 * rows);
-    m_halfTurns.resize(m_half / 2);
-    std::size_t at = 0;
     for (std::size_t length = rows; length >= 4; length /= 4) {
         for (std::size_t i = 0; i < 3 * (length / 4); ++i) {
-            m_factors.setUnit(at++, (i / 3) * (i % 3 + 1), length);
+            appendUnit(m_columnFactors, (i / 3) * (i % 3 + 1), length);
         }
     }
     for (std::size_t i = 0; i < 3 * rows; ++i) {
-        m_joinFactors.setUnit(i, (i / rows + 1) * (i % rows), m_half);
+        appendUnit(m_joinFactors, (i / rows + 1) * (i % rows), m_half);
     }
     for (std::size_t k = 0; k < m_half / 2; ++k) {
-        m_halfTurns.setUnit(k, k, m_size);
+        appendUnit(m_unpackFactors, k, m_size);
     }
 }
 
@@ -228,11 +142,13 @@ void RealFft::magnitudes(const float *in, float scale, float *out)
         magnitudesOfFew(in, scale, out);
         return;
     }
-    transformColumns(in);
+    pack(in);
+    transformColumns();
     joinColumns();
-    combine(scale, out);
+    unpack(scale, out);
 }
 
+/// The sum as it defines the transform.
 void RealFft::magnitudesOfFew(const float *in, float scale, float *out) const
 {
     for (std::size_t k = 0; k <= m_half; ++k) {
@@ -247,74 +163,63 @@ void RealFft::magnitudesOfFew(const float *in, float scale, float *out) const
     }
 }
 
-void RealFft::transformColumns(const float *in)
+void RealFft::pack(const float *in)
+{
+    for (std::size_t i = 0; i < m_half; ++i) {
+        m_now.re[i] = in[2 * i];
+        m_now.im[i] = in[2 * i + 1];
+    }
+}
+
+void RealFft::transformColumns()
 {
     std::size_t length = m_half / kColumns;
     std::size_t stride = kColumns;
-    std::size_t factors = 0;
-    const auto pass = [&](const auto &load) {
-        radix4Pass(length, stride, load, &m_factors.re[factors], &m_factors.im[factors], m_next.re.data(),
-                   m_next.im.data());
+    std::size_t factor = 0;
+    for (; length >= 4; length /= 4, stride *= 4) {
+        radix4Pass(length, stride, m_columnFactors, factor, m_now, m_next);
         std::swap(m_now, m_next);
-        factors += 3 * (length / 4);
-        length /= 4;
-        stride *= 4;
-    };
-    pass([in](std::size_t i) { return Row::loadPairs(in + 2 * i); });
-    while (length >= 4) {
-        const float *re = m_now.re.data();
-        const float *im = m_now.im.data();
-        pass([re, im](std::size_t i) { return Row::load(re + i, im + i); });
+        factor += 3 * (length / 4);
     }
     if (length == 2) {
-        radix2Pass(stride, m_now.re.data(), m_now.im.data(), m_next.re.data(), m_next.im.data());
+        radix2Pass(stride, m_now, m_next);
         std::swap(m_now, m_next);
     }
 }
 
-/// The four columns, each of which holds every fourth value's transform, become one transform of all.
 void RealFft::joinColumns()
 {
+    using Square = Eigen::Array<float, kColumns, kColumns>;
     const std::size_t rows = m_half / kColumns;
-    float *outRe = m_next.re.data();
-    float *outIm = m_next.im.data();
     for (std::size_t k = 0; k < rows; k += 4) {
-        const float *re = &m_now.re[k * kColumns];
-        const float *im = &m_now.im[k * kColumns];
-        Quad columns;
-        for (std::size_t c = 0; c < kColumns; ++c) {
-            for (std::size_t i = 0; i < 4; ++i) {
-                columns.rows[c].re[i] = re[i * kColumns + c];
-                columns.rows[c].im[i] = im[i * kColumns + c];
-            }
-        }
+        const Square re = Eigen::Map<const Square>(&m_now.re[k * kColumns]).transpose();
+        const Square im = Eigen::Map<const Square>(&m_now.im[k * kColumns]).transpose();
+        Rows columns{Row{re.col(0), im.col(0)}};
         for (std::size_t c = 1; c < kColumns; ++c) {
-            const std::size_t at = (c - 1) * rows + k;
-            columns.rows[c] = columns.rows[c].times(Row::load(&m_joinFactors.re[at], &m_joinFactors.im[at]));
+            const auto column = static_cast<Eigen::Index>(c);
+            columns[c] = Row{re.col(column), im.col(column)} * Row::load(m_joinFactors, (c - 1) * rows + k);
         }
-        const Quad joined = columns.transformed();
+        const Rows joined = transform4(columns);
         for (std::size_t c = 0; c < kColumns; ++c) {
-            joined.rows[c].store(outRe + c * rows + k, outIm + c * rows + k);
+            joined[c].store(m_next, c * rows + k);
         }
     }
     std::swap(m_now, m_next);
 }
 
-/// Takes the transforms of even and odd samples apart and adds them up. Bin k and bin half − k come from the same two
-/// values.
-void RealFft::combine(float scale, float *out)
+/// Twice the transform of the even samples is Z[k] + conj Z[half − k], of the odd ones −i·(Z[k] − conj Z[half − k]).
+void RealFft::unpack(float scale, float *out)
 {
     m_now.re[m_half] = m_now.re[0];
     m_now.im[m_half] = m_now.im[0];
     const float halfScale = 0.5f * scale;
     for (std::size_t k = 0; k < m_half / 2; k += kColumns) {
-        const Row value = Row::load(&m_now.re[k], &m_now.im[k]);
-        const Row mirrored = Row::loadMirrored(&m_now.re[m_half - k], &m_now.im[m_half - k]);
-        const Row factor = Row::load(&m_halfTurns.re[k], &m_halfTurns.im[k]);
-        const Row odd = turned(value - mirrored).times(factor);
+        const Row value = Row::load(m_now, k);
+        const Row mirrored = Row::loadMirrored(m_now, m_half - k);
         const Row even = value + mirrored;
-        (even + odd).storeMagnitudes(halfScale, out + k);
-        (even - odd).storeMagnitudesMirrored(halfScale, out + m_half - k);
+        const Row odd = (value - mirrored).timesMinusI() * Row::load(m_unpackFactors, k);
+        (even + odd).storeMagnitudes(halfScale, out + k, 1);
+        (even - odd).storeMagnitudes(halfScale, out + m_half - k, -1);
     }
     const float re = m_now.re[m_half / 2];
     const float im = m_now.im[m_half / 2];

@@ -21,8 +21,8 @@ inline float step(const CascadeStage &stage, float sample)
     return stage.scaled ? acc * stage.gain : acc;
 }
 
-/// Runs count samples of one channel through the stages, in place, as if sample by sample. The stages' histories are
-/// distinct. Allocates nothing.
+/// Runs count samples of one channel through the stages, in place. The samples are, bit for bit, those of step()
+/// through all stages, sample by sample. No two stages share a history. Allocates nothing.
 void runCascade(const CascadeStage *stages, std::size_t stageCount, float *samples, std::size_t count);
 
 } // namespace bp

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kLanes = LaneSection::kLanes;
 constexpr std::size_t kTileRows = 128;
-/// From this many channels on, a run of all lanes is cheaper than the channels one by one.
+/// For fewer channels than this, one by one is faster than a run of all eight lanes.
 constexpr std::size_t kLeastLanes = 4;
 
 struct Channel
@@ -26,7 +26,7 @@ struct Channel
     std::vector<CascadeStage> stages; ///< empty when the filters have to run one after the other
 };
 
-/// A sample that is no number, as a device may give one, would stay in a recursive history for good.
+/// A device may give NaN or infinity, which would stay in a recursive filter's history for good.
 void dropInvalidHistory(const Channel &channel, const float *planar, std::size_t count)
 {
     if (count > 0 && !std::isfinite(planar[channel.index * count + count - 1])) {
@@ -68,10 +68,7 @@ private:
     {
         for (std::size_t lane = 0; lane < m_channels.size(); ++lane) {
             for (std::size_t k = 0; k < m_sections.size(); ++k) {
-                const CascadeStage &stage = m_channels[lane].stages[k];
-                m_sections[k].x0[lane] = stage.x[0];
-                m_sections[k].x1[lane] = stage.x[1];
-                m_sections[k].loadOutputs(lane, stage);
+                m_sections[k].loadHistory(lane, m_channels[lane].stages[k]);
             }
         }
     }
@@ -80,10 +77,7 @@ private:
     {
         for (std::size_t lane = 0; lane < m_channels.size(); ++lane) {
             for (std::size_t k = 0; k < m_sections.size(); ++k) {
-                const CascadeStage &stage = m_channels[lane].stages[k];
-                stage.x[0] = m_sections[k].x0[lane];
-                stage.x[1] = m_sections[k].x1[lane];
-                m_sections[k].storeOutputs(lane, stage);
+                m_sections[k].storeHistory(lane, m_channels[lane].stages[k]);
             }
         }
     }
@@ -91,37 +85,30 @@ private:
     /// Stage by stage over a tile small enough to stay in the nearest cache.
     void processTile(float *planar, std::size_t stride, std::size_t rows)
     {
-        float tile[kLanes][kTileRows];
-        float buffers[2][(2 + kTileRows) * kLanes];
-        float *in = buffers[0];
-        float *out = buffers[1];
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
-            if (lane < m_channels.size()) {
-                std::copy_n(planar + m_channels[lane].index * stride, rows, tile[lane]);
-            } else {
-                std::fill_n(tile[lane], rows, 0.0f);
-            }
+        // Loops over all eight lanes become vector instructions, so unused lanes run along with zeros.
+        float channels[kLanes][kTileRows];
+        alignas(32) float tile[kTileRows][kLanes];
+        for (std::size_t lane = 0; lane < m_channels.size(); ++lane) {
+            std::copy_n(planar + m_channels[lane].index * stride, rows, channels[lane]);
+        }
+        for (std::size_t lane = m_channels.size(); lane < kLanes; ++lane) {
+            std::fill_n(channels[lane], rows, 0.0f);
         }
         for (std::size_t i = 0; i < rows; ++i) {
             for (std::size_t lane = 0; lane < kLanes; ++lane) {
-                in[(2 + i) * kLanes + lane] = tile[lane][i];
+                tile[i][lane] = channels[lane][i];
             }
         }
         for (LaneSection &section : m_sections) {
-            std::copy_n(section.x1.data(), kLanes, in);
-            std::copy_n(section.x0.data(), kLanes, in + kLanes);
-            section.run(in, out + 2 * kLanes, rows);
-            std::copy_n(in + rows * kLanes, kLanes, section.x1.data());
-            std::copy_n(in + (rows + 1) * kLanes, kLanes, section.x0.data());
-            std::swap(in, out);
+            section.run(tile[0], rows);
         }
         for (std::size_t i = 0; i < rows; ++i) {
             for (std::size_t lane = 0; lane < kLanes; ++lane) {
-                tile[lane][i] = in[(2 + i) * kLanes + lane];
+                channels[lane][i] = tile[i][lane];
             }
         }
         for (std::size_t lane = 0; lane < m_channels.size(); ++lane) {
-            std::copy_n(tile[lane], rows, planar + m_channels[lane].index * stride);
+            std::copy_n(channels[lane], rows, planar + m_channels[lane].index * stride);
         }
     }
 
@@ -140,7 +127,8 @@ void processAlone(const Channel &channel, float *samples, std::size_t count)
     }
 }
 
-/// The channels that have filters, flattened where no other channel, or place in the list, uses the same filter.
+/// The channels that have filters. Those whose filters are all of second-order sections, and used only once, get
+/// stages.
 std::vector<Channel> flatten(const std::vector<FilterList::Filters> &lists)
 {
     std::map<AbstractFilter *, int> uses;

@@ -10,11 +10,10 @@ namespace bp {
 
 /// Runs the filters of many channels over a planar block, several channels side by side.
 ///
-/// Channels with the same number of second-order sections share the arithmetic, whatever their coefficients; the others
-/// run one by one, and so do channels that share a filter object, in the order of the channels. The history lives in
-/// the filters: it is taken from them at the start of a block and given back at its end, so that blocks through the
-/// bank and calls of a filter's own Process may alternate. Not synchronised: one thread at a time, apart from what
-/// comes through a feed.
+/// Up to eight channels with the same number of second-order sections are filtered together, whatever their
+/// coefficients. All other channels, and those that share a filter object, are filtered one by one in their order. The
+/// history is read from the filters at the start of a block and written back at its end, so the bank and the filters'
+/// own Process() may alternate. Not synchronised: one thread at a time; only a feed may be written by another.
 class ChannelFilterBank
 {
 public:
@@ -23,15 +22,15 @@ public:
     ChannelFilterBank(const ChannelFilterBank &) = delete;
     ChannelFilterBank &operator=(const ChannelFilterBank &) = delete;
 
-    /// @param lists  one list per channel, run in list order; null entries are skipped, an empty list leaves its
-    ///               channel as it is. The bank keeps the filters alive.
+    /// @param lists  one list per channel, run in list order; null entries are skipped, a channel with an empty list is
+    ///               not changed. The bank shares ownership of the filters.
     void setChannels(std::vector<FilterList::Filters> lists);
-    /// As setChannels() with the lists of the feed, and again before every block after which one of them has changed.
+    /// Uses the lists of the feed, and reads them again before a block when one of them has changed.
     void follow(const std::shared_ptr<FilterFeed> &feed);
 
     /// Filters in place; channel i occupies [i · samplesPerChannel, (i + 1) · samplesPerChannel). The samples are, bit
-    /// for bit, those of every filter's Process in list order. A channel whose last sample comes out as no finite
-    /// number starts the next block with its filters reset. Allocates only after a list has changed.
+    /// for bit, those of every filter's Process in list order. The filters of a channel whose last sample comes out as
+    /// NaN or infinite are reset before the next block. Allocates only after a list has changed.
     void process(float *planar, std::size_t samplesPerChannel);
 
 private:
@@ -39,7 +38,7 @@ private:
 
     void plan();
 
-    std::vector<FilterList::Filters> m_lists; ///< keeps alive what the plan borrows
+    std::vector<FilterList::Filters> m_lists; ///< owners of the filters that the plan points to
     std::unique_ptr<Plan> m_plan;
     std::shared_ptr<FilterFeed> m_feed; ///< null when none is followed
 };

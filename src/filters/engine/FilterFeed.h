@@ -8,9 +8,9 @@
 
 namespace bp {
 
-/// Brings the filter lists of a montage's channels from the thread that changes them to the bank that runs them.
+/// Hands the filter lists of a montage's channels from the thread that changes them to the bank that runs them.
 ///
-/// One place per channel, which holds the newest list that the bank has not taken yet: nothing grows while no block is
+/// One slot per channel holds the newest list that the bank has not read yet, so nothing grows while no block is
 /// processed. One thread publishes, another one takes; neither waits.
 class FilterFeed
 {
@@ -25,15 +25,15 @@ public:
     /// @param channel  below channels(), otherwise ignored
     void publish(std::size_t channel, const FilterList::Filters &filters);
 
-    /// One atomic load. True once something was published since the last take().
+    /// Whether something was published since the last take(); one atomic load.
     bool hasChanges() const { return m_changed.load(std::memory_order_relaxed); }
-    /// Replaces what has changed.
+    /// Replaces the lists that were published since the last call.
     /// @param lists  one list per channel
     void take(std::vector<FilterList::Filters> &lists);
 
 private:
-    std::vector<std::atomic<FilterList::Filters *>> m_waiting; ///< owned; null where nothing waits
-    std::atomic<bool> m_changed{false}; ///< set after a list was put in place, cleared before the places are emptied
+    std::vector<std::atomic<FilterList::Filters *>> m_waiting; ///< owned; null for an empty slot
+    std::atomic<bool> m_changed{false}; ///< set after a slot is filled, cleared before the slots are emptied
 };
 
 } // namespace bp

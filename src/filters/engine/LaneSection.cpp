@@ -2,143 +2,68 @@
 
 namespace bp {
 
-namespace {
-
-constexpr std::size_t kLanes = LaneSection::kLanes;
-
-/// Eight floats as a value: the loops of the operators unroll into two or more vector instructions.
-struct alignas(16) Row
-{
-    float v[kLanes];
-
-    static Row load(const float *from)
-    {
-        Row row;
-        for (std::size_t l = 0; l < kLanes; ++l) {
-            row.v[l] = from[l];
-        }
-        return row;
-    }
-    void store(float *to) const
-    {
-        for (std::size_t l = 0; l < kLanes; ++l) {
-            to[l] = v[l];
-        }
-    }
-};
-
-inline Row operator*(const Row &a, const Row &b)
-{
-    Row row;
-    for (std::size_t l = 0; l < kLanes; ++l) {
-        row.v[l] = a.v[l] * b.v[l];
-    }
-    return row;
-}
-
-inline Row operator+(const Row &a, const Row &b)
-{
-    Row row;
-    for (std::size_t l = 0; l < kLanes; ++l) {
-        row.v[l] = a.v[l] + b.v[l];
-    }
-    return row;
-}
-
-inline Row operator-(const Row &a, const Row &b)
-{
-    Row row;
-    for (std::size_t l = 0; l < kLanes; ++l) {
-        row.v[l] = a.v[l] - b.v[l];
-    }
-    return row;
-}
-
-/// The part of a step that looks at inputs only; x is two rows back.
-inline Row forward(const Row &b0, const Row &b1, const Row &b2, const float *x)
-{
-    Row acc = b0 * Row::load(x + 2 * kLanes);
-    acc = acc + b1 * Row::load(x + kLanes);
-    return acc + b2 * Row::load(x);
-}
-
-template <bool Scaled> inline void leave(const Row &row, const Row &gain, float *to)
-{
-    if constexpr (Scaled) {
-        (row * gain).store(to);
-    } else {
-        row.store(to);
-    }
-}
-
-} // namespace
-
 void LaneSection::setLane(std::size_t lane, const CascadeStage &stage)
 {
-    b0[lane] = stage.b[0];
-    b1[lane] = stage.b[1];
-    b2[lane] = stage.b[2];
-    a1[lane] = stage.a[1];
-    a2[lane] = stage.a[2];
+    const auto i = static_cast<Eigen::Index>(lane);
+    m_b0[i] = stage.b[0];
+    m_b1[i] = stage.b[1];
+    m_b2[i] = stage.b[2];
+    m_a1[i] = stage.a[1];
+    m_a2[i] = stage.a[2];
     // Times 1 changes no sample, so lanes with and without a gain run together.
-    gain[lane] = stage.scaled ? stage.gain : 1.0f;
-    scaled = scaled || stage.scaled;
+    m_gain[i] = stage.scaled ? stage.gain : 1.0f;
+    m_scaled = m_scaled || stage.scaled;
 }
 
-void LaneSection::loadOutputs(std::size_t lane, const CascadeStage &stage)
+void LaneSection::loadHistory(std::size_t lane, const CascadeStage &stage)
 {
-    y0[lane] = stage.y[0];
-    y1[lane] = stage.y[1];
+    const auto i = static_cast<Eigen::Index>(lane);
+    m_x0[i] = stage.x[0];
+    m_x1[i] = stage.x[1];
+    m_y0[i] = stage.y[0];
+    m_y1[i] = stage.y[1];
 }
 
-void LaneSection::storeOutputs(std::size_t lane, const CascadeStage &stage) const
+void LaneSection::storeHistory(std::size_t lane, const CascadeStage &stage) const
 {
-    stage.y[0] = y0[lane];
-    stage.y[1] = y1[lane];
+    const auto i = static_cast<Eigen::Index>(lane);
+    stage.x[0] = m_x0[i];
+    stage.x[1] = m_x1[i];
+    stage.y[0] = m_y0[i];
+    stage.y[1] = m_y1[i];
 }
 
-void LaneSection::run(const float *in, float *out, std::size_t rows)
+void LaneSection::run(float *rows, std::size_t count)
 {
-    if (scaled) {
-        runRows<true>(in, out, rows);
+    if (m_scaled) {
+        runRows<true>(rows, count);
     } else {
-        runRows<false>(in, out, rows);
+        runRows<false>(rows, count);
     }
 }
 
-// Two rows per turn: the outputs swap places as history, which saves moving them.
-template <bool Scaled> void LaneSection::runRows(const float *in, float *out, std::size_t rows)
+template <bool Scaled> void LaneSection::runRows(float *rows, std::size_t count)
 {
-    const Row rb0 = Row::load(b0.data());
-    const Row rb1 = Row::load(b1.data());
-    const Row rb2 = Row::load(b2.data());
-    const Row ra1 = Row::load(a1.data());
-    const Row ra2 = Row::load(a2.data());
-    const Row rgain = Row::load(gain.data());
-    Row last = Row::load(y0.data());
-    Row beforeLast = Row::load(y1.data());
-    for (; rows >= 2; rows -= 2, in += 2 * kLanes, out += 2 * kLanes) {
-        Row first = forward(rb0, rb1, rb2, in);
-        first = first - ra1 * last;
-        first = first - ra2 * beforeLast;
-        leave<Scaled>(first, rgain, out);
-        Row second = forward(rb0, rb1, rb2, in + kLanes);
-        second = second - ra1 * first;
-        second = second - ra2 * last;
-        leave<Scaled>(second, rgain, out + kLanes);
-        beforeLast = first;
-        last = second;
+    LaneSection s = *this; // a local copy, which compilers keep in registers
+    for (std::size_t i = 0; i < count; ++i, rows += kLanes) {
+        Eigen::Map<Lanes> row(rows);
+        const Lanes in = row;
+        Lanes acc = s.m_b0 * in;
+        acc += s.m_b1 * s.m_x0;
+        acc += s.m_b2 * s.m_x1;
+        acc -= s.m_a1 * s.m_y0;
+        acc -= s.m_a2 * s.m_y1;
+        s.m_x1 = s.m_x0;
+        s.m_x0 = in;
+        s.m_y1 = s.m_y0;
+        s.m_y0 = acc;
+        if constexpr (Scaled) {
+            row = acc * s.m_gain;
+        } else {
+            row = acc;
+        }
     }
-    if (rows != 0) {
-        Row single = forward(rb0, rb1, rb2, in);
-        single = single - ra1 * last;
-        single = single - ra2 * beforeLast;
-        leave<Scaled>(single, rgain, out);
-        beforeLast = last;
-        last = single;
-    }
-    last.store(y0.data());
-    beforeLast.store(y1.data());
+    *this = s;
 }
 
 } // namespace bp

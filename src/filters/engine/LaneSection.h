@@ -2,38 +2,40 @@
 
 #include "filters/engine/CascadeStage.h"
 
-#include <array>
+#include <Eigen/Core>
+
 #include <cstddef>
 
 namespace bp {
 
-/// Eight second-order sections side by side, each with coefficients and a history of its own.
+/// Eight second-order sections side by side, each with its own coefficients and history.
 ///
-/// A row is one sample of every lane, eight floats. A lane that was not set gives zeros. The inner loops have constant
-/// trip counts over plain floats, for the compiler to turn into vector instructions.
-struct LaneSection
+/// A row is one sample of every lane, eight floats. A lane that was not set gives zeros.
+class LaneSection
 {
+public:
     static constexpr std::size_t kLanes = 8;
-    using Lanes = std::array<float, kLanes>;
 
-    /// Takes the coefficients over, not the history.
+    /// Copies the coefficients, not the history.
     void setLane(std::size_t lane, const CascadeStage &stage);
-    void loadOutputs(std::size_t lane, const CascadeStage &stage);
-    void storeOutputs(std::size_t lane, const CascadeStage &stage) const;
+    void loadHistory(std::size_t lane, const CascadeStage &stage);
+    void storeHistory(std::size_t lane, const CascadeStage &stage) const;
 
-    /// One step per row, in the order of operations of CascadeStage.
-    /// @param in   the two rows before the first, then the rows
-    /// @param out  the rows that leave; must not overlap in
-    void run(const float *in, float *out, std::size_t rows);
-
-    Lanes b0{}, b1{}, b2{}, a1{}, a2{};
-    Lanes gain{};
-    Lanes x0{}, x1{}; ///< kept for the owner between two runs; run() finds the inputs in its rows
-    Lanes y0{}, y1{}; ///< last outputs before the gain, newest first
-    bool scaled = false; ///< some lane has a gain
+    /// Filters the rows in place, each with one step in the order of operations of CascadeStage.
+    void run(float *rows, std::size_t count);
 
 private:
-    template <bool Scaled> void runRows(const float *in, float *out, std::size_t rows);
+    using Lanes = Eigen::Array<float, kLanes, 1>;
+
+    template <bool Scaled> void runRows(float *rows, std::size_t count);
+
+    static Lanes zeros() { return Lanes::Zero(); }
+
+    Lanes m_b0 = zeros(), m_b1 = zeros(), m_b2 = zeros(), m_a1 = zeros(), m_a2 = zeros();
+    Lanes m_gain = zeros();
+    Lanes m_x0 = zeros(), m_x1 = zeros(); ///< last inputs, newest first
+    Lanes m_y0 = zeros(), m_y1 = zeros(); ///< last outputs before the gain, newest first
+    bool m_scaled = false; ///< at least one lane has a gain
 };
 
 } // namespace bp

@@ -4,7 +4,7 @@
 
 namespace bp {
 
-/// Brings a channel to another length with a Hann-windowed sinc of 2 · halfWidth input samples.
+/// Resamples a channel to another length with a Hann-windowed sinc of 2 · halfWidth input samples.
 ///
 /// Output sample i lies at i · inLength / outLength of the input. Nothing is padded at the ends, and a shorter output
 /// gets no extra low-pass. in and out may not overlap.
