@@ -10,13 +10,13 @@ EDFConverter::EDFConverter(QObject *parent)
 
 QStringList EDFConverter::channelLabels(const QString &path, QString *error)
 {
-    bp::EdfSource source;
+    bp::EdfInput source;
     QString reason;
     const bool opened = source.open(path, reason);
     if (error != nullptr) {
         *error = opened ? QString() : QStringLiteral("Cannot read %1: %2.").arg(path, reason);
     }
-    return opened ? bp::ChannelChoice::labelsOf(source.facts()) : QStringList();
+    return opened ? bp::ChannelChoice::labelsOf(source.header()) : QStringList();
 }
 
 bool EDFConverter::crop(const QString &source, const QString &target, double from, double to)

@@ -105,7 +105,7 @@ bool EDFReader::internalOpen()
     m_startDateTime = startOf(header);
     m_channelCount = header.edfsignals;
     m_durationSeconds = header.file_duration / EDFLIB_TIME_DIMENSION;
-    takeHeaderTexts();
+    readHeaderTexts();
     if (m_channelCount > 0) {
         m_sampleRate = getChannelSampleRate(0);
         fillMontage();
@@ -127,7 +127,7 @@ void EDFReader::forgetFile()
     m_equipment.clear();
 }
 
-void EDFReader::takeHeaderTexts()
+void EDFReader::readHeaderTexts()
 {
     const edf_hdr_struct &header = m_session->header();
     const bool plus = header.filetype == EDFLIB_FILETYPE_EDFPLUS || header.filetype == EDFLIB_FILETYPE_BDFPLUS;

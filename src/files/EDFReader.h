@@ -119,7 +119,7 @@ public:
 private:
     bool internalOpen();
     void forgetFile();
-    void takeHeaderTexts();
+    void readHeaderTexts();
     void fillMontage();
     const edf_param_struct &signalAt(int channel) const;
     unsigned samplesFrom(unsigned channel, long long offset) const;

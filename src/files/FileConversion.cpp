@@ -2,7 +2,7 @@
 
 #include "base/FileUtilities.h"
 #include "common/BPCommon.h"
-#include "files/edf/EdfClaim.h"
+#include "files/edf/EdfFileLock.h"
 
 #include <QFileInfo>
 #include <QStringList>
@@ -53,7 +53,7 @@ QString FileConversion::targetFault(const QStringList &sources, const QString &t
             return QStringLiteral("%1 is the source and the target; choose another name for the result.").arg(target);
         }
     }
-    const QString fault = bp::EdfClaim::replaceFault(target);
+    const QString fault = bp::EdfFileLock::replaceFault(target);
     if (!fault.isEmpty()) {
         return QStringLiteral("Cannot write %1: %2.").arg(target, fault);
     }

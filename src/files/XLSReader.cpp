@@ -4,7 +4,7 @@
 #include "base/LanguageContext.h"
 #include "common/BPCommon.h"
 #include "files/workbook/RhythmSheet.h"
-#include "files/workbook/WorkbookGuard.h"
+#include "files/workbook/WorkbookCheck.h"
 
 #include <QBuffer>
 #include <QFile>

@@ -36,7 +36,7 @@ QString assign(QByteArray &field, const QString &text, int width, const char *wh
     return QString();
 }
 
-QString scale(bp::EdfChannelFacts &channel, double factor)
+QString scale(bp::EdfSignalHeader &channel, double factor)
 {
     if (!std::isfinite(factor) || factor == 0.0) {
         return QStringLiteral("A channel cannot be scaled with %1.").arg(factor);
@@ -55,9 +55,9 @@ QString scale(bp::EdfChannelFacts &channel, double factor)
 }
 
 /// Number of the channel with a label or "#number"; −1 with the reason.
-int findChannel(const bp::EdfFacts &facts, const QString &name, QString &error)
+int findChannel(const bp::EdfHeader &header, const QString &name, QString &error)
 {
-    const QStringList labels = bp::ChannelChoice::labelsOf(facts);
+    const QStringList labels = bp::ChannelChoice::labelsOf(header);
     const int count = labels.count(name.trimmed());
     if (count == 1) {
         return labels.indexOf(name.trimmed());
@@ -77,7 +77,7 @@ int findChannel(const bp::EdfFacts &facts, const QString &name, QString &error)
 }
 
 /// @param channel as it is in the source
-QString change(bp::EdfChannelFacts &channel, const EDFChannelChange &wanted)
+QString change(bp::EdfSignalHeader &channel, const EDFChannelChange &wanted)
 {
     QString fault = bp::ChannelChoice::name(channel, wanted.label, wanted.unit);
     fault = fault.isEmpty() ? scale(channel, wanted.factor) : fault;
@@ -98,7 +98,7 @@ QString change(bp::EdfChannelFacts &channel, const EDFChannelChange &wanted)
 
 namespace bp {
 
-QString ChannelChoice::choose(const EdfFacts &source, const QVector<EDFChannelChange> &changes)
+QString ChannelChoice::choose(const EdfHeader &source, const QVector<EDFChannelChange> &changes)
 {
     for (int i = 0; changes.isEmpty() && i < source.channels.size(); ++i) {
         m_numbers << i;
@@ -110,7 +110,7 @@ QString ChannelChoice::choose(const EdfFacts &source, const QVector<EDFChannelCh
         if (number < 0) {
             return fault;
         }
-        EdfChannelFacts channel = source.channels[number];
+        EdfSignalHeader channel = source.channels[number];
         fault = change(channel, wanted);
         if (!fault.isEmpty()) {
             return fault;
@@ -131,16 +131,16 @@ Ratio ChannelChoice::rateOf(double hz)
     return Ratio::of(std::llround(hz * 1e6), 1'000'000);
 }
 
-QStringList ChannelChoice::labelsOf(const EdfFacts &facts)
+QStringList ChannelChoice::labelsOf(const EdfHeader &header)
 {
     QStringList labels;
-    for (const EdfChannelFacts &channel : facts.channels) {
+    for (const EdfSignalHeader &channel : header.channels) {
         labels << QString::fromLatin1(channel.label);
     }
     return labels;
 }
 
-QString ChannelChoice::name(EdfChannelFacts &channel, const QString &label, const QString &unit)
+QString ChannelChoice::name(EdfSignalHeader &channel, const QString &label, const QString &unit)
 {
     const QString fault = assign(channel.label, label, EdfLayout::kLabelWidth, "label");
     return fault.isEmpty() ? assign(channel.unit, unit, EdfLayout::kNumberWidth, "unit") : fault;

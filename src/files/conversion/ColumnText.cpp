@@ -21,7 +21,7 @@ int decimalsOf(const QByteArray &text)
 
 namespace bp {
 
-bool ColumnRange::setLimits(EdfChannelFacts &channel, bool bdf) const
+bool ColumnRange::setLimits(EdfSignalHeader &channel, bool bdf) const
 {
     channel.digitalMinimum = bdf ? -8388608 : -32768;
     channel.digitalMaximum = bdf ? 8388607 : 32767;

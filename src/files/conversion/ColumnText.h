@@ -1,7 +1,7 @@
 #pragma once
 
 #include "files/conversion/TextRows.h"
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 #include <QStringList>
 #include <QVector>
@@ -20,7 +20,7 @@ struct ColumnRange
     int decimals = 0; ///< most that any value has; negative: with exponents
 
     /// Limits that hold every value, exactly where the decimals allow it.
-    bool setLimits(EdfChannelFacts &channel, bool bdf) const;
+    bool setLimits(EdfSignalHeader &channel, bool bdf) const;
 };
 
 /// Columns of numbers of one or several text files, row by row.

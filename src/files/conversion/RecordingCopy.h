@@ -1,9 +1,9 @@
 #pragma once
 
 #include "files/conversion/ChannelChoice.h"
-#include "files/conversion/RateChanger.h"
+#include "files/conversion/Resampler.h"
+#include "files/edf/EdfInput.h"
 #include "files/edf/EdfRecordPlan.h"
-#include "files/edf/EdfSource.h"
 
 #include <functional>
 #include <memory>
@@ -29,15 +29,15 @@ public:
     QString notice() const { return m_source.notice(); }
 
 private:
-    /// A stretch of signal without a pause.
-    struct Stretch
+    /// A segment of signal without a pause.
+    struct Segment
     {
         qint64 first = 0; ///< record
         qint64 records = 0;
         qint64 onset = 0; ///< ticks in the file
     };
 
-    QString chooseStretch();
+    QString chooseSegment();
     QString planTime();
     qint64 planSteps(double densest);
     QString copy(const QString &target, const Tick &tick);
@@ -50,15 +50,15 @@ private:
     double m_to = -1.0;
     bool m_isWhole = true;
 
-    EdfSource m_source;
-    Stretch m_stretch;
+    EdfInput m_source;
+    Segment m_segment;
     ChannelChoice m_choice;
-    EdfFacts m_facts; ///< of the target
+    EdfHeader m_header; ///< of the target
     Ratio m_step;
-    qint64 m_firstStep = 0; ///< from the beginning of the stretch
+    qint64 m_firstStep = 0; ///< from the beginning of the segment
     EdfRecordPlan m_plan;
-    QVector<EdfNote> m_notes;
-    std::vector<std::unique_ptr<RateChanger>> m_changers; ///< null: copied
+    QVector<EdfAnnotation> m_annotations;
+    std::vector<std::unique_ptr<Resampler>> m_resamplers; ///< null: copied
     std::vector<qint32> m_input; ///< of a rate changer
     std::vector<double> m_values;
 };

@@ -1,7 +1,7 @@
 #include "files/conversion/TextImport.h"
 
 #include "files/conversion/ChannelChoice.h"
-#include "files/edf/EdfSink.h"
+#include "files/edf/EdfOutput.h"
 
 #include <QLocale>
 
@@ -38,8 +38,8 @@ QString TextImport::write(const QString &target, const Tick &tick)
     if (!fault.isEmpty()) {
         return fault;
     }
-    EdfSink sink;
-    if (!sink.open(target, m_facts, m_plan, {}, fault)) {
+    EdfOutput sink;
+    if (!sink.open(target, m_header, m_plan, {}, fault)) {
         return cannotWrite(target, fault);
     }
     return fill(sink, target, tick);
@@ -56,15 +56,15 @@ QString TextImport::plan(const QString &target)
         return QStringLiteral("The format holds dates from 1985 to 2084, not %1; choose another start.")
             .arg(m_format.start.date().toString(Qt::ISODate));
     }
-    m_facts.bdf = target.endsWith(QLatin1String(".bdf"), Qt::CaseInsensitive);
-    m_facts.plus = true;
-    m_facts.start = isDated ? QDateTime(m_format.start.date(), m_format.start.time(), Qt::UTC)
-                            : QDateTime(QDate(1985, 1, 1), QTime(0, 0), Qt::UTC);
-    m_facts.patient = "X X X X";
-    m_facts.recording = "Startdate " + (isDated ? edfPlusDate(m_facts.start.date()) : QByteArray("X")) + " X X X";
+    m_header.bdf = target.endsWith(QLatin1String(".bdf"), Qt::CaseInsensitive);
+    m_header.plus = true;
+    m_header.start = isDated ? QDateTime(m_format.start.date(), m_format.start.time(), Qt::UTC)
+                             : QDateTime(QDate(1985, 1, 1), QTime(0, 0), Qt::UTC);
+    m_header.patient = "X X X X";
+    m_header.recording = "Startdate " + (isDated ? edfPlusDate(m_header.start.date()) : QByteArray("X")) + " X X X";
     const Ratio rate = ChannelChoice::rateOf(m_format.rate);
     m_plan = EdfRecordPlan::make({rate.den, rate.num}, m_text.rows(),
-                                 static_cast<qint64>(m_ranges.size()) * m_facts.sampleBytes(), kEdfTicks);
+                                 static_cast<qint64>(m_ranges.size()) * m_header.sampleBytes(), kEdfTicks);
     if (m_plan.stepsPerRecord == 0) {
         return QStringLiteral("A rate of %1 Hz does not fit into records of one duration; choose another.")
             .arg(m_format.rate);
@@ -75,22 +75,22 @@ QString TextImport::plan(const QString &target)
 QString TextImport::addChannels(const QStringList &labels)
 {
     for (int i = 0; i < labels.size(); ++i) {
-        EdfChannelFacts channel;
+        EdfSignalHeader channel;
         const QString fault = ChannelChoice::name(channel, labels[i], m_format.unit);
         if (!fault.isEmpty()) {
             return fault;
         }
         channel.samplesPerRecord = static_cast<int>(m_plan.stepsPerRecord);
-        if (!m_ranges[static_cast<std::size_t>(i)].setLimits(channel, m_facts.bdf)) {
+        if (!m_ranges[static_cast<std::size_t>(i)].setLimits(channel, m_header.bdf)) {
             return QStringLiteral("The values of %1 are too large or too small for the format; choose another unit.")
                 .arg(labels[i]);
         }
-        m_facts.channels << channel;
+        m_header.channels << channel;
     }
     return QString();
 }
 
-QString TextImport::fill(EdfSink &sink, const QString &target, const Tick &tick)
+QString TextImport::fill(EdfOutput &sink, const QString &target, const Tick &tick)
 {
     const auto perRecord = static_cast<std::size_t>(m_plan.stepsPerRecord);
     m_samples.resize(perRecord * m_ranges.size());
@@ -119,7 +119,7 @@ QString TextImport::fill(EdfSink &sink, const QString &target, const Tick &tick)
 void TextImport::store(const std::vector<double> &row, std::size_t at)
 {
     for (std::size_t c = 0; c < row.size(); ++c) {
-        const EdfChannelFacts &channel = m_facts.channels[static_cast<int>(c)];
+        const EdfSignalHeader &channel = m_header.channels[static_cast<int>(c)];
         const double digital = channel.digitalMinimum + (row[c] - channel.physicalMinimum.toDouble()) / channel.gain();
         m_samples[c * static_cast<std::size_t>(channel.samplesPerRecord) + at] = channel.clipped(digital);
     }

@@ -8,7 +8,7 @@
 
 namespace bp {
 
-class EdfSink;
+class EdfOutput;
 
 /// Makes an EDF or BDF file of columns of numbers, which are read twice: for their ranges, and to be written.
 class TextImport
@@ -24,13 +24,13 @@ public:
 private:
     QString plan(const QString &target);
     QString addChannels(const QStringList &labels);
-    QString fill(EdfSink &sink, const QString &target, const Tick &tick);
+    QString fill(EdfOutput &sink, const QString &target, const Tick &tick);
     void store(const std::vector<double> &row, std::size_t at);
 
     EDFTextFormat m_format;
     ColumnText m_text;
     std::vector<ColumnRange> m_ranges; ///< one per channel
-    EdfFacts m_facts;
+    EdfHeader m_header;
     EdfRecordPlan m_plan;
     std::vector<qint32> m_samples; ///< of the record, channel after channel
 };

@@ -1,6 +1,6 @@
 #include "files/edf/EdfHeaderRepair.h"
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 #include "files/edf/EdfLayout.h"
 
 #include <QRegularExpression>
@@ -141,8 +141,8 @@ void mendAnnotationSignals(QByteArray &header, const EdfLayout &layout)
 
 QString startFault(const EdfLayout &layout)
 {
-    const QByteArray date = layout.header.mid(EdfLayout::kStartAt, kDateWidth);
-    const QByteArray time = layout.header.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth);
+    const QByteArray date = layout.headerBytes.mid(EdfLayout::kStartAt, kDateWidth);
+    const QByteArray time = layout.headerBytes.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth);
     if (!bp::edfDate(date).isValid()) {
         return QStringLiteral("its date \"%1\" is none").arg(QString::fromLatin1(date));
     }
@@ -189,7 +189,7 @@ namespace bp {
 
 QByteArray EdfHeaderRepair::mended(const EdfLayout &layout)
 {
-    QByteArray header = layout.header;
+    QByteArray header = layout.headerBytes;
     mendStart(header);
     for (const int position : {EdfLayout::kPatientAt, EdfLayout::kRecordingAt}) {
         put(header, position, EdfLayout::kTextWidth, ascii(header.mid(position, EdfLayout::kTextWidth)));

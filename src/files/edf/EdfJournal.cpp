@@ -67,18 +67,18 @@ QList<EdfJournal::Entry> EdfJournal::read(const QString &recording, const QByteA
     return entries;
 }
 
-QVector<EdfNote> EdfJournal::missing(const QList<Entry> &entries, const QVector<EdfNote> &present)
+QVector<EdfAnnotation> EdfJournal::missing(const QList<Entry> &entries, const QVector<EdfAnnotation> &present)
 {
     std::map<std::pair<qint64, QByteArray>, int> counts;
-    for (const EdfNote &note : present) {
-        ++counts[{note.onset, note.text}];
+    for (const EdfAnnotation &annotation : present) {
+        ++counts[{annotation.onset, annotation.text}];
     }
-    QVector<EdfNote> missing;
+    QVector<EdfAnnotation> missing;
     for (const Entry &entry : entries) {
-        const EdfNote note{entry.onset * kTicksPerUnit, entry.duration < 0 ? -1 : entry.duration * kTicksPerUnit,
-                           entry.text};
-        if (--counts[{note.onset, note.text}] < 0) {
-            missing << note;
+        const EdfAnnotation annotation{entry.onset * kTicksPerUnit,
+                                       entry.duration < 0 ? -1 : entry.duration * kTicksPerUnit, entry.text};
+        if (--counts[{annotation.onset, annotation.text}] < 0) {
+            missing << annotation;
         }
     }
     return missing;
@@ -108,7 +108,7 @@ void EdfJournal::begin(const QString &recording, const QByteArray &identity)
     }
 }
 
-bool EdfJournal::note(const Entry &entry)
+bool EdfJournal::append(const Entry &entry)
 {
     if (!m_isUsable || !(m_file.isOpen() || create())) {
         m_isComplete = false;

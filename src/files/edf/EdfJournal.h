@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 #include <QByteArray>
 #include <QFile>
@@ -33,7 +33,7 @@ public:
     /// last line is left out.
     static QList<Entry> read(const QString &recording, const QByteArray &identity);
     /// Those that are not among a file's annotations.
-    static QVector<EdfNote> missing(const QList<Entry> &entries, const QVector<EdfNote> &present);
+    static QVector<EdfAnnotation> missing(const QList<Entry> &entries, const QVector<EdfAnnotation> &present);
 
     /// Whether a recording's journal has any labels, whatever recording of that name they are of.
     static bool hasEntries(const QString &recording);
@@ -42,7 +42,7 @@ public:
     /// one with labels stays, and this recording has none. The file is created with the first entry.
     void begin(const QString &recording, const QByteArray &identity);
     /// @return false when the journal could not take it
-    bool note(const Entry &entry);
+    bool append(const Entry &entry);
     /// Whether it took every entry.
     bool isComplete() const { return m_isComplete; }
     /// Removes the journal: all of it is in the recording.

@@ -34,7 +34,7 @@ public:
     void hold(qint64 first, qint64 last);
 
 private:
-    template <class Take> bool forEachBlock(int signal, qint64 from, qint64 count, const Take &take);
+    template <class Visit> bool forEachBlock(int signal, qint64 from, qint64 count, const Visit &visit);
     void fetch(qint64 first, qint64 records);
     const char *recordData(qint64 record, int signal, qint64 lastRecord);
 

@@ -1,7 +1,7 @@
 #include "files/edf/EdfSession.h"
 
 #include "common/BPCommon.h"
-#include "files/edf/EdfContents.h"
+#include "files/edf/EdfFileScan.h"
 #include "files/edf/EdfLibrary.h"
 
 #include <QDebug>
@@ -21,15 +21,15 @@ bool isOversized(const QString &path)
     return file.open(QIODevice::ReadOnly) && bp::EdfLayout::read(file).recordBytes > bp::EdfLayout::kMostRecordBytes;
 }
 
-edf_annotation_struct ofLibrary(const bp::EdfNote &note)
+edf_annotation_struct ofLibrary(const bp::EdfAnnotation &annotation)
 {
     edf_annotation_struct result{};
-    result.onset = note.onset;
-    result.duration_l = note.duration < 0 ? -EDFLIB_TIME_DIMENSION : note.duration;
-    if (note.duration >= 0) {
-        qstrncpy(result.duration, bp::edfSeconds(note.duration).constData(), sizeof(result.duration));
+    result.onset = annotation.onset;
+    result.duration_l = annotation.duration < 0 ? -EDFLIB_TIME_DIMENSION : annotation.duration;
+    if (annotation.duration >= 0) {
+        qstrncpy(result.duration, bp::edfSeconds(annotation.duration).constData(), sizeof(result.duration));
     }
-    qstrncpy(result.annotation, note.text.constData(), sizeof(result.annotation));
+    qstrncpy(result.annotation, annotation.text.constData(), sizeof(result.annotation));
     return result;
 }
 
@@ -70,16 +70,16 @@ int EdfSession::openInLibrary(bool shares, QString &reason)
         reason = QStringLiteral("it has format errors: its data records are too large");
         return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
-    EdfContents contents(m_path);
+    EdfFileScan scan(m_path);
     int code = EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
-    if (code == 0 && (contents.misleadsLibrary() || !contents.reason().isEmpty())) {
+    if (code == 0 && (scan.misleadsLibrary() || !scan.reason().isEmpty())) {
         // EDFlib takes a day that no month has, limits that are no numbers, and annotations of the other format.
         EdfLibrary::close(m_header->handle);
         code = EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
     if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
         || (code == EDFLIB_FILE_ALREADY_OPENED && shares)) {
-        code = openStandIn(contents, code, reason);
+        code = openStandIn(scan, code, reason);
     }
     if (code == 0 && !m_records.open(m_path, m_header->edfsignals)) {
         EdfLibrary::close(m_header->handle);
@@ -89,11 +89,11 @@ int EdfSession::openInLibrary(bool shares, QString &reason)
 }
 
 /// For a file that EDFlib refused with that code.
-int EdfSession::openStandIn(EdfContents &contents, int code, QString &reason)
+int EdfSession::openStandIn(EdfFileScan &scan, int code, QString &reason)
 {
-    contents.readAnnotations();
-    reason = contents.reason();
-    m_standIn = reason.isEmpty() ? contents.standIn() : nullptr;
+    scan.readAnnotations();
+    reason = scan.reason();
+    m_standIn = reason.isEmpty() ? scan.standIn() : nullptr;
     if (!m_standIn) {
         return code;
     }
@@ -103,20 +103,20 @@ int EdfSession::openStandIn(EdfContents &contents, int code, QString &reason)
     if (code != 0) {
         return code;
     }
-    m_header->datarecords_in_file = contents.records();
-    m_header->file_duration = m_header->datarecord_duration * contents.records();
-    m_header->starttime_subsecond = contents.firstOnset();
+    m_header->datarecords_in_file = scan.records();
+    m_header->file_duration = m_header->datarecord_duration * scan.records();
+    m_header->starttime_subsecond = scan.firstOnset();
     for (int i = 0; i < m_header->edfsignals; ++i) {
-        m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * contents.records();
+        m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * scan.records();
     }
-    for (const EdfNote &note : contents.notes()) {
-        m_annotations << ofLibrary(note);
+    for (const EdfAnnotation &annotation : scan.annotations()) {
+        m_annotations << ofLibrary(annotation);
     }
     m_header->annotations_in_file = m_annotations.size();
-    for (const EdfPause &pause : contents.pauses()) {
-        m_gaps << EDFGap{edfTime(pause.record * contents.recordTicks()), edfTime(pause.start), edfTime(pause.duration)};
+    for (const EdfPause &pause : scan.pauses()) {
+        m_gaps << EDFGap{edfTime(pause.record * scan.recordTicks()), edfTime(pause.start), edfTime(pause.duration)};
     }
-    m_notice = contents.notice();
+    m_notice = scan.notice();
     return 0;
 }
 
@@ -146,19 +146,19 @@ void EdfSession::addJournal()
 {
     QFile file(m_path);
     const QByteArray header = file.open(QIODevice::ReadOnly) ? file.read(EdfLayout::kFixedBytes) : QByteArray();
-    QVector<EdfNote> present;
+    QVector<EdfAnnotation> present;
     for (const edf_annotation_struct &annotation : qAsConst(m_annotations)) {
-        present << EdfNote{annotation.onset, annotation.duration_l, QByteArray(annotation.annotation)};
+        present << EdfAnnotation{annotation.onset, annotation.duration_l, QByteArray(annotation.annotation)};
     }
-    const QVector<EdfNote> missing =
+    const QVector<EdfAnnotation> missing =
         EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(header)), present);
-    for (const EdfNote &note : missing) {
-        m_annotations << ofLibrary(note);
+    for (const EdfAnnotation &annotation : missing) {
+        m_annotations << ofLibrary(annotation);
     }
     if (!missing.isEmpty()) {
         const bool isPlus =
             m_header->filetype == EDFLIB_FILETYPE_EDFPLUS || m_header->filetype == EDFLIB_FILETYPE_BDFPLUS;
-        m_notice = EdfContents::missingNotice(m_path, missing.size(), isPlus);
+        m_notice = EdfFileScan::missingNotice(m_path, missing.size(), isPlus);
     }
 }
 

@@ -14,7 +14,7 @@ struct edf_hdr_struct;
 
 namespace bp {
 
-class EdfContents;
+class EdfFileScan;
 
 /// A file that is open for reading: in EDFlib, or for one that EDFlib refuses although its data are sound, as a
 /// stand-in there. What was found stays until the next open().
@@ -43,7 +43,7 @@ public:
 
 private:
     int openInLibrary(bool shares, QString &reason);
-    int openStandIn(EdfContents &contents, int code, QString &reason);
+    int openStandIn(EdfFileScan &scan, int code, QString &reason);
     void addJournal();
     void forget();
 

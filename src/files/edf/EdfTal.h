@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 namespace bp {
 
@@ -18,7 +18,7 @@ public:
     /// Appends the annotations of a block.
     /// @param keepsTime the block begins with the record's onset, whose first text, if empty, is none
     /// @return how many lists are malformed
-    static int appendNotes(const QByteArray &block, bool keepsTime, QVector<EdfNote> &notes);
+    static int appendAnnotations(const QByteArray &block, bool keepsTime, QVector<EdfAnnotation> &annotations);
     /// The list of one annotation, without the zero behind it.
     /// @param onset    seconds without a sign
     /// @param duration seconds; empty: none

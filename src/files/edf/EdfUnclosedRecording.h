@@ -6,7 +6,7 @@ namespace bp {
 
 /// What a recording that could not be completed has left at a path: a file that was not closed, the journal of its
 /// labels, or both. EDFRescue makes a sound recording of it, so that it is never overwritten.
-class EdfUnrepaired
+class EdfUnclosedRecording
 {
 public:
     /// Whether the file at that path is such a recording.

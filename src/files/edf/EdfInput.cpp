@@ -1,4 +1,4 @@
-#include "files/edf/EdfSource.h"
+#include "files/edf/EdfInput.h"
 
 #include <QFileInfo>
 
@@ -18,7 +18,7 @@ QDateTime parseStart(const QByteArray &text)
 
 namespace bp {
 
-bool EdfSource::open(const QString &path, QString &error)
+bool EdfInput::open(const QString &path, QString &error)
 {
     const QFileInfo info(path);
     if (!info.exists()) {
@@ -26,40 +26,40 @@ bool EdfSource::open(const QString &path, QString &error)
     } else if (!info.isFile()) {
         error = QStringLiteral("it is not a file");
     } else {
-        m_contents = std::make_unique<EdfContents>(path);
-        error = m_contents->reason();
+        m_scan = std::make_unique<EdfFileScan>(path);
+        error = m_scan->reason();
     }
-    if (!error.isEmpty() || !takeFacts(error)) {
+    if (!error.isEmpty() || !readHeader(error)) {
         return false;
     }
-    const EdfLayout &layout = m_contents->layout();
+    const EdfLayout &layout = m_scan->layout();
     if (!m_records.open(path, layout.signalCount - layout.annotationSignals.size())) {
         error = QStringLiteral("reading failed");
     }
     return error.isEmpty();
 }
 
-bool EdfSource::takeFacts(QString &error)
+bool EdfInput::readHeader(QString &error)
 {
-    const EdfLayout &layout = m_contents->layout();
-    m_facts.bdf = layout.isBdf;
-    m_facts.plus = !layout.annotationSignals.isEmpty();
-    m_facts.patient = layout.field(EdfLayout::kPatientAt, EdfLayout::kTextWidth);
-    m_facts.recording = layout.field(EdfLayout::kRecordingAt, EdfLayout::kTextWidth);
-    m_facts.start = parseStart(layout.field(EdfLayout::kStartAt, EdfLayout::kStartWidth));
-    takeChannels(layout);
-    if (m_facts.channels.isEmpty()) {
+    const EdfLayout &layout = m_scan->layout();
+    m_header.bdf = layout.isBdf;
+    m_header.plus = !layout.annotationSignals.isEmpty();
+    m_header.patient = layout.field(EdfLayout::kPatientAt, EdfLayout::kTextWidth);
+    m_header.recording = layout.field(EdfLayout::kRecordingAt, EdfLayout::kTextWidth);
+    m_header.start = parseStart(layout.field(EdfLayout::kStartAt, EdfLayout::kStartWidth));
+    readSignals(layout);
+    if (m_header.channels.isEmpty()) {
         error = QStringLiteral("it holds annotations only, and no signal");
     } else if (recordTicks() <= 0) {
         error = QStringLiteral("its records have no duration");
-    } else if (!m_facts.start.isValid()) {
+    } else if (!m_header.start.isValid()) {
         error = QStringLiteral("its header has no valid start date and time");
     }
     confine(0, records());
     return error.isEmpty();
 }
 
-void EdfSource::takeChannels(const EdfLayout &layout)
+void EdfInput::readSignals(const EdfLayout &layout)
 {
     for (int i = 0; i < layout.signalCount; ++i) {
         const auto text = [&](int before, int width = EdfLayout::kNumberWidth) {
@@ -71,41 +71,41 @@ void EdfSource::takeChannels(const EdfLayout &layout)
             continue;
         }
         const auto samples = static_cast<int>(layout.blocks[i].samples);
-        m_facts.channels << EdfChannelFacts{label,
-                                            text(EdfLayout::kTransducerBefore, EdfLayout::kTransducerWidth),
-                                            text(EdfLayout::kDimensionBefore),
-                                            text(EdfLayout::kPrefilterBefore, EdfLayout::kPrefilterWidth),
-                                            text(EdfLayout::kPhysicalMinimumBefore),
-                                            text(EdfLayout::kPhysicalMaximumBefore),
-                                            static_cast<int>(text(EdfLayout::kDigitalMinimumBefore).toDouble()),
-                                            static_cast<int>(text(EdfLayout::kDigitalMaximumBefore).toDouble()),
-                                            samples,
-                                            Ratio::of(samples * kEdfTicks, recordTicks()),
-                                            i};
+        m_header.channels << EdfSignalHeader{label,
+                                             text(EdfLayout::kTransducerBefore, EdfLayout::kTransducerWidth),
+                                             text(EdfLayout::kDimensionBefore),
+                                             text(EdfLayout::kPrefilterBefore, EdfLayout::kPrefilterWidth),
+                                             text(EdfLayout::kPhysicalMinimumBefore),
+                                             text(EdfLayout::kPhysicalMaximumBefore),
+                                             static_cast<int>(text(EdfLayout::kDigitalMinimumBefore).toDouble()),
+                                             static_cast<int>(text(EdfLayout::kDigitalMaximumBefore).toDouble()),
+                                             samples,
+                                             Ratio::of(samples * kEdfTicks, recordTicks()),
+                                             i};
     }
 }
 
-bool EdfSource::scan(const std::function<bool()> &cancelled, QString &error)
+bool EdfInput::scan(const std::function<bool()> &cancelled, QString &error)
 {
-    m_contents->readAnnotations(cancelled);
-    error = m_contents->reason();
+    m_scan->readAnnotations(cancelled);
+    error = m_scan->reason();
     if (!error.isEmpty()) {
         return false;
     }
-    for (const EdfNote &note : m_contents->notes()) {
-        if (!note.text.isEmpty()) {
-            m_notes << note;
+    for (const EdfAnnotation &annotation : m_scan->annotations()) {
+        if (!annotation.text.isEmpty()) {
+            m_annotations << annotation;
         }
     }
-    std::stable_sort(m_notes.begin(), m_notes.end(),
-                     [](const EdfNote &a, const EdfNote &b) { return a.onset < b.onset; });
-    if (m_contents->firstOnset() > 0) {
-        m_facts.moveStart(m_contents->firstOnset());
+    std::stable_sort(m_annotations.begin(), m_annotations.end(),
+                     [](const EdfAnnotation &a, const EdfAnnotation &b) { return a.onset < b.onset; });
+    if (m_scan->firstOnset() > 0) {
+        m_header.moveStart(m_scan->firstOnset());
     }
     return true;
 }
 
-qint64 EdfSource::recordOnset(qint64 record) const
+qint64 EdfInput::recordOnset(qint64 record) const
 {
     const auto next = std::upper_bound(pauses().begin(), pauses().end(), record,
                                        [](qint64 wanted, const EdfPause &pause) { return wanted < pause.record; });
@@ -116,29 +116,29 @@ qint64 EdfSource::recordOnset(qint64 record) const
     return last.start + last.duration + (record - last.record) * recordTicks();
 }
 
-void EdfSource::confine(qint64 firstRecord, qint64 records)
+void EdfInput::confine(qint64 firstRecord, qint64 records)
 {
     m_firstRecord = firstRecord;
     m_endRecord = firstRecord + records;
 }
 
-void EdfSource::hold(qint64 firstRecord, qint64 lastRecord)
+void EdfInput::hold(qint64 firstRecord, qint64 lastRecord)
 {
     const qint64 first = std::clamp(firstRecord, m_firstRecord, m_endRecord - 1);
     m_records.hold(first, std::clamp(lastRecord, first, m_endRecord - 1));
 }
 
-bool EdfSource::read(int channel, qint64 first, int count, qint32 *out, QString &error)
+bool EdfInput::read(int channel, qint64 first, int count, qint32 *out, QString &error)
 {
-    const EdfChannelFacts &facts = m_facts.channels[channel];
-    const qint64 begin = m_firstRecord * facts.samplesPerRecord;
-    const qint64 end = m_endRecord * facts.samplesPerRecord;
+    const EdfSignalHeader &signal = m_header.channels[channel];
+    const qint64 begin = m_firstRecord * signal.samplesPerRecord;
+    const qint64 end = m_endRecord * signal.samplesPerRecord;
     const qint64 from = std::clamp(first, begin, end - 1);
     const qint64 to = std::clamp(first + count, from + 1, end);
     // Where in `out` these stand: nowhere but at an edge when all that is wanted lies outside.
     const auto at = static_cast<int>(std::clamp<qint64>(from - first, 0, count - 1));
     const auto inside = static_cast<int>(to - from);
-    if (!m_records.readDigital(facts.signal, from, inside, out + at)) {
+    if (!m_records.readDigital(signal.signal, from, inside, out + at)) {
         error = QStringLiteral("reading failed");
         return false;
     }

@@ -34,7 +34,7 @@ inline double edfTime(qint64 ticks)
 }
 
 /// One signal of an EDF or BDF file. Texts are the header's, without the blanks that fill the field.
-struct EdfChannelFacts
+struct EdfSignalHeader
 {
     QByteArray label;
     QByteArray transducer;
@@ -65,7 +65,7 @@ struct EdfChannelFacts
 };
 
 /// What an EDF or BDF file says of itself.
-struct EdfFacts
+struct EdfHeader
 {
     bool bdf = false;
     bool plus = false; ///< EDF+ or BDF+
@@ -73,7 +73,7 @@ struct EdfFacts
     QByteArray recording;
     QDateTime start; ///< whole seconds, UTC standing for whatever zone the file is of
     qint64 startTicks = 0; ///< fraction of the first second
-    QVector<EdfChannelFacts> channels;
+    QVector<EdfSignalHeader> channels;
 
     int sampleBytes() const { return bdf ? 3 : 2; }
     /// Moves the start, and the date in the texts with it.
@@ -83,7 +83,7 @@ struct EdfFacts
 };
 
 /// An annotation. Times in ticks from the first sample, pauses included.
-struct EdfNote
+struct EdfAnnotation
 {
     qint64 onset = 0;
     qint64 duration = -1; ///< negative: none

@@ -1,4 +1,4 @@
-#include "files/edf/EdfContents.h"
+#include "files/edf/EdfFileScan.h"
 
 #include "files/edf/EdfHeaderRepair.h"
 #include "files/edf/EdfTal.h"
@@ -52,7 +52,7 @@ void replaceNumber(QByteArray &header, int position, qint64 number)
 
 namespace bp {
 
-EdfContents::EdfContents(const QString &path, bool cutsTail)
+EdfFileScan::EdfFileScan(const QString &path, bool cutsTail)
     : m_path(path)
     , m_cutsTail(cutsTail)
 {
@@ -68,17 +68,17 @@ EdfContents::EdfContents(const QString &path, bool cutsTail)
 }
 
 /// Returns why the file cannot be read; empty when it can.
-QString EdfContents::examine(QFile &file)
+QString EdfFileScan::examine(QFile &file)
 {
     m_layout = EdfLayout::read(file);
-    if (m_layout.header.isEmpty()) {
+    if (m_layout.headerBytes.isEmpty()) {
         return headerFault(file);
     }
     if (m_layout.recordBytes < 1 || m_layout.recordBytes > EdfLayout::kMostRecordBytes
         || m_layout.signalCount > EDFLIB_MAXSIGNALS) {
         return QStringLiteral("its signals have numbers of samples that no record can have");
     }
-    m_layout.header = EdfHeaderRepair::mended(m_layout);
+    m_layout.headerBytes = EdfHeaderRepair::mended(m_layout);
     const QString fault = EdfHeaderRepair::fault(m_layout);
     if (!fault.isEmpty()) {
         return fault;
@@ -94,7 +94,7 @@ QString EdfContents::examine(QFile &file)
     return countFault(file.size());
 }
 
-void EdfContents::readAnnotations(const std::function<bool()> &cancelled)
+void EdfFileScan::readAnnotations(const std::function<bool()> &cancelled)
 {
     if (!m_reason.isEmpty()) {
         return;
@@ -104,20 +104,21 @@ void EdfContents::readAnnotations(const std::function<bool()> &cancelled)
     if (!m_reason.isEmpty()) {
         return;
     }
-    m_missing = EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_layout.header)), m_notes);
-    m_notes += m_missing;
+    m_missingAnnotations =
+        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_layout.headerBytes)), m_annotations);
+    m_annotations += m_missingAnnotations;
     m_notice = describe();
 }
 
-QString EdfContents::describe() const
+QString EdfFileScan::describe() const
 {
     if (m_layout.isUnclosed()) {
         return QStringLiteral("%1 was not closed, or is being recorded: its first %2 s are there, and "
                               "\"bioprocessing repair\" makes a sound copy of them.")
             .arg(m_path, QString::fromLatin1(edfSeconds(m_records * m_recordTicks)));
     }
-    if (!m_missing.isEmpty()) {
-        return missingNotice(m_path, m_missing.size(), !m_layout.annotationSignals.isEmpty());
+    if (!m_missingAnnotations.isEmpty()) {
+        return missingNotice(m_path, m_missingAnnotations.size(), !m_layout.annotationSignals.isEmpty());
     }
     QStringList faults;
     if (m_malformed > 0) {
@@ -131,7 +132,7 @@ QString EdfContents::describe() const
                             : QStringLiteral("%1 has %2.").arg(m_path, faults.join(QStringLiteral(", and ")));
 }
 
-QString EdfContents::missingNotice(const QString &path, int count, bool hasRoom)
+QString EdfFileScan::missingNotice(const QString &path, int count, bool hasRoom)
 {
     const QString remedy = QStringLiteral(": \"bioprocessing repair\" puts them into a copy");
     return QStringLiteral("%1 lacks %2 of its labels, which are beside it%3.")
@@ -140,7 +141,7 @@ QString EdfContents::missingNotice(const QString &path, int count, bool hasRoom)
         .arg(hasRoom ? remedy : QString());
 }
 
-QString EdfContents::countFault(qint64 fileBytes) const
+QString EdfFileScan::countFault(qint64 fileBytes) const
 {
     if (m_records < 1) {
         return QStringLiteral("it has no whole data record");
@@ -151,11 +152,11 @@ QString EdfContents::countFault(qint64 fileBytes) const
     if (m_layout.isUnclosed() || m_cutsTail) {
         return QString();
     }
-    const qint64 excess = fileBytes - m_layout.header.size() - m_layout.records * m_layout.recordBytes;
+    const qint64 excess = fileBytes - m_layout.headerBytes.size() - m_layout.records * m_layout.recordBytes;
     if (excess == 0 && m_layout.records <= EdfLayout::kMostRecords) {
         return QString();
     }
-    EdfContents whole(m_path, true);
+    EdfFileScan whole(m_path, true);
     whole.readAnnotations();
     const QString remedy = whole.reason().isEmpty()
         ? QStringLiteral("\"bioprocessing repair\" makes a copy of what is whole")
@@ -167,7 +168,7 @@ QString EdfContents::countFault(qint64 fileBytes) const
 
 /// After a power cut a file may have got its length but not its bytes. Where records tell their times, one that has
 /// neither a time nor a sample was not written.
-void EdfContents::dropEmptyRecords(QFile &file)
+void EdfFileScan::dropEmptyRecords(QFile &file)
 {
     if (m_layout.annotationBlocks.isEmpty()) {
         return;
@@ -186,14 +187,14 @@ void EdfContents::dropEmptyRecords(QFile &file)
     }
 }
 
-QByteArray EdfContents::recordBytes(QFile &file, qint64 record) const
+QByteArray EdfFileScan::recordBytes(QFile &file, qint64 record) const
 {
-    return file.seek(m_layout.header.size() + record * m_layout.recordBytes) ? file.read(m_layout.recordBytes)
-                                                                             : QByteArray();
+    return file.seek(m_layout.headerBytes.size() + record * m_layout.recordBytes) ? file.read(m_layout.recordBytes)
+                                                                                  : QByteArray();
 }
 
 /// Returns why they cannot be read; empty when they can.
-QString EdfContents::readLists(QFile &file, const std::function<bool()> &cancelled)
+QString EdfFileScan::readLists(QFile &file, const std::function<bool()> &cancelled)
 {
     for (qint64 record = 0; record < m_records && !m_layout.annotationSignals.isEmpty(); ++record) {
         if (record % kCheckEvery == 0 && cancelled && cancelled()) {
@@ -201,7 +202,8 @@ QString EdfContents::readLists(QFile &file, const std::function<bool()> &cancell
         }
         for (int i = 0; i < m_layout.annotationSignals.size(); ++i) {
             const qint64 bytes = m_layout.blockBytes(m_layout.annotationSignals[i]);
-            const qint64 at = m_layout.header.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[i];
+            const qint64 at =
+                m_layout.headerBytes.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[i];
             const QByteArray block = file.seek(at) ? file.read(bytes) : QByteArray();
             if (block.size() != bytes) {
                 return QStringLiteral("record %1 cannot be read").arg(record + 1);
@@ -210,21 +212,21 @@ QString EdfContents::readLists(QFile &file, const std::function<bool()> &cancell
             if (!fault.isEmpty()) {
                 return formatError(fault);
             }
-            m_malformed += EdfTal::appendNotes(block, i == 0, m_notes);
+            m_malformed += EdfTal::appendAnnotations(block, i == 0, m_annotations);
         }
     }
-    for (EdfNote &note : m_notes) {
-        note.onset -= m_firstOnset;
+    for (EdfAnnotation &annotation : m_annotations) {
+        annotation.onset -= m_firstOnset;
     }
     return QString();
 }
 
 /// Finds the pause before a record. What contradicts a file that calls itself continuous is not believed.
-QString EdfContents::placeRecord(qint64 record, qint64 onset)
+QString EdfFileScan::placeRecord(qint64 record, qint64 onset)
 {
     if (onset == EdfTal::kNoTime && !m_layout.isDiscontinuous) {
         onset = record == 0 ? 0 : m_lastOnset + m_recordTicks;
-        m_timeless.emplace_back(record, onset);
+        m_recordsWithoutTime.emplace_back(record, onset);
     }
     if (onset == EdfTal::kNoTime) {
         return QStringLiteral("record %1 of this discontinuous recording does not tell its time").arg(record + 1);
@@ -251,16 +253,16 @@ QString EdfContents::placeRecord(qint64 record, qint64 onset)
     return QString();
 }
 
-QByteArray EdfContents::header() const
+QByteArray EdfFileScan::headerBytes() const
 {
-    QByteArray header = m_layout.header;
+    QByteArray header = m_layout.headerBytes;
     replaceNumber(header, EdfLayout::kRecordCountAt, m_records);
     return header;
 }
 
-std::unique_ptr<QTemporaryFile> EdfContents::standIn() const
+std::unique_ptr<QTemporaryFile> EdfFileScan::standIn() const
 {
-    QByteArray header = m_layout.header;
+    QByteArray header = m_layout.headerBytes;
     replaceNumber(header, EdfLayout::kRecordCountAt, 1);
     if (m_layout.isDiscontinuous) {
         header[EdfLayout::kReservedAt + 4] = 'C';

@@ -1,8 +1,8 @@
-#include "files/edf/EdfClaim.h"
+#include "files/edf/EdfFileLock.h"
 
 #include "common/BPCommon.h"
 #include "files/edf/EdfLibrary.h"
-#include "files/edf/EdfUnrepaired.h"
+#include "files/edf/EdfUnclosedRecording.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -54,7 +54,7 @@ bool isOpenHere(const QString &path)
 
 namespace bp {
 
-QString EdfClaim::take(const QString &path)
+QString EdfFileLock::acquire(const QString &path)
 {
     release();
     m_setAsidePath.clear();
@@ -63,7 +63,7 @@ QString EdfClaim::take(const QString &path)
     }
     QString reason = lock(path);
     if (reason.isEmpty()) {
-        reason = EdfUnrepaired::setAside(path, m_setAsidePath);
+        reason = EdfUnclosedRecording::setAside(path, m_setAsidePath);
     }
     if (reason.isEmpty()) {
         m_file.setFileName(path);
@@ -79,7 +79,7 @@ QString EdfClaim::take(const QString &path)
 }
 
 /// Returns why the lock cannot be had; empty also where there cannot be a lock at all.
-QString EdfClaim::lock(const QString &path)
+QString EdfFileLock::lock(const QString &path)
 {
     m_lock = makeLock(path);
     if (m_lock->tryLock(0)) {
@@ -95,14 +95,14 @@ QString EdfClaim::lock(const QString &path)
     return reason;
 }
 
-void EdfClaim::release()
+void EdfFileLock::release()
 {
     m_use.release();
     m_file.close();
     m_lock.reset();
 }
 
-QString EdfClaim::replaceFault(const QString &path)
+QString EdfFileLock::replaceFault(const QString &path)
 {
     if (!QFileInfo::exists(path)) {
         return QString();
@@ -116,9 +116,10 @@ QString EdfClaim::replaceFault(const QString &path)
             return holder(path, *lock);
         }
     }
-    return EdfUnrepaired::isAt(path) ? QStringLiteral("it is a recording that was not closed; \"bioprocessing repair\" "
-                                                      "makes a sound one of it, and another name leaves it alone")
-                                     : QString();
+    return EdfUnclosedRecording::isAt(path)
+        ? QStringLiteral("it is a recording that was not closed; \"bioprocessing repair\" "
+                         "makes a sound one of it, and another name leaves it alone")
+        : QString();
 }
 
 } // namespace bp

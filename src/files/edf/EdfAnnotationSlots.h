@@ -10,7 +10,7 @@ namespace bp {
 struct EdfLayout;
 
 /// The room for annotations in the records of a file of ours: one slot per record and annotation signal.
-class EdfSlots
+class EdfAnnotationSlots
 {
 public:
     /// An annotation as it stands in a file.

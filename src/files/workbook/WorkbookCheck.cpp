@@ -1,4 +1,4 @@
-#include "files/workbook/WorkbookGuard.h"
+#include "files/workbook/WorkbookCheck.h"
 
 #include "files/workbook/Inflate.h"
 #include "files/workbook/RhythmSheet.h"

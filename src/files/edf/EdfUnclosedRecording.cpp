@@ -1,4 +1,4 @@
-#include "files/edf/EdfUnrepaired.h"
+#include "files/edf/EdfUnclosedRecording.h"
 
 #include "files/edf/EdfJournal.h"
 #include "files/edf/EdfLayout.h"
@@ -24,18 +24,18 @@ QString freeName(const QString &path)
 
 namespace bp {
 
-bool EdfUnrepaired::isAt(const QString &path)
+bool EdfUnclosedRecording::isAt(const QString &path)
 {
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) {
         return false;
     }
     const EdfLayout layout = EdfLayout::read(file);
-    return !layout.header.isEmpty()
-        && (layout.isUnclosed() || !EdfJournal::read(path, EdfJournal::identity(layout.header)).isEmpty());
+    return !layout.headerBytes.isEmpty()
+        && (layout.isUnclosed() || !EdfJournal::read(path, EdfJournal::identity(layout.headerBytes)).isEmpty());
 }
 
-QString EdfUnrepaired::setAside(const QString &path, QString &movedTo)
+QString EdfUnclosedRecording::setAside(const QString &path, QString &movedTo)
 {
     movedTo.clear();
     const bool movesRecording = isAt(path);
