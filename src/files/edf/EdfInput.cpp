@@ -33,7 +33,7 @@ bool EdfInput::open(const QString &path, QString &error)
         return false;
     }
     const EdfLayout &layout = m_scan->layout();
-    if (!m_records.open(path, layout.signalCount - layout.annotationSignals.size())) {
+    if (!m_records.open(path, layout, layout.signalCount - layout.annotationSignals.size())) {
         error = QStringLiteral("reading failed");
     }
     return error.isEmpty();

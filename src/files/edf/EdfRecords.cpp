@@ -13,7 +13,7 @@ constexpr qint64 kSmallShare = 4;
 
 namespace bp {
 
-bool EdfRecords::open(const QString &path, int channelCount)
+bool EdfRecords::open(const QString &path, const EdfLayout &layout, int channelCount)
 {
     close();
     m_file.setFileName(path);
@@ -21,8 +21,8 @@ bool EdfRecords::open(const QString &path, int channelCount)
         return false;
     }
     m_use.hold(m_file);
-    m_layout = EdfLayout::read(m_file);
-    for (int i = 0; m_layout.recordBytes > 0 && i < m_layout.signalCount; ++i) {
+    m_layout = layout;
+    for (int i = 0; i < m_layout.signalCount; ++i) {
         if (!m_layout.annotationSignals.contains(i)) {
             m_signals.push_back(i);
         }
@@ -34,7 +34,7 @@ bool EdfRecords::open(const QString &path, int channelCount)
     m_evenRates = std::all_of(m_signals.begin(), m_signals.end(), [this](int signal) {
         return m_layout.blocks[signal].samples == m_layout.blocks[m_signals.front()].samples;
     });
-    m_chunkRecords = std::max<qint64>(1, kChunkBytes / std::max<qint64>(1, m_layout.recordBytes));
+    m_chunkRecords = std::max<qint64>(1, kChunkBytes / m_layout.recordBytes);
     return true;
 }
 

@@ -14,13 +14,6 @@ constexpr int kNoFileType = -1;
 
 static_assert(bp::kEdfTicks == EDFLIB_TIME_DIMENSION, "times go to and from EDFlib as they are");
 
-/// EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
-bool isOversized(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) && bp::EdfLayout::read(file).recordBytes > bp::EdfLayout::kMostRecordBytes;
-}
-
 edf_annotation_struct ofLibrary(const bp::EdfAnnotation &annotation)
 {
     edf_annotation_struct result{};
@@ -66,11 +59,12 @@ QString EdfSession::open(const QString &path, bool shares)
 /// Returns 0 or EDFlib's code, with the reason where EDFlib does not know it.
 int EdfSession::openInLibrary(bool shares, QString &reason)
 {
-    if (isOversized(m_path)) {
+    EdfFileScan scan(m_path);
+    // EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
+    if (scan.layout().recordBytes > EdfLayout::kMostRecordBytes) {
         reason = QStringLiteral("it has format errors: its data records are too large");
         return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
-    EdfFileScan scan(m_path);
     int code = EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
     if (code == 0 && (scan.misleadsLibrary() || !scan.reason().isEmpty())) {
         // EDFlib takes a day that no month has, limits that are no numbers, and annotations of the other format.
@@ -81,7 +75,7 @@ int EdfSession::openInLibrary(bool shares, QString &reason)
         || (code == EDFLIB_FILE_ALREADY_OPENED && shares)) {
         code = openStandIn(scan, code, reason);
     }
-    if (code == 0 && !m_records.open(m_path, m_header->edfsignals)) {
+    if (code == 0 && !m_records.open(m_path, scan.layout(), m_header->edfsignals)) {
         EdfLibrary::close(m_header->handle);
         code = EDFLIB_FILE_READ_ERROR;
     }
@@ -144,14 +138,12 @@ bool EdfSession::readAnnotations()
 /// A program that is killed while it closes a recording leaves one that seems complete, but may lack annotations.
 void EdfSession::addJournal()
 {
-    QFile file(m_path);
-    const QByteArray header = file.open(QIODevice::ReadOnly) ? file.read(EdfLayout::kFixedBytes) : QByteArray();
     QVector<EdfAnnotation> present;
     for (const edf_annotation_struct &annotation : qAsConst(m_annotations)) {
         present << EdfAnnotation{annotation.onset, annotation.duration_l, QByteArray(annotation.annotation)};
     }
     const QVector<EdfAnnotation> missing =
-        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(header)), present);
+        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_records.layout().headerBytes)), present);
     for (const EdfAnnotation &annotation : missing) {
         m_annotations << ofLibrary(annotation);
     }

@@ -6,7 +6,7 @@
 #include <QXmlStreamReader>
 #include <QtEndian>
 
-#include <array>
+#include <zlib.h>
 
 namespace {
 
@@ -26,26 +26,6 @@ constexpr quint16 kMaxVersion = 20; // what Qt's reader of archives understands;
 constexpr quint16 kEncrypted = 1;
 constexpr quint16 kStored = 0;
 constexpr quint16 kDeflated = 8;
-
-quint32 checksum(const QByteArray &bytes)
-{
-    static const std::array<quint32, 256> table = [] {
-        std::array<quint32, 256> made{};
-        for (quint32 i = 0; i < 256; ++i) {
-            quint32 value = i;
-            for (int bit = 0; bit < 8; ++bit) {
-                value = (value >> 1) ^ ((value & 1) != 0 ? 0xEDB88320u : 0u);
-            }
-            made[i] = value;
-        }
-        return made;
-    }();
-    quint32 sum = 0xFFFFFFFFu;
-    for (const char byte : bytes) {
-        sum = (sum >> 8) ^ table[(sum ^ static_cast<unsigned char>(byte)) & 0xFF];
-    }
-    return ~sum;
-}
 
 class Guard
 {
@@ -123,7 +103,8 @@ private:
         bool isSound = method == kStored ? packed.size() == size
                                          : method == kDeflated && bp::inflate(packed, static_cast<int>(size), part);
         part = method == kStored ? packed : part;
-        isSound = isSound && checksum(part) == number32(entry + 16);
+        const uLong sum = crc32(0, reinterpret_cast<const Bytef *>(part.constData()), static_cast<uInt>(part.size()));
+        isSound = isSound && sum == number32(entry + 16);
         if (!isSound) {
             fail("a part of it is damaged");
         } else if (name.endsWith(".xml") || name.endsWith(".rels")) {
