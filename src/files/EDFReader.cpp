@@ -17,11 +17,6 @@
 
 namespace {
 
-double inSeconds(long long edfTime)
-{
-    return static_cast<double>(edfTime) / static_cast<double>(EDFLIB_TIME_DIMENSION);
-}
-
 QDateTime startOf(const edf_hdr_struct &header)
 {
     const QDateTime wholeSeconds(QDate(header.startdate_year, header.startdate_month, header.startdate_day),
@@ -343,7 +338,7 @@ bool EDFReader::takeCurrentAnnotations()
 
 void EDFReader::getAnnotationList(QList<edf_annotation_struct> &annotations) const
 {
-    annotations = m_session->annotations();
+    annotations = m_session->libraryAnnotations();
 }
 
 const QList<EDFGap> &EDFReader::gaps() const
@@ -359,10 +354,10 @@ QString EDFReader::notice() const
 QList<AnnotationStrct> EDFReader::annotations() const
 {
     QList<AnnotationStrct> list;
-    for (const edf_annotation_struct &annotation : m_session->annotations()) {
-        const double duration = annotation.duration_l < 0 ? -1.0 : inSeconds(annotation.duration_l);
-        list << AnnotationStrct{inSeconds(annotation.onset), duration,
-                                bp::EdfText::fromAnnotation(annotation.annotation)};
+    for (const bp::EdfAnnotation &annotation : m_session->annotations()) {
+        const double duration = annotation.duration < 0 ? -1.0 : bp::edfTime(annotation.duration);
+        list << AnnotationStrct{bp::edfTime(annotation.onset), duration,
+                                bp::EdfText::fromAnnotation(annotation.text.constData())};
     }
     std::stable_sort(list.begin(), list.end(),
                      [](const AnnotationStrct &a, const AnnotationStrct &b) { return a.onset < b.onset; });
@@ -380,7 +375,7 @@ double EDFReader::signalTime(double fileTime) const
 
 double EDFReader::getExactDuration() const
 {
-    return inSeconds(m_session->header().file_duration);
+    return bp::edfTime(m_session->header().file_duration);
 }
 
 QString EDFReader::fileTypeText() const

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr qint64 kChunkBytes = 1 << 20;
-constexpr qint64 kTicksPerUnit = bp::kEdfTicks / 10000; ///< of 0.1 ms
 
 EDFRescue::Result failure(const QString &text)
 {
@@ -47,9 +46,7 @@ int writeRepaired(const bp::EdfFileScan &scan, const QString &path, QFile &to)
     }
     QList<QByteArray> lists;
     for (const bp::EdfAnnotation &annotation : scan.missingAnnotations()) {
-        lists << bp::EdfAnnotationSlots::list(
-            annotation.onset / kTicksPerUnit,
-            annotation.duration < 0 ? annotation.duration : annotation.duration / kTicksPerUnit, annotation.text);
+        lists << bp::EdfAnnotationSlots::list(annotation);
     }
     const int placed = bp::EdfAnnotationSlots::add(to, layout, scan.records(), lists);
     return placed < 0 || !to.flush() ? -1 : lists.size() - placed;

@@ -422,8 +422,9 @@ bool EDFWriter::writeAnnotation(long long onset, long long duration, const QStri
         addNotice("addAnnotation",
                   QStringLiteral("Labels have at most 40 bytes in a recording: \"%1\" was cut.").arg(text));
     }
-    m_guard->noteAnnotation(onset, duration, bytes);
-    if (!m_journal->append({onset, duration, bytes})) {
+    const bp::EdfAnnotation written{onset * bp::kEdfWriteTicks, duration * bp::kEdfWriteTicks, bytes};
+    m_guard->noteAnnotation(written);
+    if (!m_journal->append(written)) {
         BPCommon::log(m_logLevel, "EDFWriter::addAnnotation is not in the journal %s", bp::EdfJournal::pathFor(m_path));
     }
     return true;

@@ -51,11 +51,11 @@ template <class Visit> void forEachSlot(QFile &file, const bp::EdfLayout &layout
     }
 }
 
-/// Of a time in 0.1 ms, as EDFlib writes it.
-QByteArray seconds(long long tenthMilliseconds)
+/// A time in 0.1 ms as EDFlib writes it.
+QByteArray seconds(qint64 tenthMilliseconds)
 {
     const QByteArray whole = QByteArray::number(tenthMilliseconds / 10000);
-    const long long fraction = tenthMilliseconds % 10000;
+    const qint64 fraction = tenthMilliseconds % 10000;
     return fraction == 0 ? whole : whole + '.' + QByteArray::number(fraction).rightJustified(4, '0');
 }
 
@@ -84,9 +84,12 @@ bool EdfAnnotationSlots::hold(QFile &file, const EdfLayout &layout, qint64 recor
     return true;
 }
 
-QByteArray EdfAnnotationSlots::list(long long onset, long long duration, const QByteArray &text)
+QByteArray EdfAnnotationSlots::list(const EdfAnnotation &annotation)
 {
-    return EdfTal::list(onset < 0, seconds(std::llabs(onset)), duration >= 0 ? seconds(duration) : QByteArray(), text);
+    const qint64 onset = annotation.onset / kEdfWriteTicks;
+    const bool hasDuration = annotation.duration >= 0;
+    return EdfTal::list(onset < 0, seconds(std::abs(onset)),
+                        hasDuration ? seconds(annotation.duration / kEdfWriteTicks) : QByteArray(), annotation.text);
 }
 
 int EdfAnnotationSlots::write(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)

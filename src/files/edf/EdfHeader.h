@@ -27,6 +27,7 @@ struct Ratio
 };
 
 constexpr qint64 kEdfTicks = 10'000'000; ///< per second, as many as EDFlib's
+constexpr qint64 kEdfWriteTicks = kEdfTicks / 10'000; ///< of 0.1 ms, in which EDFlib and journals write annotations
 
 inline double edfTime(qint64 ticks)
 {
@@ -82,7 +83,8 @@ struct EdfHeader
     void makePlus();
 };
 
-/// An annotation. Times in ticks from the first sample, pauses included.
+/// An annotation. Times in ticks, pauses included, from the first sample, or from the start of the file for one as it
+/// stands there. EDFReader gives them to the outside in seconds, as AnnotationStrct.
 struct EdfAnnotation
 {
     qint64 onset = 0;

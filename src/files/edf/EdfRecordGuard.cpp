@@ -31,9 +31,9 @@ void EdfRecordGuard::noteRecord(bool written)
     }
 }
 
-void EdfRecordGuard::noteAnnotation(long long onset, long long duration, const QByteArray &text)
+void EdfRecordGuard::noteAnnotation(const EdfAnnotation &annotation)
 {
-    m_annotations << EdfAnnotationSlots::list(onset, duration, text);
+    m_annotations << EdfAnnotationSlots::list(annotation);
 }
 
 void EdfRecordGuard::beginClose()

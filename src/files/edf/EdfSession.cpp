@@ -14,7 +14,7 @@ constexpr int kNoFileType = -1;
 
 static_assert(bp::kEdfTicks == EDFLIB_TIME_DIMENSION, "times go to and from EDFlib as they are");
 
-edf_annotation_struct ofLibrary(const bp::EdfAnnotation &annotation)
+edf_annotation_struct toLibrary(const bp::EdfAnnotation &annotation)
 {
     edf_annotation_struct result{};
     result.onset = annotation.onset;
@@ -104,7 +104,7 @@ int EdfSession::openStandIn(EdfFileScan &scan, int code, QString &reason)
         m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * scan.records();
     }
     for (const EdfAnnotation &annotation : scan.annotations()) {
-        m_annotations << ofLibrary(annotation);
+        m_annotations << toLibrary(annotation);
     }
     m_header->annotations_in_file = m_annotations.size();
     for (const EdfPause &pause : scan.pauses()) {
@@ -112,6 +112,16 @@ int EdfSession::openStandIn(EdfFileScan &scan, int code, QString &reason)
     }
     m_notice = scan.notice();
     return 0;
+}
+
+QVector<EdfAnnotation> EdfSession::annotations() const
+{
+    QVector<EdfAnnotation> annotations;
+    for (const edf_annotation_struct &annotation : m_annotations) {
+        annotations << EdfAnnotation{annotation.onset, annotation.duration_l < 0 ? -1 : annotation.duration_l,
+                                     QByteArray(annotation.annotation)};
+    }
+    return annotations;
 }
 
 bool EdfSession::readAnnotations()
@@ -138,14 +148,10 @@ bool EdfSession::readAnnotations()
 /// A program that is killed while it closes a recording leaves one that seems complete, but may lack annotations.
 void EdfSession::addJournal()
 {
-    QVector<EdfAnnotation> present;
-    for (const edf_annotation_struct &annotation : qAsConst(m_annotations)) {
-        present << EdfAnnotation{annotation.onset, annotation.duration_l, QByteArray(annotation.annotation)};
-    }
-    const QVector<EdfAnnotation> missing =
-        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_records.layout().headerBytes)), present);
+    const QByteArray identity = EdfJournal::identity(m_records.layout().headerBytes);
+    const QVector<EdfAnnotation> missing = EdfJournal::missing(EdfJournal::read(m_path, identity), annotations());
     for (const EdfAnnotation &annotation : missing) {
-        m_annotations << ofLibrary(annotation);
+        m_annotations << toLibrary(annotation);
     }
     if (!missing.isEmpty()) {
         const bool isPlus =

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/EDFGap.h"
+#include "files/edf/EdfHeader.h"
 #include "files/edf/EdfRecords.h"
 
 #include <QList>
@@ -35,8 +36,9 @@ public:
     /// Reads them again; with what a program that was killed while it closed the recording has left in its journal.
     /// @return false when EDFlib could not give all of them
     bool readAnnotations();
-    /// As EDFlib gives them.
-    const QList<edf_annotation_struct> &annotations() const { return m_annotations; }
+    QVector<EdfAnnotation> annotations() const;
+    /// The same as EDFlib gives them.
+    const QList<edf_annotation_struct> &libraryAnnotations() const { return m_annotations; }
     const QList<EDFGap> &gaps() const { return m_gaps; }
     /// One sentence on what a user should know; empty when there is nothing.
     QString notice() const { return m_notice; }
