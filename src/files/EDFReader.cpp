@@ -89,11 +89,11 @@ bool EDFReader::internalOpen()
     forgetFile();
     BPCommon::log(m_logLevel, "EDFReader::internalOpen %c", m_path);
     const QFileInfo file(m_path);
-    const QString reason = !file.exists() ? QStringLiteral("there is no such file")
-        : !file.isFile()                  ? QStringLiteral("it is not a file")
-                                          : m_session->open(m_path, m_sharesFile);
-    if (!reason.isEmpty()) {
-        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, reason);
+    const bp::Outcome opened = !file.exists() ? bp::Outcome::failure(QStringLiteral("there is no such file"))
+        : !file.isFile()                      ? bp::Outcome::failure(QStringLiteral("it is not a file"))
+                                              : m_session->open(m_path, m_sharesFile);
+    if (!opened) {
+        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, opened.reason());
         return false;
     }
     const edf_hdr_struct &header = m_session->header();

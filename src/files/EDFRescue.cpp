@@ -110,8 +110,8 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
     }
     bp::EdfFileScan scan(path, true);
     scan.readAnnotations();
-    if (!scan.reason().isEmpty()) {
-        return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, scan.reason()));
+    if (!scan.outcome()) {
+        return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, scan.outcome().reason()));
     }
     if (isWhole(scan, path)) {
         return answerForWhole(scan, path);

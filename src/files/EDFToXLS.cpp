@@ -119,12 +119,13 @@ bool EDFToXLS::convert(const QString &source, const QString &target)
 QString EDFToXLS::write(const QString &source, const QString &target)
 {
     Job job;
-    QString error;
-    if (!job.source.open(source, error) || !job.source.scan([this] { return isCancelled(); }, error)) {
-        return QStringLiteral("Cannot read %1: %2.").arg(source, error);
+    const bp::Outcome opened = job.source.open(source);
+    const bp::Outcome read = opened ? job.source.scan([this] { return isCancelled(); }) : opened;
+    if (!read) {
+        return QStringLiteral("Cannot read %1: %2.").arg(source, read.reason());
     }
     setNotice(job.source.notice());
-    error = targetFault({source}, target);
+    QString error = targetFault({source}, target);
     qint64 cells = 3 * qint64{job.source.annotations().size()};
     QVector<int> rates;
     for (int i = 0; i < job.source.header().channels.size(); ++i) {
@@ -194,14 +195,14 @@ QString EDFToXLS::writeRate(Job &job, const QVector<int> &channels, const QStrin
     QXlsx::Worksheet *sheet = nullptr;
     int row = m_rowsPerSheet;
     int number = 0;
-    QString error;
     for (qint64 record = 0; record < job.source.records() && !isCancelled(); ++record) {
         job.source.hold(record, record);
         for (int c = 0; c < channels.size(); ++c) {
             auto &block = samples[static_cast<std::size_t>(c)];
             block.resize(static_cast<std::size_t>(perRecord));
-            if (!job.source.read(channels[c], record * perRecord, perRecord, block.data(), error)) {
-                return QStringLiteral("Cannot read the recording: %1.").arg(error);
+            const bp::Outcome read = job.source.read(channels[c], record * perRecord, perRecord, block.data());
+            if (!read) {
+                return QStringLiteral("Cannot read the recording: %1.").arg(read.reason());
             }
         }
         for (int k = 0; k < perRecord; ++k) {

@@ -118,9 +118,9 @@ bool EDFWriter::open()
 /// Why the file must not even be created, empty when it may.
 QString EDFWriter::unwritableReason() const
 {
-    const QString fault = Limits::fault(m_channelCount, m_samplesPerRecord);
-    if (!fault.isEmpty()) {
-        return fault;
+    const bp::Outcome withinLimits = Limits::check(m_channelCount, m_samplesPerRecord);
+    if (!withinLimits) {
+        return withinLimits.reason();
     }
     const QFileInfo target(m_path);
     if (target.exists() && !target.isFile()) {
@@ -132,9 +132,9 @@ QString EDFWriter::unwritableReason() const
 bool EDFWriter::createFile()
 {
     const bool existed = QFileInfo::exists(m_path);
-    const QString reason = m_fileLock->acquire(m_path);
-    if (!reason.isEmpty()) {
-        return refuse(reason);
+    const bp::Outcome locked = m_fileLock->acquire(m_path);
+    if (!locked) {
+        return refuse(locked.reason());
     }
     m_notice.clear();
     if (!m_fileLock->setAsidePath().isEmpty()) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
 #include "files/EDFConverter.h"
 #include "files/edf/EdfHeader.h"
 
 namespace bp {
 
-/// Which channels of a source a target has, and what becomes of them. Faults are one sentence.
+/// Which channels of a source a target has, and what becomes of them. Reasons of failures are one
+/// sentence.
 class ChannelChoice
 {
 public:
@@ -13,8 +15,7 @@ public:
     static constexpr double kMostRate = 1e6;
 
     /// @param changes empty: all channels as they are
-    /// @return why not, empty when that is possible
-    QString choose(const EdfHeader &source, const QVector<EDFChannelChange> &changes);
+    Outcome choose(const EdfHeader &source, const QVector<EDFChannelChange> &changes);
     /// Of the target; rates that were changed are so already, and samplesPerRecord are still the source's.
     const QVector<EdfSignalHeader> &channels() const { return m_channels; }
     /// Their numbers in the source.
@@ -24,7 +25,7 @@ public:
     static Ratio rateOf(double hz);
     static QStringList labelsOf(const EdfHeader &header);
     /// Sets texts of the header; empty ones are left as they are.
-    static QString name(EdfSignalHeader &channel, const QString &label, const QString &unit);
+    static Outcome name(EdfSignalHeader &channel, const QString &label, const QString &unit);
 
 private:
     QVector<EdfSignalHeader> m_channels;

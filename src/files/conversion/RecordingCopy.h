@@ -11,11 +11,11 @@
 
 namespace bp {
 
-/// Copies a part, or some channels, of a recording into a new file. Faults are one sentence.
+/// Copies a part, or some channels, of a recording into a new file. Reasons of failures are one sentence.
 class RecordingCopy
 {
 public:
-    /// Is told how many records of the target are done; false ends the work with the fault "cancelled".
+    /// Is told how many records of the target are done; false ends the work, which then failed as "cancelled".
     using Tick = std::function<bool(qint64 done, qint64 total)>;
 
     /// Of all samples.
@@ -23,8 +23,8 @@ public:
     /// Of the samples with from ≤ t < to, in seconds of the file; a negative `to` means the end.
     RecordingCopy(const QString &source, double from, double to);
 
-    QString open(const std::function<bool()> &cancelled);
-    QString write(const QString &target, const Tick &tick);
+    Outcome open(const std::function<bool()> &cancelled);
+    Outcome write(const QString &target, const Tick &tick);
     /// What a user should know of the source; after open().
     QString notice() const { return m_source.notice(); }
 
@@ -37,12 +37,12 @@ private:
         qint64 onset = 0; ///< ticks in the file
     };
 
-    QString chooseSegment();
-    QString planTime();
+    Outcome chooseSegment();
+    Outcome planTime();
     qint64 planSteps(double densest);
-    QString copy(const QString &target, const Tick &tick);
-    QString copyRecord(qint64 record, std::vector<qint32> &samples);
-    QString copyChannel(int i, qint64 record, qint32 *out);
+    Outcome copy(const QString &target, const Tick &tick);
+    Outcome copyRecord(qint64 record, std::vector<qint32> &samples);
+    Outcome copyChannel(int i, qint64 record, qint32 *out);
 
     QString m_path;
     QVector<EDFChannelChange> m_changes;

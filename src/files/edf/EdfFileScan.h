@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
 #include "files/edf/EdfHeader.h"
 #include "files/edf/EdfJournal.h"
 #include "files/edf/EdfLayout.h"
@@ -37,11 +38,11 @@ public:
     ///                 whose size contradicts its header
     explicit EdfFileScan(const QString &path, bool cutsTail = false);
     /// Reads the annotations and the times of the records. Nothing when the file cannot be read.
-    /// @param cancelled asked now and then; true ends the reading with the reason "cancelled"
+    /// @param cancelled asked now and then; true ends the reading, which then failed as "cancelled"
     void readAnnotations(const std::function<bool()> &cancelled = {});
 
-    /// Why the file cannot be read, as part of a sentence; empty when it can.
-    QString reason() const { return m_reason; }
+    /// Whether the file can be read.
+    const Outcome &outcome() const { return m_outcome; }
     /// One sentence on what a user should know of a file that can be read; empty when all of it is there.
     QString notice() const { return m_notice; }
     /// With the mended header.
@@ -69,16 +70,17 @@ public:
     std::unique_ptr<QTemporaryFile> standIn() const;
 
 private:
-    QString examine(QFile &file);
-    QString countFault(qint64 fileBytes) const;
+    Outcome examine(QFile &file);
+    Outcome countRecords(QFile &file);
+    Outcome checkSize(QFile &file) const;
     void dropEmptyRecords(QFile &file);
     QByteArray recordBytes(QFile &file, qint64 record) const;
     QString describe() const;
-    QString readLists(QFile &file, const std::function<bool()> &cancelled);
-    QString placeRecord(qint64 record, qint64 onset);
+    Outcome readLists(QFile &file, const std::function<bool()> &cancelled);
+    Outcome placeRecord(qint64 record, qint64 onset);
 
     QString m_path;
-    QString m_reason;
+    Outcome m_outcome = Outcome::good();
     QString m_notice;
     EdfLayout m_layout;
     qint64 m_records = 0;

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
+
 #include <QByteArray>
-#include <QString>
 
 namespace bp {
 
@@ -18,8 +19,8 @@ class EdfHeaderRepair
 public:
     /// The header with such faults mended.
     static QByteArray mended(const EdfLayout &layout);
-    /// The first fault that the header has nevertheless, as part of a sentence; empty when there is none.
-    static QString fault(const EdfLayout &layout);
+    /// Fails with the first fault that the mended header still has.
+    static Outcome check(const EdfLayout &layout);
 };
 
 } // namespace bp

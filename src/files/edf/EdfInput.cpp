@@ -18,28 +18,27 @@ QDateTime parseStart(const QByteArray &text)
 
 namespace bp {
 
-bool EdfInput::open(const QString &path, QString &error)
+Outcome EdfInput::open(const QString &path)
 {
     const QFileInfo info(path);
     if (!info.exists()) {
-        error = QStringLiteral("there is no such file");
-    } else if (!info.isFile()) {
-        error = QStringLiteral("it is not a file");
-    } else {
-        m_scan = std::make_unique<EdfFileScan>(path);
-        error = m_scan->reason();
+        return Outcome::failure(QStringLiteral("there is no such file"));
     }
-    if (!error.isEmpty() || !readHeader(error)) {
-        return false;
+    if (!info.isFile()) {
+        return Outcome::failure(QStringLiteral("it is not a file"));
+    }
+    m_scan = std::make_unique<EdfFileScan>(path);
+    const Outcome header = m_scan->outcome() ? readHeader() : m_scan->outcome();
+    if (!header) {
+        return header;
     }
     const EdfLayout &layout = m_scan->layout();
-    if (!m_records.open(path, layout, layout.signalCount - layout.annotationSignals.size())) {
-        error = QStringLiteral("reading failed");
-    }
-    return error.isEmpty();
+    return m_records.open(path, layout, layout.signalCount - layout.annotationSignals.size())
+        ? Outcome::good()
+        : Outcome::failure(QStringLiteral("reading failed"));
 }
 
-bool EdfInput::readHeader(QString &error)
+Outcome EdfInput::readHeader()
 {
     const EdfLayout &layout = m_scan->layout();
     m_header.bdf = layout.isBdf;
@@ -49,14 +48,16 @@ bool EdfInput::readHeader(QString &error)
     m_header.start = parseStart(layout.field(EdfLayout::kStartAt, EdfLayout::kStartWidth));
     readSignals(layout);
     if (m_header.channels.isEmpty()) {
-        error = QStringLiteral("it holds annotations only, and no signal");
-    } else if (recordTicks() <= 0) {
-        error = QStringLiteral("its records have no duration");
-    } else if (!m_header.start.isValid()) {
-        error = QStringLiteral("its header has no valid start date and time");
+        return Outcome::failure(QStringLiteral("it holds annotations only, and no signal"));
+    }
+    if (recordTicks() <= 0) {
+        return Outcome::failure(QStringLiteral("its records have no duration"));
+    }
+    if (!m_header.start.isValid()) {
+        return Outcome::failure(QStringLiteral("its header has no valid start date and time"));
     }
     confine(0, records());
-    return error.isEmpty();
+    return Outcome::good();
 }
 
 void EdfInput::readSignals(const EdfLayout &layout)
@@ -85,12 +86,11 @@ void EdfInput::readSignals(const EdfLayout &layout)
     }
 }
 
-bool EdfInput::scan(const std::function<bool()> &cancelled, QString &error)
+Outcome EdfInput::scan(const std::function<bool()> &cancelled)
 {
     m_scan->readAnnotations(cancelled);
-    error = m_scan->reason();
-    if (!error.isEmpty()) {
-        return false;
+    if (!m_scan->outcome()) {
+        return m_scan->outcome();
     }
     for (const EdfAnnotation &annotation : m_scan->annotations()) {
         if (!annotation.text.isEmpty()) {
@@ -102,7 +102,7 @@ bool EdfInput::scan(const std::function<bool()> &cancelled, QString &error)
     if (m_scan->firstOnset() > 0) {
         m_header.moveStart(m_scan->firstOnset());
     }
-    return true;
+    return Outcome::good();
 }
 
 qint64 EdfInput::recordOnset(qint64 record) const
@@ -128,7 +128,7 @@ void EdfInput::hold(qint64 firstRecord, qint64 lastRecord)
     m_records.hold(first, std::clamp(lastRecord, first, m_endRecord - 1));
 }
 
-bool EdfInput::read(int channel, qint64 first, int count, qint32 *out, QString &error)
+Outcome EdfInput::read(int channel, qint64 first, int count, qint32 *out)
 {
     const EdfSignalHeader &signal = m_header.channels[channel];
     const qint64 begin = m_firstRecord * signal.samplesPerRecord;
@@ -139,12 +139,11 @@ bool EdfInput::read(int channel, qint64 first, int count, qint32 *out, QString &
     const auto at = static_cast<int>(std::clamp<qint64>(from - first, 0, count - 1));
     const auto inside = static_cast<int>(to - from);
     if (!m_records.readDigital(signal.signal, from, inside, out + at)) {
-        error = QStringLiteral("reading failed");
-        return false;
+        return Outcome::failure(QStringLiteral("reading failed"));
     }
     std::fill(out, out + at, out[at]);
     std::fill(out + at + inside, out + count, out[at + inside - 1]);
-    return true;
+    return Outcome::good();
 }
 
 } // namespace bp

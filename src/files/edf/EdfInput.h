@@ -16,8 +16,7 @@ namespace bp {
 class EdfInput
 {
 public:
-    /// @param error what is wrong, as part of a sentence
-    bool open(const QString &path, QString &error);
+    Outcome open(const QString &path);
     const EdfHeader &header() const { return m_header; }
     qint64 records() const { return m_scan->records(); }
     qint64 recordTicks() const { return m_scan->recordTicks(); }
@@ -28,7 +27,7 @@ public:
     /// Reads all annotations, sorted by onset, and finds where the records are apart. The start moves to the first
     /// sample.
     /// @param cancelled asked now and then; true ends the reading
-    bool scan(const std::function<bool()> &cancelled, QString &error);
+    Outcome scan(const std::function<bool()> &cancelled);
     const QVector<EdfAnnotation> &annotations() const { return m_annotations; }
     /// One sentence on what a user should know of the file; empty when there is nothing. After scan().
     QString notice() const { return m_scan->notice(); }
@@ -41,10 +40,10 @@ public:
     /// Says which records the next calls of read() are about.
     void hold(qint64 firstRecord, qint64 lastRecord);
     /// Positions before the beginning and behind the end give the first and the last sample of the channel.
-    bool read(int channel, qint64 first, int count, qint32 *out, QString &error);
+    Outcome read(int channel, qint64 first, int count, qint32 *out);
 
 private:
-    bool readHeader(QString &error);
+    Outcome readHeader();
     void readSignals(const EdfLayout &layout);
 
     EdfHeader m_header;

@@ -87,8 +87,8 @@ EdfOutput::~EdfOutput()
     }
 }
 
-bool EdfOutput::open(const QString &path, const EdfHeader &header, const EdfRecordPlan &plan,
-                     const QVector<EdfAnnotation> &annotations, QString &error)
+Outcome EdfOutput::open(const QString &path, const EdfHeader &header, const EdfRecordPlan &plan,
+                        const QVector<EdfAnnotation> &annotations)
 {
     m_header = header;
     m_plan = plan;
@@ -106,16 +106,13 @@ bool EdfOutput::open(const QString &path, const EdfHeader &header, const EdfReco
     m_file = std::make_unique<QSaveFile>(
         QStringLiteral("%1.%2").arg(m_target, QString::number(QRandomGenerator::global()->generate(), 36)));
     if (!m_file->open(QIODevice::WriteOnly)) {
-        error = m_file->errorString();
-        return false;
+        return Outcome::failure(m_file->errorString());
     }
     const QByteArray bytes = headerBytes();
     if (m_annotationBytes > kMaxAnnotationBytes) {
-        error = QStringLiteral("so many annotations do not fit into so short a file");
-    } else if (m_file->write(bytes) != bytes.size()) {
-        error = m_file->errorString();
+        return Outcome::failure(QStringLiteral("so many annotations do not fit into so short a file"));
     }
-    return error.isEmpty();
+    return m_file->write(bytes) == bytes.size() ? Outcome::good() : Outcome::failure(m_file->errorString());
 }
 
 QByteArray EdfOutput::timekeeping(qint64 record) const
@@ -226,7 +223,7 @@ QByteArray EdfOutput::signalFields(const QVector<EdfSignalHeader> &channels)
     return bytes;
 }
 
-bool EdfOutput::writeRecord(const std::vector<qint32> &samples, QString &error)
+Outcome EdfOutput::writeRecord(const std::vector<qint32> &samples)
 {
     m_buffer.resize(m_samples * m_header.sampleBytes());
     EdfSamples::pack(samples.data(), m_samples, m_header.sampleBytes(), m_buffer.data());
@@ -236,38 +233,37 @@ bool EdfOutput::writeRecord(const std::vector<qint32> &samples, QString &error)
         m_buffer += block.leftJustified(m_annotationBytes, '\0');
     }
     ++m_record;
-    if (m_file->write(m_buffer) != m_buffer.size()) {
-        error = QStringLiteral("writing failed; the disk may be full");
-    }
-    return error.isEmpty();
+    return m_file->write(m_buffer) == m_buffer.size()
+        ? Outcome::good()
+        : Outcome::failure(QStringLiteral("writing failed; the disk may be full"));
 }
 
-bool EdfOutput::commit(QString &error)
+Outcome EdfOutput::commit()
 {
     if (!m_file->commit()) {
-        error = QStringLiteral("it could not be completed; the disk may be full");
-        return false;
+        return Outcome::failure(QStringLiteral("it could not be completed; the disk may be full"));
     }
-    error = readBack();
-    if (error.isEmpty() && !moveOver(m_file->fileName(), m_target)) {
-        error = QStringLiteral("it could not be put in its place; close it in other programs");
+    const Outcome complete = readBack();
+    if (complete && !moveOver(m_file->fileName(), m_target)) {
+        return Outcome::failure(QStringLiteral("it could not be put in its place; close it in other programs"));
     }
-    return error.isEmpty();
+    return complete;
 }
 
-/// Why the new file is not as it should be; empty when it is.
-QString EdfOutput::readBack() const
+/// Whether the new file is as it should be.
+Outcome EdfOutput::readBack() const
 {
     EdfSession session;
-    const QString reason = session.open(m_file->fileName());
-    if (!reason.isEmpty()) {
-        return QStringLiteral("what was written cannot be read again, as %1").arg(reason);
+    const Outcome opened = session.open(m_file->fileName());
+    if (!opened) {
+        return Outcome::failure(QStringLiteral("what was written cannot be read again, as %1").arg(opened.reason()));
     }
     session.readAnnotations();
     const bool isComplete = session.header().edfsignals == m_header.channels.size()
         && session.header().datarecords_in_file == m_plan.records
         && session.annotations().size() == m_annotations.size();
-    return isComplete ? QString() : QStringLiteral("channels or annotations could not be read again");
+    return isComplete ? Outcome::good()
+                      : Outcome::failure(QStringLiteral("channels or annotations could not be read again"));
 }
 
 } // namespace bp

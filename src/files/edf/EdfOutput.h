@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
 #include "files/edf/EdfRecordPlan.h"
 
 #include <QSaveFile>
@@ -22,16 +23,16 @@ public:
 
     /// @param header samplesPerRecord are those of the records to be written
     /// @param annotations sorted by onset; a file with annotations becomes EDF+ or BDF+
-    bool open(const QString &path, const EdfHeader &header, const EdfRecordPlan &plan,
-              const QVector<EdfAnnotation> &annotations, QString &error);
+    Outcome open(const QString &path, const EdfHeader &header, const EdfRecordPlan &plan,
+                 const QVector<EdfAnnotation> &annotations);
     /// @param samples samplesPerRecord values of each channel, channel after channel
-    bool writeRecord(const std::vector<qint32> &samples, QString &error);
+    Outcome writeRecord(const std::vector<qint32> &samples);
     /// Takes the place of what has the name, if the file can be read. Nothing is left behind otherwise.
-    bool commit(QString &error);
+    Outcome commit();
     int samplesPerRecord() const { return m_samples; }
 
 private:
-    QString readBack() const;
+    Outcome readBack() const;
     QByteArray headerBytes() const;
     static QByteArray signalFields(const QVector<EdfSignalHeader> &channels);
     void sizeAnnotationBlock();

@@ -14,6 +14,19 @@ constexpr int kNoFileType = -1;
 
 static_assert(bp::kEdfTicks == EDFLIB_TIME_DIMENSION, "times go to and from EDFlib as they are");
 
+/// EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
+bool isOversized(const bp::EdfFileScan &scan)
+{
+    return scan.layout().recordBytes > bp::EdfLayout::kMostRecordBytes;
+}
+
+/// Whether the data may be sound although EDFlib refused the file with that code.
+bool mayHaveStandIn(int code, bool shares)
+{
+    return code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
+        || (code == EDFLIB_FILE_ALREADY_OPENED && shares);
+}
+
 edf_annotation_struct toLibrary(const bp::EdfAnnotation &annotation)
 {
     edf_annotation_struct result{};
@@ -41,39 +54,39 @@ EdfSession::~EdfSession()
     close();
 }
 
-QString EdfSession::open(const QString &path, bool shares)
+Outcome EdfSession::open(const QString &path, bool shares)
 {
     forget();
     m_path = path;
-    QString reason;
-    const int code = openInLibrary(shares, reason);
-    if (code != 0) {
-        qDebug("%s", EdfLibrary::debugMessage(code));
-        forget();
-        return reason.isEmpty() ? EdfLibrary::errorText(code) : reason;
+    EdfFileScan scan(m_path);
+    const int code = openInLibrary(scan, shares);
+    if (code == 0) {
+        m_handle = m_header->handle;
+        return Outcome::good();
     }
-    m_handle = m_header->handle;
-    return QString();
+    qDebug("%s", EdfLibrary::debugMessage(code));
+    forget();
+    if (isOversized(scan)) {
+        return Outcome::failure(QStringLiteral("it has format errors: its data records are too large"));
+    }
+    return scan.outcome() || !mayHaveStandIn(code, shares) ? Outcome::failure(EdfLibrary::errorText(code))
+                                                           : scan.outcome();
 }
 
-/// Returns 0 or EDFlib's code, with the reason where EDFlib does not know it.
-int EdfSession::openInLibrary(bool shares, QString &reason)
+/// Returns 0 or EDFlib's code.
+int EdfSession::openInLibrary(EdfFileScan &scan, bool shares)
 {
-    EdfFileScan scan(m_path);
-    // EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
-    if (scan.layout().recordBytes > EdfLayout::kMostRecordBytes) {
-        reason = QStringLiteral("it has format errors: its data records are too large");
+    if (isOversized(scan)) {
         return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
     int code = EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
-    if (code == 0 && (scan.misleadsLibrary() || !scan.reason().isEmpty())) {
+    if (code == 0 && (scan.misleadsLibrary() || !scan.outcome())) {
         // EDFlib takes a day that no month has, limits that are no numbers, and annotations of the other format.
         EdfLibrary::close(m_header->handle);
         code = EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
-    if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
-        || (code == EDFLIB_FILE_ALREADY_OPENED && shares)) {
-        code = openStandIn(scan, code, reason);
+    if (mayHaveStandIn(code, shares)) {
+        code = openStandIn(scan, code);
     }
     if (code == 0 && !m_records.open(m_path, scan.layout(), m_header->edfsignals)) {
         EdfLibrary::close(m_header->handle);
@@ -83,11 +96,10 @@ int EdfSession::openInLibrary(bool shares, QString &reason)
 }
 
 /// For a file that EDFlib refused with that code.
-int EdfSession::openStandIn(EdfFileScan &scan, int code, QString &reason)
+int EdfSession::openStandIn(EdfFileScan &scan, int code)
 {
     scan.readAnnotations();
-    reason = scan.reason();
-    m_standIn = reason.isEmpty() ? scan.standIn() : nullptr;
+    m_standIn = scan.outcome() ? scan.standIn() : nullptr;
     if (!m_standIn) {
         return code;
     }

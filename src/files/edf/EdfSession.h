@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
 #include "files/EDFGap.h"
 #include "files/edf/EdfHeader.h"
 #include "files/edf/EdfRecords.h"
@@ -26,8 +27,7 @@ public:
     ~EdfSession();
 
     /// @param shares also a file that this process has open already, which EDFlib refuses
-    /// @return why the file cannot be read, as part of a sentence; empty when it is open
-    QString open(const QString &path, bool shares = false);
+    Outcome open(const QString &path, bool shares = false);
     void close();
     bool isOpen() const { return m_handle >= 0; }
     /// Its file type is negative when nothing was opened.
@@ -44,8 +44,8 @@ public:
     QString notice() const { return m_notice; }
 
 private:
-    int openInLibrary(bool shares, QString &reason);
-    int openStandIn(EdfFileScan &scan, int code, QString &reason);
+    int openInLibrary(EdfFileScan &scan, bool shares);
+    int openStandIn(EdfFileScan &scan, int code);
     void addJournal();
     void forget();
 

@@ -35,13 +35,13 @@ bool EdfUnclosedRecording::isAt(const QString &path)
         && (layout.isUnclosed() || !EdfJournal::read(path, EdfJournal::identity(layout.headerBytes)).isEmpty());
 }
 
-QString EdfUnclosedRecording::setAside(const QString &path, QString &movedTo)
+Outcome EdfUnclosedRecording::setAside(const QString &path, QString &movedTo)
 {
     movedTo.clear();
     const bool movesRecording = isAt(path);
     const bool movesJournal = EdfJournal::hasEntries(path);
     if (!movesRecording && !movesJournal) {
-        return QString();
+        return Outcome::good();
     }
     // A link stays, and leads to the new recording as it led to the one before.
     const QString canonical = QFileInfo(path).canonicalFilePath();
@@ -49,18 +49,20 @@ QString EdfUnclosedRecording::setAside(const QString &path, QString &movedTo)
     const QString name = freeName(recording);
     QFile file(recording);
     if (movesRecording && !file.rename(name)) {
-        return QStringLiteral("an unrepaired recording is there and cannot be renamed (%1)").arg(file.errorString());
+        return Outcome::failure(
+            QStringLiteral("an unrepaired recording is there and cannot be renamed (%1)").arg(file.errorString()));
     }
     QFile journal(EdfJournal::pathFor(path));
     if (movesJournal && !journal.rename(EdfJournal::pathFor(name))) {
         if (movesRecording) {
             file.rename(recording);
         }
-        return QStringLiteral("the labels of an unrepaired recording are beside it and cannot be renamed (%1)")
-            .arg(journal.errorString());
+        return Outcome::failure(
+            QStringLiteral("the labels of an unrepaired recording are beside it and cannot be renamed (%1)")
+                .arg(journal.errorString()));
     }
     movedTo = name;
-    return QString();
+    return Outcome::good();
 }
 
 } // namespace bp

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QString>
+#include "common/detail/Outcome.h"
 
 namespace bp {
 
@@ -14,8 +14,8 @@ public:
     /// Renames what there is: "a.edf" to "a_unclosed.edf", or to the first such name with a number that is free, and
     /// its journal accordingly.
     /// @param movedTo the new name of the recording, whether there is only its journal; empty when nothing was there
-    /// @return why it cannot be renamed, as part of a sentence; empty when nothing is in the way any more
-    static QString setAside(const QString &path, QString &movedTo);
+    /// Fails when it cannot be renamed; good when nothing is in the way any more.
+    static Outcome setAside(const QString &path, QString &movedTo);
 };
 
 } // namespace bp

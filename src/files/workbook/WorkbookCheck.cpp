@@ -27,32 +27,32 @@ constexpr quint16 kEncrypted = 1;
 constexpr quint16 kStored = 0;
 constexpr quint16 kDeflated = 8;
 
-class Guard
+class Check
 {
 public:
-    explicit Guard(const QByteArray &workbook)
+    explicit Check(const QByteArray &workbook)
         : m_bytes(workbook)
     {
     }
 
-    QString check()
+    bp::Outcome check()
     {
         const int end = m_bytes.lastIndexOf(QByteArrayLiteral("PK\x05\x06"));
         if (!m_bytes.startsWith("PK") || end < 0 || end > m_bytes.size() - kEndSize || number32(end) != kEndMark) {
-            return QStringLiteral("it is no workbook, or only a part of one");
+            return bp::Outcome::failure(QStringLiteral("it is no workbook, or only a part of one"));
         }
         const int parts = number16(end + 10);
         qint64 entry = number32(end + 16);
         if (parts < 1 || parts > kMaxParts) {
-            return QStringLiteral("it has no parts, or too many");
+            return bp::Outcome::failure(QStringLiteral("it has no parts, or too many"));
         }
-        for (int i = 0; i < parts && m_fault.isEmpty(); ++i) {
+        for (int i = 0; i < parts && m_outcome; ++i) {
             entry = checkEntry(entry);
         }
-        if (m_fault.isEmpty() && (m_sheets > kMaxSheets || m_cells * qMax(1, m_sheets) > 2 * kMaxCells)) {
-            m_fault = QStringLiteral("it is too large");
+        if (m_outcome && (m_sheets > kMaxSheets || m_cells * qMax(1, m_sheets) > 2 * kMaxCells)) {
+            fail("it is too large");
         }
-        return m_fault;
+        return m_outcome;
     }
 
 private:
@@ -62,7 +62,7 @@ private:
 
     qint64 fail(const char *fault)
     {
-        m_fault = QLatin1String(fault);
+        m_outcome = bp::Outcome::failure(QLatin1String(fault));
         return 0;
     }
 
@@ -116,7 +116,7 @@ private:
     {
         QXmlStreamReader reader(xml);
         int depth = 0;
-        while (!reader.atEnd() && m_fault.isEmpty()) {
+        while (!reader.atEnd() && m_outcome) {
             const QXmlStreamReader::TokenType token = reader.readNext();
             if (token == QXmlStreamReader::StartElement) {
                 if (++depth > kMaxDepth) {
@@ -129,7 +129,7 @@ private:
                 fail("it defines entities");
             }
         }
-        if (reader.hasError() && m_fault.isEmpty()) {
+        if (reader.hasError() && m_outcome) {
             fail("a part of it is damaged");
         }
     }
@@ -154,7 +154,7 @@ private:
     }
 
     const QByteArray &m_bytes;
-    QString m_fault;
+    bp::Outcome m_outcome = bp::Outcome::good();
     qint64 m_unpacked = 0;
     qint64 m_cells = 0;
     int m_columns = 0;
@@ -163,7 +163,7 @@ private:
 
 } // namespace
 
-QString bp::workbookFault(const QByteArray &workbook)
+bp::Outcome bp::checkWorkbook(const QByteArray &workbook)
 {
-    return Guard(workbook).check();
+    return Check(workbook).check();
 }
