@@ -395,7 +395,7 @@ std::pair<bool, long long> EDFWriter::addAnnotationAt(long long elapsedMs, const
 
 bool EDFWriter::addAnnotation(double onsetSeconds, double durationSeconds, const QString &text)
 {
-    // 1000 and not EDFlib's 10000 per second: kept, hosts rely on where these annotations land.
+    // 1000 and not EDFlib's 10000 per second. Compatibility: hosts rely on where these annotations land.
     const double onset = onsetSeconds * 1000.0;
     const double duration = durationSeconds * 1000.0;
     if (!(std::fabs(onset) < kLatestOnset && std::fabs(duration) < kLatestOnset)) {

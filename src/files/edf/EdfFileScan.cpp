@@ -228,7 +228,7 @@ Outcome EdfFileScan::readLists(QFile &file, const std::function<bool()> &cancell
     return Outcome::good();
 }
 
-/// Finds the pause before a record. What contradicts a file that calls itself continuous is not believed.
+/// Finds the pause before a record. In a file that calls itself continuous, a time that contradicts this is ignored.
 Outcome EdfFileScan::placeRecord(qint64 record, qint64 onset)
 {
     if (onset == EdfTal::kNoTime && !m_layout.isDiscontinuous) {

@@ -24,9 +24,9 @@ struct EdfPause
     qint64 duration;
 };
 
-/// What a file holds besides its samples, also one that EDFlib refuses although its data are sound: a recording that
-/// was not closed, a discontinuous one, or one with the faults that EdfHeaderRepair mends or with malformed
-/// annotations.
+/// The header, the annotations and the gaps of a file, also of one that EDFlib rejects although its data are sound: a
+/// recording that was not closed, a discontinuous one, or one with the faults that EdfHeaderRepair mends or with
+/// malformed annotations.
 ///
 /// EDFlib gets a small stand-in of such a file to open, the mended header with one empty record; annotations and pauses
 /// are read here, and samples come from the file itself. The file is never written.
@@ -58,7 +58,8 @@ public:
     const QVector<EdfAnnotation> &annotations() const { return m_annotations; }
     /// What the recording's journal holds and the file does not.
     const QVector<EdfAnnotation> &missingAnnotations() const { return m_missingAnnotations; }
-    /// Records of a continuous recording that do not tell their time, and the time, from the start of the file.
+    /// Records of a continuous recording in which the time is missing, with the time that they should have, in ticks
+    /// from the start of the file.
     const std::vector<std::pair<qint64, qint64>> &recordsWithoutTime() const { return m_recordsWithoutTime; }
     /// EDFlib opens the file, but takes it for something else.
     bool misleadsLibrary() const { return m_layout.isMisnamed && !m_layout.annotationSignals.isEmpty(); }

@@ -34,7 +34,7 @@ inline double edfTime(qint64 ticks)
     return static_cast<double>(ticks) / static_cast<double>(kEdfTicks);
 }
 
-/// One signal of an EDF or BDF file. Texts are the header's, without the blanks that fill the field.
+/// The fields that the header has for one signal. Texts are without the blanks that fill the field.
 struct EdfSignalHeader
 {
     QByteArray label;
@@ -65,7 +65,7 @@ struct EdfSignalHeader
     }
 };
 
-/// What an EDF or BDF file says of itself.
+/// The header of an EDF or BDF file.
 struct EdfHeader
 {
     bool bdf = false;
@@ -73,13 +73,14 @@ struct EdfHeader
     QByteArray patient; ///< the whole field
     QByteArray recording;
     QDateTime start; ///< whole seconds, UTC standing for whatever zone the file is of
-    qint64 startTicks = 0; ///< fraction of the first second
+    qint64 startTicks = 0; ///< fraction of a second after `start`
     QVector<EdfSignalHeader> channels;
 
     int sampleBytes() const { return bdf ? 3 : 2; }
     /// Moves the start, and the date in the texts with it.
     void moveStart(qint64 ticks);
-    /// Gives the texts the fields that EDF+ wants. Does nothing when they have them.
+    /// Makes this the header of an EDF+ or BDF+ file: patient and recording get the subfields of that format. Does
+    /// nothing when it is one already.
     void makePlus();
 };
 

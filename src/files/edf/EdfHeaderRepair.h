@@ -8,9 +8,9 @@ namespace bp {
 
 struct EdfLayout;
 
-/// Headers that EDFlib refuses although they leave no doubt about the data.
+/// Mends headers that EDFlib rejects although they leave no doubt about the data.
 ///
-/// Common are: annotation signals that name a transducer or a prefilter, which the format wants blank (much used
+/// Common faults are: annotation signals that name a transducer or a prefilter, which the format wants blank (much used
 /// collections of motor imagery have them), or other ranges than the format's; files that call themselves EDF+ but have
 /// no annotation signal, or whose patient and recording do not consist of the fields that EDF+ wants; letters beyond
 /// ASCII, such as that of "µV"; decimal commas, and numbers that do not begin at the left; dates with "/" or "-".

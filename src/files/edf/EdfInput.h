@@ -11,7 +11,7 @@
 
 namespace bp {
 
-/// An EDF or BDF file as conversion reads it: the digital samples as they stand, of any channel from any position.
+/// An EDF or BDF file that is converted: gives the digital samples, unscaled, of any channel from any position.
 /// Reads what EDFReader reads, without EDFlib. One thread at a time.
 class EdfInput
 {

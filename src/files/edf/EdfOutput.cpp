@@ -56,7 +56,7 @@ std::filesystem::path nativePath(const QString &path)
 #endif
 }
 
-/// Behind a link stands the file that is replaced; the link stays.
+/// The file that a link leads to: it is replaced, and the link stays.
 QString behindLinks(const QString &path)
 {
     const QString real = QFileInfo(path).canonicalFilePath();
@@ -120,7 +120,8 @@ QByteArray EdfOutput::timekeeping(qint64 record) const
     return '+' + edfSeconds(m_header.startTicks + record * m_plan.durationTicks) + "\x14\x14" + '\0';
 }
 
-/// No record's is longer: the last one has the most digits, and sums no more decimals than their parts.
+/// Upper bound of the length of timekeeping(): the last record has the most integer digits, and a sum has no more
+/// decimals than its parts.
 qint64 EdfOutput::longestTimekeeping() const
 {
     const int most = std::max(decimals(m_header.startTicks), decimals(m_plan.durationTicks));
@@ -128,8 +129,8 @@ qint64 EdfOutput::longestTimekeeping() const
         + most;
 }
 
-/// The next annotations that belong into the record or an earlier one, as far as there is room. Returns the first that
-/// remains.
+/// Places the annotations, from number `next` on, that belong into the record or an earlier one, as far as there is
+/// room. Returns the number of the first that remains.
 qint64 EdfOutput::placeAnnotations(qint64 record, qint64 next, QByteArray *block) const
 {
     qint64 used = timekeeping(record).size();

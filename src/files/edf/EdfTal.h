@@ -4,9 +4,10 @@
 
 namespace bp {
 
-/// What an annotation signal holds in one record: lists "+onset[\x15duration]\x14text\x14…\0". Times in ticks.
+/// The time-stamped annotation lists (TAL) of EDF+, which an annotation signal holds in one record:
+/// "+onset[\x15duration]\x14text\x14…\0". Times in ticks.
 ///
-/// EDFlib refuses a file for one malformed list; this leaves the list out.
+/// EDFlib rejects a file for one malformed list; this skips the list.
 class EdfTal
 {
 public:
