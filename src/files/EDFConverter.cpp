@@ -10,13 +10,12 @@ EDFConverter::EDFConverter(QObject *parent)
 
 QStringList EDFConverter::channelLabels(const QString &path, QString *error)
 {
-    bp::EdfSource source;
-    QString reason;
-    const bool opened = source.open(path, reason);
+    bp::EdfInput source;
+    const bp::Outcome opened = source.open(path);
     if (error != nullptr) {
-        *error = opened ? QString() : QStringLiteral("Cannot read %1: %2.").arg(path, reason);
+        *error = opened ? QString() : QStringLiteral("Cannot read %1: %2.").arg(path, opened.reason());
     }
-    return opened ? bp::ChannelChoice::labelsOf(source.facts()) : QStringList();
+    return opened ? bp::ChannelChoice::labelsOf(source.header()) : QStringList();
 }
 
 bool EDFConverter::crop(const QString &source, const QString &target, double from, double to)
@@ -38,15 +37,15 @@ bool EDFConverter::convertText(const QStringList &sources, const QString &target
 {
     begin(target);
     const QString fault = targetFault(sources, target);
-    return end(fault.isEmpty() ? bp::TextImport(sources, format).write(target, tick()) : fault);
+    return end(fault.isEmpty() ? bp::TextImport(sources, format).write(target, tick()).reason() : fault);
 }
 
 QString EDFConverter::run(bp::RecordingCopy &copy, const QString &source, const QString &target)
 {
-    QString fault = copy.open([this] { return isCancelled(); });
-    fault = fault.isEmpty() ? targetFault({source}, target) : fault;
+    const bp::Outcome opened = copy.open([this] { return isCancelled(); });
+    const QString fault = opened ? targetFault({source}, target) : opened.reason();
     setNotice(fault.isEmpty() ? copy.notice() : QString());
-    return fault.isEmpty() ? copy.write(target, tick()) : fault;
+    return fault.isEmpty() ? copy.write(target, tick()).reason() : fault;
 }
 
 std::function<bool(qint64, qint64)> EDFConverter::tick()

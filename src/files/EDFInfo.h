@@ -4,7 +4,7 @@
 #include <QString>
 #include <QStringList>
 
-/// Header facts of an EDF(+) or BDF(+) file that is not kept open.
+/// The header of an EDF(+) or BDF(+) file that is not kept open.
 struct EDFInfo
 {
     bool valid = false; ///< false: the file could not be read, and error says why

@@ -17,11 +17,6 @@
 
 namespace {
 
-double inSeconds(long long edfTime)
-{
-    return static_cast<double>(edfTime) / static_cast<double>(EDFLIB_TIME_DIMENSION);
-}
-
 QDateTime startOf(const edf_hdr_struct &header)
 {
     const QDateTime wholeSeconds(QDate(header.startdate_year, header.startdate_month, header.startdate_day),
@@ -94,18 +89,18 @@ bool EDFReader::internalOpen()
     forgetFile();
     BPCommon::log(m_logLevel, "EDFReader::internalOpen %c", m_path);
     const QFileInfo file(m_path);
-    const QString reason = !file.exists() ? QStringLiteral("there is no such file")
-        : !file.isFile()                  ? QStringLiteral("it is not a file")
-                                          : m_session->open(m_path, m_sharesFile);
-    if (!reason.isEmpty()) {
-        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, reason);
+    const bp::Outcome opened = !file.exists() ? bp::Outcome::failure(QStringLiteral("there is no such file"))
+        : !file.isFile()                      ? bp::Outcome::failure(QStringLiteral("it is not a file"))
+                                              : m_session->open(m_path, m_sharesFile);
+    if (!opened) {
+        m_lastError = QStringLiteral("Cannot read %1: %2.").arg(m_path, opened.reason());
         return false;
     }
     const edf_hdr_struct &header = m_session->header();
     m_startDateTime = startOf(header);
     m_channelCount = header.edfsignals;
     m_durationSeconds = header.file_duration / EDFLIB_TIME_DIMENSION;
-    takeHeaderTexts();
+    readHeaderTexts();
     if (m_channelCount > 0) {
         m_sampleRate = getChannelSampleRate(0);
         fillMontage();
@@ -127,7 +122,7 @@ void EDFReader::forgetFile()
     m_equipment.clear();
 }
 
-void EDFReader::takeHeaderTexts()
+void EDFReader::readHeaderTexts()
 {
     const edf_hdr_struct &header = m_session->header();
     const bool plus = header.filetype == EDFLIB_FILETYPE_EDFPLUS || header.filetype == EDFLIB_FILETYPE_BDFPLUS;
@@ -343,7 +338,7 @@ bool EDFReader::takeCurrentAnnotations()
 
 void EDFReader::getAnnotationList(QList<edf_annotation_struct> &annotations) const
 {
-    annotations = m_session->annotations();
+    annotations = m_session->libraryAnnotations();
 }
 
 const QList<EDFGap> &EDFReader::gaps() const
@@ -359,10 +354,10 @@ QString EDFReader::notice() const
 QList<AnnotationStrct> EDFReader::annotations() const
 {
     QList<AnnotationStrct> list;
-    for (const edf_annotation_struct &annotation : m_session->annotations()) {
-        const double duration = annotation.duration_l < 0 ? -1.0 : inSeconds(annotation.duration_l);
-        list << AnnotationStrct{inSeconds(annotation.onset), duration,
-                                bp::EdfText::fromAnnotation(annotation.annotation)};
+    for (const bp::EdfAnnotation &annotation : m_session->annotations()) {
+        const double duration = annotation.duration < 0 ? -1.0 : bp::edfTime(annotation.duration);
+        list << AnnotationStrct{bp::edfTime(annotation.onset), duration,
+                                bp::EdfText::fromAnnotation(annotation.text.constData())};
     }
     std::stable_sort(list.begin(), list.end(),
                      [](const AnnotationStrct &a, const AnnotationStrct &b) { return a.onset < b.onset; });
@@ -380,7 +375,7 @@ double EDFReader::signalTime(double fileTime) const
 
 double EDFReader::getExactDuration() const
 {
-    return inSeconds(m_session->header().file_duration);
+    return bp::edfTime(m_session->header().file_duration);
 }
 
 QString EDFReader::fileTypeText() const

@@ -49,7 +49,7 @@ public:
     bool open();
     void close();
     bool isFileOpened() const { return m_isOpened; }
-    /// Header facts of a file, which is closed again at once. Also of one that this process reads or records.
+    /// The header of a file, which is closed again at once. Also of one that this process reads or records.
     static EDFInfo fileInfo(const QString &path);
 
     /// Reads every channel into consecutive blocks of count values: channel c begins at c × count.
@@ -119,7 +119,7 @@ public:
 private:
     bool internalOpen();
     void forgetFile();
-    void takeHeaderTexts();
+    void readHeaderTexts();
     void fillMontage();
     const edf_param_struct &signalAt(int channel) const;
     unsigned samplesFrom(unsigned channel, long long offset) const;

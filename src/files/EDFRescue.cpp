@@ -1,8 +1,8 @@
 #include "files/EDFRescue.h"
 
 #include "files/EDFReader.h"
-#include "files/edf/EdfContents.h"
-#include "files/edf/EdfSlots.h"
+#include "files/edf/EdfAnnotationSlots.h"
+#include "files/edf/EdfFileScan.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -12,7 +12,6 @@
 namespace {
 
 constexpr qint64 kChunkBytes = 1 << 20;
-constexpr qint64 kTicksPerUnit = bp::kEdfTicks / 10000; ///< of 0.1 ms
 
 EDFRescue::Result failure(const QString &text)
 {
@@ -33,57 +32,56 @@ bool copy(QFile &from, QFile &to, qint64 bytes)
 
 /// Writes the records, with their times, and the annotations. Returns how many annotations found no room, −1 when
 /// writing failed.
-int writeRepaired(const bp::EdfContents &contents, const QString &path, QFile &to)
+int writeRepaired(const bp::EdfFileScan &scan, const QString &path, QFile &to)
 {
     QFile from(path);
-    const bp::EdfLayout &layout = contents.layout();
-    const qint64 headerBytes = contents.header().size();
-    if (!from.open(QIODevice::ReadOnly) || !from.seek(headerBytes) || to.write(contents.header()) != headerBytes
-        || !copy(from, to, contents.records() * layout.recordBytes)) {
+    const bp::EdfLayout &layout = scan.layout();
+    const qint64 headerBytes = scan.headerBytes().size();
+    if (!from.open(QIODevice::ReadOnly) || !from.seek(headerBytes) || to.write(scan.headerBytes()) != headerBytes
+        || !copy(from, to, scan.records() * layout.recordBytes)) {
         return -1;
     }
-    for (const auto &[record, time] : contents.timeless()) {
-        bp::EdfSlots::writeTime(to, layout, record, time);
+    for (const auto &[record, time] : scan.recordsWithoutTime()) {
+        bp::EdfAnnotationSlots::writeTime(to, layout, record, time);
     }
     QList<QByteArray> lists;
-    for (const bp::EdfNote &note : contents.missing()) {
-        lists << bp::EdfSlots::list(note.onset / kTicksPerUnit,
-                                    note.duration < 0 ? note.duration : note.duration / kTicksPerUnit, note.text);
+    for (const bp::EdfAnnotation &annotation : scan.missingAnnotations()) {
+        lists << bp::EdfAnnotationSlots::list(annotation);
     }
-    const int placed = bp::EdfSlots::add(to, layout, contents.records(), lists);
+    const int placed = bp::EdfAnnotationSlots::add(to, layout, scan.records(), lists);
     return placed < 0 || !to.flush() ? -1 : lists.size() - placed;
 }
 
 /// Whether a copy would be no better.
-bool isWhole(const bp::EdfContents &contents, const QString &path)
+bool isWhole(const bp::EdfFileScan &scan, const QString &path)
 {
-    const bool hasSlots = !contents.layout().annotationSignals.isEmpty();
+    const bool hasSlots = !scan.layout().annotationSignals.isEmpty();
     QFile file(path);
-    return (contents.missing().isEmpty() || !hasSlots) && contents.timeless().empty() && file.open(QIODevice::ReadOnly)
-        && file.read(contents.header().size()) == contents.header()
-        && file.size() == contents.header().size() + contents.records() * contents.layout().recordBytes;
+    return (scan.missingAnnotations().isEmpty() || !hasSlots) && scan.recordsWithoutTime().empty()
+        && file.open(QIODevice::ReadOnly) && file.read(scan.headerBytes().size()) == scan.headerBytes()
+        && file.size() == scan.headerBytes().size() + scan.records() * scan.layout().recordBytes;
 }
 
-EDFRescue::Result answerForWhole(const bp::EdfContents &contents, const QString &path)
+EDFRescue::Result answerForWhole(const bp::EdfFileScan &scan, const QString &path)
 {
     const EDFInfo info = EDFReader::fileInfo(path);
     if (!info.valid) {
         return failure(info.error);
     }
-    const bool isSound = contents.notice().isEmpty();
+    const bool isSound = scan.notice().isEmpty();
     return {true,
             isSound ? QStringLiteral("%1 is sound: there is nothing to repair.").arg(path)
-                    : contents.notice() + QStringLiteral(" Repair cannot mend that."),
+                    : scan.notice() + QStringLiteral(" Repair cannot mend that."),
             QString()};
 }
 
-QString summary(const bp::EdfContents &contents, const QString &path, const QString &target, int left)
+QString summary(const bp::EdfFileScan &scan, const QString &path, const QString &target, int left)
 {
-    const qint64 bytes = contents.header().size() + contents.records() * contents.layout().recordBytes;
+    const qint64 bytes = scan.headerBytes().size() + scan.records() * scan.layout().recordBytes;
     const qint64 excess = QFileInfo(path).size() - bytes;
     QString text = QStringLiteral("%1 has %2 s and %3 annotations of %4")
-                       .arg(target, QString::fromLatin1(bp::edfSeconds(contents.records() * contents.recordTicks())),
-                            QString::number(contents.notes().size() - left), path);
+                       .arg(target, QString::fromLatin1(bp::edfSeconds(scan.records() * scan.recordTicks())),
+                            QString::number(scan.annotations().size() - left), path);
     if (excess > 0) {
         text += QStringLiteral("; the %1 bytes behind these records are left out").arg(excess);
     }
@@ -110,13 +108,13 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
     if (!QFileInfo(path).isFile()) {
         return failure(QStringLiteral("Cannot repair %1: there is no such file.").arg(path));
     }
-    bp::EdfContents contents(path, true);
-    contents.readAnnotations();
-    if (!contents.reason().isEmpty()) {
-        return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, contents.reason()));
+    bp::EdfFileScan scan(path, true);
+    scan.readAnnotations();
+    if (!scan.outcome()) {
+        return failure(QStringLiteral("Cannot repair %1: %2.").arg(path, scan.outcome().reason()));
     }
-    if (isWhole(contents, path)) {
-        return answerForWhole(contents, path);
+    if (isWhole(scan, path)) {
+        return answerForWhole(scan, path);
     }
     QFile file(target);
     if (!file.open(QIODevice::ReadWrite | QIODevice::NewOnly)) {
@@ -124,7 +122,7 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
                            ? QStringLiteral("Cannot write %1: it exists already.").arg(target)
                            : QStringLiteral("Cannot write %1: %2.").arg(target, file.errorString()));
     }
-    const int left = writeRepaired(contents, path, file);
+    const int left = writeRepaired(scan, path, file);
     const QString writeError = file.error() == QFileDevice::NoError
         ? QStringLiteral("writing failed; the disk may be full")
         : file.errorString();
@@ -136,5 +134,5 @@ EDFRescue::Result EDFRescue::repair(const QString &path, const QString &target)
         return failure(left < 0 ? QStringLiteral("Cannot write %1: %2.").arg(target, writeError)
                                 : QStringLiteral("Cannot repair %1: its copy is not readable either.").arg(path));
     }
-    return {true, summary(contents, path, target, left), target};
+    return {true, summary(scan, path, target, left), target};
 }

@@ -1,7 +1,7 @@
 #include "files/EDFToXLS.h"
 
 #include "common/SaveFile.h"
-#include "files/edf/EdfSource.h"
+#include "files/edf/EdfInput.h"
 #include "files/edf/EdfText.h"
 #include "files/workbook/RhythmSheet.h"
 
@@ -32,7 +32,7 @@ double tidy(double value)
     return QByteArray::number(value, 'g', kPrecision).toDouble();
 }
 
-QString caption(const bp::EdfChannelFacts &channel)
+QString caption(const bp::EdfSignalHeader &channel)
 {
     const QString unit = QString::fromLatin1(channel.unit);
     return QString::fromLatin1(channel.label) + (unit.isEmpty() ? QString() : QStringLiteral(", %1").arg(unit));
@@ -42,7 +42,7 @@ QString caption(const bp::EdfChannelFacts &channel)
 
 struct EDFToXLS::Job
 {
-    bp::EdfSource source;
+    bp::EdfInput source;
     QXlsx::Document document;
     qint64 done = 0; ///< records, of all rates
     qint64 total = 0;
@@ -58,15 +58,15 @@ struct EDFToXLS::Job
 
 void EDFToXLS::Job::writeInformation(const QString &path)
 {
-    const bp::EdfFacts &facts = source.facts();
+    const bp::EdfHeader &header = source.header();
     QXlsx::Worksheet *sheet = addSheet(translated(kInformation));
     const std::pair<const char *, QVariant> rows[]{
         {QT_TRANSLATE_NOOP("Generic", "File"), path},
-        {QT_TRANSLATE_NOOP("Generic", "Start time"), facts.start.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))},
-        {QT_TRANSLATE_NOOP("Generic", "Subject"), QString::fromLatin1(facts.patient)},
-        {QT_TRANSLATE_NOOP("Generic", "Recording"), QString::fromLatin1(facts.recording)},
+        {QT_TRANSLATE_NOOP("Generic", "Start time"), header.start.toString(QStringLiteral("yyyy/MM/dd hh:mm:ss"))},
+        {QT_TRANSLATE_NOOP("Generic", "Subject"), QString::fromLatin1(header.patient)},
+        {QT_TRANSLATE_NOOP("Generic", "Recording"), QString::fromLatin1(header.recording)},
         {QT_TRANSLATE_NOOP("Generic", "Duration, sec"), source.seconds()},
-        {QT_TRANSLATE_NOOP("Generic", "Channels"), facts.channels.size()},
+        {QT_TRANSLATE_NOOP("Generic", "Channels"), header.channels.size()},
     };
     int row = 0;
     for (const auto &[key, value] : rows) {
@@ -77,7 +77,7 @@ void EDFToXLS::Job::writeInformation(const QString &path)
             sheet->writeNumeric(row, 2, value.toDouble());
         }
     }
-    for (const bp::EdfChannelFacts &channel : facts.channels) {
+    for (const bp::EdfSignalHeader &channel : header.channels) {
         sheet->writeString(++row, 1, bp::cellText(QString::fromLatin1(channel.label)));
         sheet->writeNumeric(row, 2, channel.rate.value());
         sheet->writeString(row, 3, translated(QT_TRANSLATE_NOOP("Generic", "Hz")));
@@ -92,15 +92,16 @@ void EDFToXLS::Job::writeNotes()
     sheet->writeString(row, 1, translated(QT_TRANSLATE_NOOP("Generic", "Onset, sec")));
     sheet->writeString(row, 2, translated(QT_TRANSLATE_NOOP("Generic", "Duration, sec")));
     sheet->writeString(row, 3, translated(QT_TRANSLATE_NOOP("Generic", "Text")));
-    for (const bp::EdfNote &note : source.notes()) {
+    for (const bp::EdfAnnotation &annotation : source.annotations()) {
         if (++row > kMaxRows) {
             return;
         }
-        sheet->writeNumeric(row, 1, bp::edfTime(note.onset));
-        if (note.duration >= 0) {
-            sheet->writeNumeric(row, 2, bp::edfTime(note.duration));
+        sheet->writeNumeric(row, 1, bp::edfTime(annotation.onset));
+        if (annotation.duration >= 0) {
+            sheet->writeNumeric(row, 2, bp::edfTime(annotation.duration));
         }
-        sheet->writeString(row, 3, bp::cellText(bp::EdfText::fromAnnotation(note.text.constData())).left(kCellText));
+        sheet->writeString(row, 3,
+                           bp::cellText(bp::EdfText::fromAnnotation(annotation.text.constData())).left(kCellText));
     }
 }
 
@@ -118,16 +119,17 @@ bool EDFToXLS::convert(const QString &source, const QString &target)
 QString EDFToXLS::write(const QString &source, const QString &target)
 {
     Job job;
-    QString error;
-    if (!job.source.open(source, error) || !job.source.scan([this] { return isCancelled(); }, error)) {
-        return QStringLiteral("Cannot read %1: %2.").arg(source, error);
+    const bp::Outcome opened = job.source.open(source);
+    const bp::Outcome read = opened ? job.source.scan([this] { return isCancelled(); }) : opened;
+    if (!read) {
+        return QStringLiteral("Cannot read %1: %2.").arg(source, read.reason());
     }
     setNotice(job.source.notice());
-    error = targetFault({source}, target);
-    qint64 cells = 3 * qint64{job.source.notes().size()};
+    QString error = targetFault({source}, target);
+    qint64 cells = 3 * qint64{job.source.annotations().size()};
     QVector<int> rates;
-    for (int i = 0; i < job.source.facts().channels.size(); ++i) {
-        const int perRecord = job.source.facts().channels[i].samplesPerRecord;
+    for (int i = 0; i < job.source.header().channels.size(); ++i) {
+        const int perRecord = job.source.header().channels[i].samplesPerRecord;
         const bool ownTimes = !rates.contains(perRecord);
         rates << perRecord;
         cells += job.source.sampleCount(i) * (ownTimes ? 2 : 1);
@@ -156,7 +158,7 @@ QString EDFToXLS::write(const QString &source, const QString &target)
 
 QString EDFToXLS::writeSamples(Job &job)
 {
-    const QVector<bp::EdfChannelFacts> &all = job.source.facts().channels;
+    const QVector<bp::EdfSignalHeader> &all = job.source.header().channels;
     QVector<QVector<int>> groups; // of one rate, in the order of their first channels
     for (int i = 0; i < all.size(); ++i) {
         int group = 0;
@@ -184,20 +186,20 @@ QString EDFToXLS::writeSamples(Job &job)
 
 QString EDFToXLS::writeRate(Job &job, const QVector<int> &channels, const QString &name)
 {
-    const QVector<bp::EdfChannelFacts> &facts = job.source.facts().channels;
-    const int perRecord = facts[channels.constFirst()].samplesPerRecord;
+    const QVector<bp::EdfSignalHeader> &channelHeaders = job.source.header().channels;
+    const int perRecord = channelHeaders[channels.constFirst()].samplesPerRecord;
     std::vector<std::vector<qint32>> samples(static_cast<std::size_t>(channels.size()));
     QXlsx::Worksheet *sheet = nullptr;
     int row = m_rowsPerSheet;
     int number = 0;
-    QString error;
     for (qint64 record = 0; record < job.source.records() && !isCancelled(); ++record) {
         job.source.hold(record, record);
         for (int c = 0; c < channels.size(); ++c) {
             auto &block = samples[static_cast<std::size_t>(c)];
             block.resize(static_cast<std::size_t>(perRecord));
-            if (!job.source.read(channels[c], record * perRecord, perRecord, block.data(), error)) {
-                return QStringLiteral("Cannot read the recording: %1.").arg(error);
+            const bp::Outcome read = job.source.read(channels[c], record * perRecord, perRecord, block.data());
+            if (!read) {
+                return QStringLiteral("Cannot read the recording: %1.").arg(read.reason());
             }
         }
         for (int k = 0; k < perRecord; ++k) {
@@ -206,14 +208,14 @@ QString EDFToXLS::writeRate(Job &job, const QVector<int> &channels, const QStrin
                 row = 1;
                 sheet->writeString(row, 1, translated(QT_TRANSLATE_NOOP("Generic", "Time, sec")));
                 for (int c = 0; c < channels.size(); ++c) {
-                    sheet->writeString(row, c + 2, bp::cellText(caption(facts[channels[c]])));
+                    sheet->writeString(row, c + 2, bp::cellText(caption(channelHeaders[channels[c]])));
                 }
             }
             const double inRecord = k * bp::edfTime(job.source.recordTicks()) / perRecord;
             sheet->writeNumeric(++row, 1, tidy(bp::edfTime(job.source.recordOnset(record)) + inRecord));
             for (int c = 0; c < channels.size(); ++c) {
                 const qint32 digital = samples[static_cast<std::size_t>(c)][static_cast<std::size_t>(k)];
-                sheet->writeNumeric(row, c + 2, tidy(facts[channels[c]].physical(digital)));
+                sheet->writeNumeric(row, c + 2, tidy(channelHeaders[channels[c]].physical(digital)));
             }
         }
         report(++job.done, job.total);

@@ -4,7 +4,7 @@
 
 /// Writes a recording into a spreadsheet, an Office Open XML workbook whatever its suffix.
 ///
-/// Sheet "Information" has the facts of the file, "Annotations" the onsets and durations in seconds and the texts. The
+/// Sheet "Information" has the header of the file, "Annotations" the onsets and durations in seconds and the texts. The
 /// samples stand on one sheet per sampling rate, "Data" or, where there are several rates, "Data 250 Hz": a column with
 /// the time in seconds from the first sample, then one per channel with its unit. A full sheet is continued on
 /// "Data (2)". Values are the physical ones that the file tells every program; nothing is inverted. Times of a

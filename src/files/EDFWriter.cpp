@@ -1,6 +1,6 @@
 #include "files/EDFWriter.h"
 
-#include "files/edf/EdfClaim.h"
+#include "files/edf/EdfFileLock.h"
 #include "files/edf/EdfJournal.h"
 #include "files/edf/EdfLibrary.h"
 #include "files/edf/EdfRecordGuard.h"
@@ -30,7 +30,7 @@ constexpr long long kLatestOnset = 1'000'000'000'000'000; ///< 0.1 ms; beyond it
 } // namespace
 
 EDFWriter::EDFWriter()
-    : m_claim(std::make_unique<bp::EdfClaim>())
+    : m_fileLock(std::make_unique<bp::EdfFileLock>())
     , m_guard(std::make_unique<bp::EdfRecordGuard>())
     , m_journal(std::make_unique<bp::EdfJournal>())
 {
@@ -118,9 +118,9 @@ bool EDFWriter::open()
 /// Why the file must not even be created, empty when it may.
 QString EDFWriter::unwritableReason() const
 {
-    const QString fault = Limits::fault(m_channelCount, m_samplesPerRecord);
-    if (!fault.isEmpty()) {
-        return fault;
+    const bp::Outcome withinLimits = Limits::check(m_channelCount, m_samplesPerRecord);
+    if (!withinLimits) {
+        return withinLimits.reason();
     }
     const QFileInfo target(m_path);
     if (target.exists() && !target.isFile()) {
@@ -132,15 +132,15 @@ QString EDFWriter::unwritableReason() const
 bool EDFWriter::createFile()
 {
     const bool existed = QFileInfo::exists(m_path);
-    const QString reason = m_claim->take(m_path);
-    if (!reason.isEmpty()) {
-        return refuse(reason);
+    const bp::Outcome locked = m_fileLock->acquire(m_path);
+    if (!locked) {
+        return refuse(locked.reason());
     }
     m_notice.clear();
-    if (!m_claim->setAsidePath().isEmpty()) {
+    if (!m_fileLock->setAsidePath().isEmpty()) {
         addNotice("open",
                   QStringLiteral("An unrepaired recording was at %1 and is kept as %2.")
-                      .arg(m_path, m_claim->setAsidePath()));
+                      .arg(m_path, m_fileLock->setAsidePath()));
     }
     m_handle = bp::EdfLibrary::openForWriting(m_path, EDFLIB_FILETYPE_EDFPLUS, m_channelCount);
     if (m_handle >= 0) {
@@ -148,7 +148,7 @@ bool EDFWriter::createFile()
     }
     BPCommon::log(m_logLevel, "EDFWriter::open edfopen_file_writeonly code error %i", m_handle);
     m_lastError = QStringLiteral("Cannot create %1: %2.").arg(m_path, bp::EdfLibrary::errorText(m_handle));
-    m_claim->release();
+    m_fileLock->release();
     if (!existed) {
         QFile::remove(m_path);
     }
@@ -211,7 +211,7 @@ bool EDFWriter::close()
         return false;
     }
     m_isOpen = false;
-    const bool isInPlace = m_claim->isInPlace();
+    const bool isInPlace = m_fileLock->isInPlace();
     m_guard->beginClose();
     const int code = bp::EdfLibrary::close(m_handle);
     m_handle = -1;
@@ -222,7 +222,7 @@ bool EDFWriter::close()
     if (fault.isEmpty() && code != 0) {
         fault = writeFailure();
     }
-    m_claim->release();
+    m_fileLock->release();
     if (fault.isEmpty()) {
         m_journal->finish();
         return true;
@@ -239,11 +239,11 @@ void EDFWriter::discard()
         return;
     }
     m_isOpen = false;
-    const bool isInPlace = m_claim->isInPlace();
+    const bool isInPlace = m_fileLock->isInPlace();
     bp::EdfLibrary::close(m_handle);
     m_handle = -1;
     m_journal->finish();
-    m_claim->release();
+    m_fileLock->release();
     if (isInPlace) {
         QFile::remove(m_path);
     }
@@ -401,7 +401,7 @@ std::pair<bool, long long> EDFWriter::addAnnotationAt(long long elapsedMs, const
 
 bool EDFWriter::addAnnotation(double onsetSeconds, double durationSeconds, const QString &text)
 {
-    // 1000 and not EDFlib's 10000 per second: kept, hosts rely on where these annotations land.
+    // 1000 and not EDFlib's 10000 per second. Compatibility: hosts rely on where these annotations land.
     const double onset = onsetSeconds * 1000.0;
     const double duration = durationSeconds * 1000.0;
     if (!(std::fabs(onset) < kLatestOnset && std::fabs(duration) < kLatestOnset)) {
@@ -428,8 +428,9 @@ bool EDFWriter::writeAnnotation(long long onset, long long duration, const QStri
         addNotice("addAnnotation",
                   QStringLiteral("Labels have at most 40 bytes in a recording: \"%1\" was cut.").arg(text));
     }
-    m_guard->noteAnnotation(onset, duration, bytes);
-    if (!m_journal->note({onset, duration, bytes})) {
+    const bp::EdfAnnotation written{onset * bp::kEdfWriteTicks, duration * bp::kEdfWriteTicks, bytes};
+    m_guard->noteAnnotation(written);
+    if (!m_journal->append(written)) {
         BPCommon::log(m_logLevel, "EDFWriter::addAnnotation is not in the journal %s", bp::EdfJournal::pathFor(m_path));
     }
     return true;

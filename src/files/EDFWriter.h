@@ -16,7 +16,7 @@
 
 class Montage;
 namespace bp {
-class EdfClaim;
+class EdfFileLock;
 class EdfJournal;
 class EdfRecordGuard;
 } // namespace bp
@@ -158,7 +158,7 @@ private:
     bool m_hasSamples = false; ///< were given to the file that is open
     bool m_cutsLabels = false; ///< notice() says so
     std::vector<qint16> m_buffer; ///< the current record, channel-major, digital values
-    std::unique_ptr<bp::EdfClaim> m_claim;
+    std::unique_ptr<bp::EdfFileLock> m_fileLock;
     std::unique_ptr<bp::EdfRecordGuard> m_guard;
     std::unique_ptr<bp::EdfJournal> m_journal;
 };

@@ -2,7 +2,7 @@
 
 #include "base/FileUtilities.h"
 #include "common/BPCommon.h"
-#include "files/edf/EdfClaim.h"
+#include "files/edf/EdfFileLock.h"
 
 #include <QFileInfo>
 #include <QStringList>
@@ -53,9 +53,9 @@ QString FileConversion::targetFault(const QStringList &sources, const QString &t
             return QStringLiteral("%1 is the source and the target; choose another name for the result.").arg(target);
         }
     }
-    const QString fault = bp::EdfClaim::replaceFault(target);
-    if (!fault.isEmpty()) {
-        return QStringLiteral("Cannot write %1: %2.").arg(target, fault);
+    const bp::Outcome replaceable = bp::EdfFileLock::mayReplace(target);
+    if (!replaceable) {
+        return QStringLiteral("Cannot write %1: %2.").arg(target, replaceable.reason());
     }
     return FileUtilities::createIfNotExists(info.absolutePath())
         ? QString()

@@ -15,24 +15,43 @@ bool isTitleLine(const std::vector<QByteArray> &fields)
     });
 }
 
-bool appendRow(const bp::TextRows &rows, std::vector<std::vector<double>> &columns, QString &error)
+bp::Outcome appendRow(const bp::TextRows &rows, std::vector<std::vector<double>> &columns)
 {
     const std::size_t count = rows.fields().size();
     if (columns.empty()) {
         columns.resize(count);
     }
     if (count != columns.size()) {
-        error = rows.fault(QStringLiteral("%1 columns instead of %2").arg(count).arg(columns.size()));
-        return false;
+        return rows.failure(QStringLiteral("%1 columns instead of %2").arg(count).arg(columns.size()));
     }
     for (std::size_t i = 0; i < count; ++i) {
         double value = 0.0;
-        if (!rows.number(static_cast<int>(i), value, error)) {
-            return false;
+        const bp::Outcome isNumber = rows.number(static_cast<int>(i), value);
+        if (!isNumber) {
+            return isNumber;
         }
         columns[i].push_back(value);
     }
-    return true;
+    return bp::Outcome::good();
+}
+
+/// Fails with a sentence.
+bp::Outcome readColumns(const QString &path, std::vector<std::vector<double>> &columns)
+{
+    bp::TextRows rows(path, bp::TextRows::Blanks);
+    bp::Outcome outcome = rows.open();
+    bool hasRow = outcome && rows.next();
+    if (hasRow && isTitleLine(rows.fields())) {
+        hasRow = rows.next();
+    }
+    while (hasRow) {
+        outcome = appendRow(rows, columns);
+        hasRow = outcome && rows.next();
+    }
+    if (!outcome || !rows.outcome()) {
+        return outcome ? rows.outcome() : outcome;
+    }
+    return columns.empty() ? bp::Outcome::failure(QStringLiteral("%1 contains no numbers.").arg(path)) : outcome;
 }
 
 } // namespace
@@ -41,21 +60,10 @@ namespace bp {
 
 bool readTextTable(const QString &path, std::vector<std::vector<double>> &columns, QString &error)
 {
-    TextRows rows(path, TextRows::Blanks);
     std::vector<std::vector<double>> read;
-    QString fault;
-    bool hasRow = rows.open(fault) && rows.next(fault);
-    if (hasRow && isTitleLine(rows.fields())) {
-        hasRow = rows.next(fault);
-    }
-    while (hasRow) {
-        hasRow = appendRow(rows, read, fault) && rows.next(fault);
-    }
-    if (fault.isEmpty() && read.empty()) {
-        fault = QStringLiteral("%1 contains no numbers.").arg(path);
-    }
-    if (!fault.isEmpty()) {
-        error = fault;
+    const Outcome outcome = readColumns(path, read);
+    if (!outcome) {
+        error = outcome.reason();
         return false;
     }
     columns = std::move(read);

@@ -4,7 +4,7 @@
 #include "base/LanguageContext.h"
 #include "common/BPCommon.h"
 #include "files/workbook/RhythmSheet.h"
-#include "files/workbook/WorkbookGuard.h"
+#include "files/workbook/WorkbookCheck.h"
 
 #include <QBuffer>
 #include <QFile>
@@ -126,8 +126,9 @@ bool XLSReader::readFile(QString &error)
         return false;
     }
     QByteArray workbook = file.readAll();
-    error = bp::workbookFault(workbook);
-    if (!error.isEmpty()) {
+    const bp::Outcome sound = bp::checkWorkbook(workbook);
+    if (!sound) {
+        error = sound.reason();
         return false;
     }
     QBuffer buffer(&workbook);

@@ -21,7 +21,7 @@ int decimalsOf(const QByteArray &text)
 
 namespace bp {
 
-bool ColumnRange::setLimits(EdfChannelFacts &channel, bool bdf) const
+bool ColumnRange::setLimits(EdfSignalHeader &channel, bool bdf) const
 {
     channel.digitalMinimum = bdf ? -8388608 : -32768;
     channel.digitalMaximum = bdf ? 8388607 : 32767;
@@ -71,58 +71,58 @@ int ColumnText::chosenColumn(int i) const
     return m_columns.isEmpty() ? i : m_columns[i] - 1;
 }
 
-bool ColumnText::rewind(QString &error)
+Outcome ColumnText::rewind()
 {
     m_second = m_rows > 0;
     m_inputs.clear();
     m_bytes = 0;
-    for (const QString &path : qAsConst(m_paths)) {
-        if (!openInput(path, error)) {
-            return false;
-        }
+    m_outcome =
+        m_paths.isEmpty() ? Outcome::failure(QStringLiteral("There is no text file to convert.")) : Outcome::good();
+    for (int i = 0; m_outcome && i < m_paths.size(); ++i) {
+        m_outcome = openInput(m_paths[i]);
     }
-    if (m_inputs.empty()) {
-        error = QStringLiteral("There is no text file to convert.");
-    }
-    return error.isEmpty();
+    return m_outcome;
 }
 
-bool ColumnText::openInput(const QString &path, QString &error)
+Outcome ColumnText::openInput(const QString &path)
 {
     Input input;
     input.rows = std::make_unique<TextRows>(path, TextRows::Any);
-    if (!input.rows->open(error)) {
-        return false;
+    const Outcome opened = input.rows->open();
+    if (!opened) {
+        return opened;
     }
     m_bytes += input.rows->size();
-    if (m_hasLabelLine && input.rows->next(error)) {
+    if (m_hasLabelLine && input.rows->next()) {
         for (const QByteArray &field : input.rows->fields()) {
             input.labels << QString::fromUtf8(field).remove(QLatin1Char('"')).trimmed();
         }
     }
     m_inputs.push_back(std::move(input));
-    return error.isEmpty();
+    return m_inputs.back().rows->outcome();
 }
 
-bool ColumnText::readInput(Input &input, std::vector<double> &row, QString &error)
+/// Returns false at the end of the file, and when its row cannot be read.
+bool ColumnText::readInput(Input &input, std::vector<double> &row)
 {
-    if (!input.rows->next(error)) {
+    if (!input.rows->next()) {
+        m_outcome = input.rows->outcome();
         return false;
     }
     const std::vector<QByteArray> &fields = input.rows->fields();
     if (input.columns != 0 && fields.size() != input.columns) {
-        error = input.rows->fault(QStringLiteral("%1 columns instead of %2").arg(fields.size()).arg(input.columns));
+        m_outcome =
+            input.rows->failure(QStringLiteral("%1 columns instead of %2").arg(fields.size()).arg(input.columns));
         return false;
     }
     input.columns = fields.size();
     for (int i = 0; i < chosenCount(input); ++i) {
         const int column = chosenColumn(i);
-        if (column < 0 || column >= static_cast<int>(fields.size())) {
-            error = input.rows->fault(QStringLiteral("there is no column %1").arg(column + 1));
-            return false;
-        }
         double value = 0.0;
-        if (!input.rows->number(column, value, error)) {
+        m_outcome = column >= 0 && column < static_cast<int>(fields.size())
+            ? input.rows->number(column, value)
+            : input.rows->failure(QStringLiteral("there is no column %1").arg(column + 1));
+        if (!m_outcome) {
             return false;
         }
         row.push_back(value);
@@ -131,7 +131,7 @@ bool ColumnText::readInput(Input &input, std::vector<double> &row, QString &erro
     return true;
 }
 
-bool ColumnText::readRow(std::vector<double> &row, QString &error)
+bool ColumnText::readRow(std::vector<double> &row)
 {
     std::vector<double> read;
     read.reserve(row.size());
@@ -139,15 +139,15 @@ bool ColumnText::readRow(std::vector<double> &row, QString &error)
     const Input *ended = nullptr;
     bool goesOn = false;
     for (Input &input : m_inputs) {
-        const bool hasRow = readInput(input, read, error);
-        if (!error.isEmpty()) {
+        const bool hasRow = readInput(input, read);
+        if (!m_outcome) {
             return false;
         }
         ended = hasRow ? ended : &input;
         goesOn = goesOn || hasRow;
     }
     if (ended != nullptr && goesOn) {
-        error = ended->rows->fault(QStringLiteral("the file ends here, while others go on"));
+        m_outcome = ended->rows->failure(QStringLiteral("the file ends here, while others go on"));
     }
     if (ended != nullptr) {
         return false;
@@ -156,14 +156,14 @@ bool ColumnText::readRow(std::vector<double> &row, QString &error)
     return true;
 }
 
-bool ColumnText::measure(std::vector<ColumnRange> &ranges, const std::function<bool(qint64, qint64)> &tick,
-                         QString &error)
+Outcome ColumnText::measure(std::vector<ColumnRange> &ranges, const std::function<bool(qint64, qint64)> &tick)
 {
-    if (!rewind(error)) {
-        return false;
+    const Outcome opened = rewind();
+    if (!opened) {
+        return opened;
     }
     std::vector<double> row;
-    while (readRow(row, error)) {
+    while (readRow(row)) {
         if (m_rows == 0) {
             for (const double value : row) {
                 ranges.push_back({value, value, 0});
@@ -176,16 +176,12 @@ bool ColumnText::measure(std::vector<ColumnRange> &ranges, const std::function<b
             range.decimals = m_decimals[i] < 0 || range.decimals < 0 ? -1 : std::max(range.decimals, m_decimals[i]);
         }
         if (++m_rows % kTickRows == 0 && !tick(bytesRead(), totalBytes())) {
-            error = QStringLiteral("cancelled");
-        }
-        if (!error.isEmpty()) {
-            return false;
+            return Outcome::failure(QStringLiteral("cancelled"));
         }
     }
-    if (error.isEmpty() && m_rows == 0) {
-        error = QStringLiteral("%1 holds no numbers.").arg(m_paths.join(QStringLiteral(", ")));
-    }
-    return error.isEmpty();
+    return m_outcome && m_rows == 0
+        ? Outcome::failure(QStringLiteral("%1 holds no numbers.").arg(m_paths.join(QStringLiteral(", "))))
+        : m_outcome;
 }
 
 QStringList ColumnText::labels() const

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "files/conversion/TextRows.h"
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 #include <QStringList>
 #include <QVector>
@@ -20,10 +20,11 @@ struct ColumnRange
     int decimals = 0; ///< most that any value has; negative: with exponents
 
     /// Limits that hold every value, exactly where the decimals allow it.
-    bool setLimits(EdfChannelFacts &channel, bool bdf) const;
+    bool setLimits(EdfSignalHeader &channel, bool bdf) const;
 };
 
-/// Columns of numbers of one or several text files, row by row.
+/// Columns of numbers of one or several text files, row by row. Reasons of failures are one sentence, with file and
+/// line where there is one.
 class ColumnText
 {
 public:
@@ -31,10 +32,12 @@ public:
     ColumnText(const QStringList &paths, const QVector<int> &columns, bool hasLabelLine);
     /// Reads everything once.
     /// @param tick is told how much of twice the files is done, and ends the reading with false
-    bool measure(std::vector<ColumnRange> &ranges, const std::function<bool(qint64, qint64)> &tick, QString &error);
-    bool rewind(QString &error);
-    /// @return false at the end, and with an error, which is a sentence with file and line
-    bool readRow(std::vector<double> &row, QString &error);
+    Outcome measure(std::vector<ColumnRange> &ranges, const std::function<bool(qint64, qint64)> &tick);
+    Outcome rewind();
+    /// @return false at the end, and when a row cannot be read, which outcome() tells
+    bool readRow(std::vector<double> &row);
+    /// Whether every row since rewind() could be read.
+    const Outcome &outcome() const { return m_outcome; }
     QStringList labels() const;
     qint64 rows() const { return m_rows; }
     qint64 bytesRead() const;
@@ -50,8 +53,8 @@ private:
 
     int chosenCount(const Input &input) const;
     int chosenColumn(int i) const;
-    bool openInput(const QString &path, QString &error);
-    bool readInput(Input &input, std::vector<double> &row, QString &error);
+    Outcome openInput(const QString &path);
+    bool readInput(Input &input, std::vector<double> &row);
 
     QStringList m_paths;
     QVector<int> m_columns;
@@ -61,6 +64,7 @@ private:
     qint64 m_rows = 0;
     qint64 m_bytes = 0;
     bool m_second = false;
+    Outcome m_outcome = Outcome::good();
 };
 
 } // namespace bp

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "files/conversion/ChannelChoice.h"
-#include "files/conversion/RateChanger.h"
+#include "files/conversion/Resampler.h"
+#include "files/edf/EdfInput.h"
 #include "files/edf/EdfRecordPlan.h"
-#include "files/edf/EdfSource.h"
 
 #include <functional>
 #include <memory>
@@ -11,11 +11,11 @@
 
 namespace bp {
 
-/// Copies a part, or some channels, of a recording into a new file. Faults are one sentence.
+/// Copies a part, or some channels, of a recording into a new file. Reasons of failures are one sentence.
 class RecordingCopy
 {
 public:
-    /// Is told how many records of the target are done; false ends the work with the fault "cancelled".
+    /// Is told how many records of the target are done; false ends the work, which then failed as "cancelled".
     using Tick = std::function<bool(qint64 done, qint64 total)>;
 
     /// Of all samples.
@@ -23,26 +23,26 @@ public:
     /// Of the samples with from ≤ t < to, in seconds of the file; a negative `to` means the end.
     RecordingCopy(const QString &source, double from, double to);
 
-    QString open(const std::function<bool()> &cancelled);
-    QString write(const QString &target, const Tick &tick);
+    Outcome open(const std::function<bool()> &cancelled);
+    Outcome write(const QString &target, const Tick &tick);
     /// What a user should know of the source; after open().
     QString notice() const { return m_source.notice(); }
 
 private:
-    /// A stretch of signal without a pause.
-    struct Stretch
+    /// A segment of signal without a pause.
+    struct Segment
     {
         qint64 first = 0; ///< record
         qint64 records = 0;
         qint64 onset = 0; ///< ticks in the file
     };
 
-    QString chooseStretch();
-    QString planTime();
+    Outcome chooseSegment();
+    Outcome planTime();
     qint64 planSteps(double densest);
-    QString copy(const QString &target, const Tick &tick);
-    QString copyRecord(qint64 record, std::vector<qint32> &samples);
-    QString copyChannel(int i, qint64 record, qint32 *out);
+    Outcome copy(const QString &target, const Tick &tick);
+    Outcome copyRecord(qint64 record, std::vector<qint32> &samples);
+    Outcome copyChannel(int i, qint64 record, qint32 *out);
 
     QString m_path;
     QVector<EDFChannelChange> m_changes;
@@ -50,15 +50,15 @@ private:
     double m_to = -1.0;
     bool m_isWhole = true;
 
-    EdfSource m_source;
-    Stretch m_stretch;
+    EdfInput m_source;
+    Segment m_segment;
     ChannelChoice m_choice;
-    EdfFacts m_facts; ///< of the target
+    EdfHeader m_header; ///< of the target
     Ratio m_step;
-    qint64 m_firstStep = 0; ///< from the beginning of the stretch
+    qint64 m_firstStep = 0; ///< from the beginning of the segment
     EdfRecordPlan m_plan;
-    QVector<EdfNote> m_notes;
-    std::vector<std::unique_ptr<RateChanger>> m_changers; ///< null: copied
+    QVector<EdfAnnotation> m_annotations;
+    std::vector<std::unique_ptr<Resampler>> m_resamplers; ///< null: copied
     std::vector<qint32> m_input; ///< of a rate changer
     std::vector<double> m_values;
 };

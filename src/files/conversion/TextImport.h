@@ -8,29 +8,29 @@
 
 namespace bp {
 
-class EdfSink;
+class EdfOutput;
 
 /// Makes an EDF or BDF file of columns of numbers, which are read twice: for their ranges, and to be written.
 class TextImport
 {
 public:
-    /// Is told how much is done, in bytes of twice the files; false ends the work with the fault "cancelled".
+    /// Is told how much is done, in bytes of twice the files; false ends the work, which then failed as "cancelled".
     using Tick = std::function<bool(qint64 done, qint64 total)>;
 
     TextImport(const QStringList &sources, const EDFTextFormat &format);
-    /// @return one sentence on why not; empty when the file is there
-    QString write(const QString &target, const Tick &tick);
+    /// Reasons of failures are one sentence.
+    Outcome write(const QString &target, const Tick &tick);
 
 private:
-    QString plan(const QString &target);
-    QString addChannels(const QStringList &labels);
-    QString fill(EdfSink &sink, const QString &target, const Tick &tick);
+    Outcome plan(const QString &target);
+    Outcome addChannels(const QStringList &labels);
+    Outcome fill(EdfOutput &output, const QString &target, const Tick &tick);
     void store(const std::vector<double> &row, std::size_t at);
 
     EDFTextFormat m_format;
     ColumnText m_text;
     std::vector<ColumnRange> m_ranges; ///< one per channel
-    EdfFacts m_facts;
+    EdfHeader m_header;
     EdfRecordPlan m_plan;
     std::vector<qint32> m_samples; ///< of the record, channel after channel
 };

@@ -39,21 +39,20 @@ TextRows::TextRows(const QString &path, Separators separators)
 {
 }
 
-bool TextRows::open(QString &error)
+Outcome TextRows::open()
 {
     const bool opened = m_file.open(QIODevice::ReadOnly);
     if (opened && !m_file.isSequential()) {
         m_use.hold(m_file);
-        return true;
+        return Outcome::good();
     }
-    error = QStringLiteral("%1 cannot be read: %2.")
-                .arg(path(), opened ? QStringLiteral("it is not a file") : m_file.errorString());
-    return false;
+    return Outcome::failure(QStringLiteral("%1 cannot be read: %2.")
+                                .arg(path(), opened ? QStringLiteral("it is not a file") : m_file.errorString()));
 }
 
-bool TextRows::next(QString &error)
+bool TextRows::next()
 {
-    while (readLine(error)) {
+    while (readLine()) {
         split();
         if (!m_fields.empty()) {
             return true;
@@ -63,7 +62,7 @@ bool TextRows::next(QString &error)
     return false;
 }
 
-bool TextRows::readLine(QString &error)
+bool TextRows::readLine()
 {
     const qint64 length = m_file.readLine(m_buffer.data(), m_buffer.size());
     if (length <= 0) {
@@ -71,7 +70,7 @@ bool TextRows::readLine(QString &error)
     }
     ++m_lineNumber;
     if (length == m_buffer.size() - 1 && m_buffer.at(static_cast<int>(length) - 1) != '\n') {
-        error = fault(QStringLiteral("not a table of numbers"));
+        m_outcome = failure(QStringLiteral("not a table of numbers"));
         return false;
     }
     m_line = QByteArray(m_buffer.constData(), static_cast<int>(length));
@@ -111,21 +110,20 @@ void TextRows::split()
     }
 }
 
-bool TextRows::number(int field, double &value, QString &error) const
+Outcome TextRows::number(int field, double &value) const
 {
     const QByteArray &text = m_fields.at(static_cast<std::size_t>(field));
     bool isNumber = false;
     value = text.toDouble(&isNumber);
     if (isNumber && std::isfinite(value)) {
-        return true;
+        return Outcome::good();
     }
-    error = fault(QStringLiteral("\"%1\" is not a finite number").arg(QString::fromUtf8(text.left(kShownBytes))));
-    return false;
+    return failure(QStringLiteral("\"%1\" is not a finite number").arg(QString::fromUtf8(text.left(kShownBytes))));
 }
 
-QString TextRows::fault(const QString &what) const
+Outcome TextRows::failure(const QString &what) const
 {
-    return QStringLiteral("%1, line %2: %3.").arg(path()).arg(m_lineNumber).arg(what);
+    return Outcome::failure(QStringLiteral("%1, line %2: %3.").arg(path()).arg(m_lineNumber).arg(what));
 }
 
 } // namespace bp

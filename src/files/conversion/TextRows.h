@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
 #include "files/edf/OpenFile.h"
 
 #include <QByteArray>
@@ -11,7 +12,8 @@
 namespace bp {
 
 /// The lines of a text file as fields: what is common to all tables of numbers. A byte order mark, empty lines and
-/// those that begin with '#' are skipped. Errors are one sentence with file name and line number.
+/// those that begin with '#' are skipped. Reasons of failures are one sentence with file name and line
+/// number.
 class TextRows
 {
 public:
@@ -21,23 +23,25 @@ public:
     };
 
     TextRows(const QString &path, Separators separators);
-    bool open(QString &error);
+    Outcome open();
     /// Goes to the next line with fields.
-    /// @return false at the end, and with an error
-    bool next(QString &error);
+    /// @return false at the end, and when the line cannot be read, which outcome() tells
+    bool next();
+    /// Whether every line so far could be read.
+    const Outcome &outcome() const { return m_outcome; }
     /// Of the line; views that are valid until the next one.
     const std::vector<QByteArray> &fields() const { return m_fields; }
     /// The finite number that a field of the line is.
-    bool number(int field, double &value, QString &error) const;
-    /// A sentence about the line.
-    QString fault(const QString &what) const;
+    Outcome number(int field, double &value) const;
+    /// A failure with a sentence about the line.
+    Outcome failure(const QString &what) const;
     QString path() const { return m_file.fileName(); }
     bool atEnd() const { return m_file.atEnd(); }
     qint64 position() const { return m_file.pos(); } ///< bytes
     qint64 size() const { return m_file.size(); }
 
 private:
-    bool readLine(QString &error);
+    bool readLine();
     void split();
 
     QFile m_file;
@@ -47,6 +51,7 @@ private:
     QByteArray m_line;
     std::vector<QByteArray> m_fields;
     qint64 m_lineNumber = 0;
+    Outcome m_outcome = Outcome::good();
 };
 
 } // namespace bp

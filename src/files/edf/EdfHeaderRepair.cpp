@@ -1,6 +1,6 @@
 #include "files/edf/EdfHeaderRepair.h"
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 #include "files/edf/EdfLayout.h"
 
 #include <QRegularExpression>
@@ -12,6 +12,7 @@
 namespace {
 
 using bp::EdfLayout;
+using bp::Outcome;
 
 constexpr int kUtf8Mib = 106;
 constexpr double kLongestRecord = 1e8; ///< seconds
@@ -139,15 +140,17 @@ void mendAnnotationSignals(QByteArray &header, const EdfLayout &layout)
     }
 }
 
-QString startFault(const EdfLayout &layout)
+Outcome checkStart(const EdfLayout &layout)
 {
-    const QByteArray date = layout.header.mid(EdfLayout::kStartAt, kDateWidth);
-    const QByteArray time = layout.header.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth);
+    const QByteArray date = layout.headerBytes.mid(EdfLayout::kStartAt, kDateWidth);
+    const QByteArray time = layout.headerBytes.mid(EdfLayout::kStartAt + kDateWidth, kDateWidth);
     if (!bp::edfDate(date).isValid()) {
-        return QStringLiteral("its date \"%1\" is none").arg(QString::fromLatin1(date));
+        return Outcome::failure(QStringLiteral("its date \"%1\" is none").arg(QString::fromLatin1(date)));
     }
-    return bp::edfClock(time).isValid() ? QString()
-                                        : QStringLiteral("its time \"%1\" is none").arg(QString::fromLatin1(time));
+    if (!bp::edfClock(time).isValid()) {
+        return Outcome::failure(QStringLiteral("its time \"%1\" is none").arg(QString::fromLatin1(time)));
+    }
+    return Outcome::good();
 }
 
 /// A number of a signal; NaN when it is none.
@@ -159,7 +162,7 @@ double valueOf(const EdfLayout &layout, int signal, int before)
 }
 
 /// A signal needs two pairs of numbers to be scaled with, and samples that have the digital ones.
-QString rangeFault(const EdfLayout &layout, int signal)
+Outcome checkRange(const EdfLayout &layout, int signal)
 {
     const double physical = valueOf(layout, signal, EdfLayout::kPhysicalMaximumBefore)
         - valueOf(layout, signal, EdfLayout::kPhysicalMinimumBefore);
@@ -169,18 +172,19 @@ QString rangeFault(const EdfLayout &layout, int signal)
                              .arg(signal + 1)
                              .arg(QString::fromLatin1(layout.signalField(signal, 0, EdfLayout::kLabelWidth)));
     if (!std::isfinite(physical) || physical == 0.0 || !(maximum > minimum)) {
-        return name + QStringLiteral(" has no range that its values could be scaled with");
+        return Outcome::failure(name + QStringLiteral(" has no range that its values could be scaled with"));
     }
     const double most = layout.isBdf ? 8388607.0 : 32767.0;
     const bool isWhole = std::trunc(minimum) == minimum && std::trunc(maximum) == maximum;
     if (!isWhole || minimum < -most - 1.0 || maximum > most) {
-        return name
+        return Outcome::failure(
+            name
             + QStringLiteral(" has the digital limits %1 and %2, which its samples of %3 bits cannot have")
                   .arg(minimum, 0, 'g', 10)
                   .arg(maximum, 0, 'g', 10)
-                  .arg(8 * layout.sampleBytes);
+                  .arg(8 * layout.sampleBytes));
     }
-    return QString();
+    return Outcome::good();
 }
 
 } // namespace
@@ -189,7 +193,7 @@ namespace bp {
 
 QByteArray EdfHeaderRepair::mended(const EdfLayout &layout)
 {
-    QByteArray header = layout.header;
+    QByteArray header = layout.headerBytes;
     mendStart(header);
     for (const int position : {EdfLayout::kPatientAt, EdfLayout::kRecordingAt}) {
         put(header, position, EdfLayout::kTextWidth, ascii(header.mid(position, EdfLayout::kTextWidth)));
@@ -222,24 +226,24 @@ QByteArray EdfHeaderRepair::mended(const EdfLayout &layout)
     return header;
 }
 
-QString EdfHeaderRepair::fault(const EdfLayout &layout)
+Outcome EdfHeaderRepair::check(const EdfLayout &layout)
 {
-    const QString start = startFault(layout);
-    if (!start.isEmpty()) {
+    const Outcome start = checkStart(layout);
+    if (!start) {
         return start;
     }
     const bool hasOnlyAnnotations = layout.annotationSignals.size() == layout.signalCount;
     const double duration = layout.field(EdfLayout::kDurationAt, EdfLayout::kNumberWidth).toDouble();
     if (!(duration >= 0.0 && duration < kLongestRecord) || (duration == 0.0 && !hasOnlyAnnotations)) {
-        return QStringLiteral("it does not say how long a data record lasts");
+        return Outcome::failure(QStringLiteral("it does not say how long a data record lasts"));
     }
     for (int signal = 0; signal < layout.signalCount; ++signal) {
-        const QString range = rangeFault(layout, signal);
-        if (!range.isEmpty()) {
+        const Outcome range = checkRange(layout, signal);
+        if (!range) {
             return range;
         }
     }
-    return QString();
+    return Outcome::good();
 }
 
 } // namespace bp

@@ -2,13 +2,15 @@
 
 #include "files/edf/EdfLayout.h"
 
+#include <algorithm>
+#include <limits>
 #include <map>
 #include <utility>
 
 namespace {
 
 constexpr const char *kTitle = "BioProcessing labels 1 ";
-constexpr qint64 kTicksPerUnit = bp::kEdfTicks / 10000; // of 0.1 ms
+constexpr qint64 kLatest = std::numeric_limits<qint64>::max() / bp::kEdfWriteTicks;
 constexpr qint64 kMostBytes = 64 << 20; // a million labels
 
 bool isJournal(QFile &file)
@@ -16,12 +18,15 @@ bool isJournal(QFile &file)
     return file.read(static_cast<qint64>(qstrlen(kTitle))) == kTitle;
 }
 
-QByteArray line(const bp::EdfJournal::Entry &entry)
+QByteArray line(const bp::EdfAnnotation &annotation)
 {
-    return QByteArray::number(entry.onset) + ' ' + QByteArray::number(entry.duration) + ' ' + entry.text + '\n';
+    const qint64 duration = annotation.duration / bp::kEdfWriteTicks;
+    return QByteArray::number(annotation.onset / bp::kEdfWriteTicks) + ' '
+        + QByteArray::number(annotation.duration < 0 ? std::min<qint64>(-1, duration) : duration) + ' '
+        + annotation.text + '\n';
 }
 
-bool parse(const QByteArray &line, bp::EdfJournal::Entry &entry)
+bool parse(const QByteArray &line, bp::EdfAnnotation &annotation)
 {
     const int first = line.indexOf(' ');
     const int second = line.indexOf(' ', first + 1);
@@ -30,10 +35,14 @@ bool parse(const QByteArray &line, bp::EdfJournal::Entry &entry)
     }
     bool isOnset = false;
     bool isDuration = false;
-    entry.onset = line.left(first).toLongLong(&isOnset);
-    entry.duration = line.mid(first + 1, second - first - 1).toLongLong(&isDuration);
-    entry.text = line.mid(second + 1, line.size() - second - 2);
-    return isOnset && isDuration;
+    const qint64 onset = line.left(first).toLongLong(&isOnset);
+    const qint64 duration = line.mid(first + 1, second - first - 1).toLongLong(&isDuration);
+    if (!isOnset || !isDuration || onset < -kLatest || onset > kLatest || duration > kLatest) {
+        return false;
+    }
+    annotation = {onset * bp::kEdfWriteTicks, duration < 0 ? -1 : duration * bp::kEdfWriteTicks,
+                  line.mid(second + 1, line.size() - second - 2)};
+    return true;
 }
 
 } // namespace
@@ -50,35 +59,33 @@ QByteArray EdfJournal::identity(const QByteArray &header)
     return header.mid(EdfLayout::kStartAt, EdfLayout::kStartWidth);
 }
 
-QList<EdfJournal::Entry> EdfJournal::read(const QString &recording, const QByteArray &identity)
+QVector<EdfAnnotation> EdfJournal::read(const QString &recording, const QByteArray &identity)
 {
     QFile file(pathFor(recording));
-    QList<Entry> entries;
+    QVector<EdfAnnotation> annotations;
     if (!file.open(QIODevice::ReadOnly) || file.size() > kMostBytes || !isJournal(file)
         || file.readLine() != identity + '\n') {
-        return entries;
+        return annotations;
     }
     while (!file.atEnd()) {
-        Entry entry{};
-        if (parse(file.readLine(), entry)) {
-            entries << entry;
+        EdfAnnotation annotation;
+        if (parse(file.readLine(), annotation)) {
+            annotations << annotation;
         }
     }
-    return entries;
+    return annotations;
 }
 
-QVector<EdfNote> EdfJournal::missing(const QList<Entry> &entries, const QVector<EdfNote> &present)
+QVector<EdfAnnotation> EdfJournal::missing(const QVector<EdfAnnotation> &journal, const QVector<EdfAnnotation> &present)
 {
     std::map<std::pair<qint64, QByteArray>, int> counts;
-    for (const EdfNote &note : present) {
-        ++counts[{note.onset, note.text}];
+    for (const EdfAnnotation &annotation : present) {
+        ++counts[{annotation.onset, annotation.text}];
     }
-    QVector<EdfNote> missing;
-    for (const Entry &entry : entries) {
-        const EdfNote note{entry.onset * kTicksPerUnit, entry.duration < 0 ? -1 : entry.duration * kTicksPerUnit,
-                           entry.text};
-        if (--counts[{note.onset, note.text}] < 0) {
-            missing << note;
+    QVector<EdfAnnotation> missing;
+    for (const EdfAnnotation &annotation : journal) {
+        if (--counts[{annotation.onset, annotation.text}] < 0) {
+            missing << annotation;
         }
     }
     return missing;
@@ -108,13 +115,13 @@ void EdfJournal::begin(const QString &recording, const QByteArray &identity)
     }
 }
 
-bool EdfJournal::note(const Entry &entry)
+bool EdfJournal::append(const EdfAnnotation &annotation)
 {
     if (!m_isUsable || !(m_file.isOpen() || create())) {
         m_isComplete = false;
         return false;
     }
-    const QByteArray bytes = line(entry);
+    const QByteArray bytes = line(annotation);
     const qint64 end = m_file.size();
     if (m_file.write(bytes) == bytes.size()) {
         return true;

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 #include <QByteArray>
 #include <QFile>
-#include <QList>
 #include <QString>
 
 namespace bp {
@@ -18,22 +17,15 @@ namespace bp {
 class EdfJournal
 {
 public:
-    struct Entry
-    {
-        long long onset; ///< 0.1 ms
-        long long duration; ///< 0.1 ms; negative: none
-        QByteArray text;
-    };
-
     static QString pathFor(const QString &recording);
     /// What a recording's header has in the fields of its date and time; ties the journal to the recording.
     /// @param header of the recording
     static QByteArray identity(const QByteArray &header);
-    /// The entries of a recording's journal; none when there is no journal, or it is another recording's. An incomplete
-    /// last line is left out.
-    static QList<Entry> read(const QString &recording, const QByteArray &identity);
+    /// The annotations in a recording's journal; none when there is no journal, or it is another recording's. An
+    /// incomplete last line is left out.
+    static QVector<EdfAnnotation> read(const QString &recording, const QByteArray &identity);
     /// Those that are not among a file's annotations.
-    static QVector<EdfNote> missing(const QList<Entry> &entries, const QVector<EdfNote> &present);
+    static QVector<EdfAnnotation> missing(const QVector<EdfAnnotation> &journal, const QVector<EdfAnnotation> &present);
 
     /// Whether a recording's journal has any labels, whatever recording of that name they are of.
     static bool hasEntries(const QString &recording);
@@ -42,7 +34,7 @@ public:
     /// one with labels stays, and this recording has none. The file is created with the first entry.
     void begin(const QString &recording, const QByteArray &identity);
     /// @return false when the journal could not take it
-    bool note(const Entry &entry);
+    bool append(const EdfAnnotation &annotation);
     /// Whether it took every entry, and is still there.
     bool isComplete() const { return m_isComplete && m_file.exists(); }
     /// Removes the journal: all of it is in the recording.

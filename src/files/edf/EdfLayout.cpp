@@ -37,7 +37,7 @@ int EdfLayout::fieldAt(int signal, int before, int width) const
 
 qint64 EdfLayout::wholeRecords(qint64 fileBytes) const
 {
-    const qint64 bytes = std::max<qint64>(0, fileBytes - header.size());
+    const qint64 bytes = std::max<qint64>(0, fileBytes - headerBytes.size());
     return recordBytes > 0 ? std::min(bytes / recordBytes, kMostRecords) : 0;
 }
 
@@ -45,27 +45,27 @@ EdfLayout EdfLayout::read(QFile &file)
 {
     EdfLayout layout;
     const QByteArray fixed = file.read(kFixedBytes);
-    const qint64 headerBytes = numberAt(fixed, kHeaderBytesAt, kNumberWidth);
+    const qint64 headerSize = numberAt(fixed, kHeaderBytesAt, kNumberWidth);
     const qint64 signalCount = numberAt(fixed, kSignalCountAt, kSignalCountWidth);
     layout.records = numberAt(fixed, kRecordCountAt, kNumberWidth);
-    if (signalCount < 1 || signalCount > kMostSignals || headerBytes != kFixedBytes * (signalCount + 1)
-        || file.size() < headerBytes) {
+    if (signalCount < 1 || signalCount > kMostSignals || headerSize != kFixedBytes * (signalCount + 1)
+        || file.size() < headerSize) {
         return layout;
     }
     layout.signalCount = static_cast<int>(signalCount);
-    layout.header = fixed + file.read(headerBytes - kFixedBytes);
-    layout.isBdf = layout.header.startsWith('\xff');
+    layout.headerBytes = fixed + file.read(headerSize - kFixedBytes);
+    layout.isBdf = layout.headerBytes.startsWith('\xff');
     layout.sampleBytes = layout.isBdf ? 3 : 2;
-    layout.isDiscontinuous = isType(layout.header, "+D");
-    layout.isPlus = layout.isDiscontinuous || isType(layout.header, "+C");
+    layout.isDiscontinuous = isType(layout.headerBytes, "+D");
+    layout.isPlus = layout.isDiscontinuous || isType(layout.headerBytes, "+C");
     const QByteArray kind = layout.kind();
-    layout.isMisnamed = layout.isPlus && layout.header.mid(kReservedAt, kind.size()) != kind;
+    layout.isMisnamed = layout.isPlus && layout.headerBytes.mid(kReservedAt, kind.size()) != kind;
     for (int i = 0; i < layout.signalCount; ++i) {
-        QByteArray label = layout.header.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth);
+        QByteArray label = layout.headerBytes.mid(layout.fieldAt(i, 0, kLabelWidth), kLabelWidth);
         std::replace_if(
             label.begin(), label.end(), [](char c) { return static_cast<uchar>(c) < ' '; }, ' '); // as it is mended
         const qint64 samples =
-            numberAt(layout.header, layout.fieldAt(i, kSampleCountBefore, kNumberWidth), kNumberWidth);
+            numberAt(layout.headerBytes, layout.fieldAt(i, kSampleCountBefore, kNumberWidth), kNumberWidth);
         if (samples < 1) {
             layout.recordBytes = 0;
             break;

@@ -7,7 +7,7 @@ class QFile;
 
 namespace bp {
 
-/// Where things stand in an EDF or BDF file, read from its header. Positions and sizes are bytes.
+/// Positions and sizes of the parts of an EDF or BDF file, read from its header. In bytes.
 struct EdfLayout
 {
     // The fixed part of the header. Numbers are ASCII, left-justified and padded with blanks.
@@ -51,7 +51,7 @@ struct EdfLayout
         qint64 samples = 0;
     };
 
-    QByteArray header; ///< all of it; empty: this is no EDF or BDF file
+    QByteArray headerBytes; ///< the whole header; empty: this is no EDF or BDF file
     bool isBdf = false;
     bool isPlus = false; ///< EDF+ or BDF+
     /// A BDF file that calls itself EDF+, or the other way round. EDFlib takes it for a plain one, and its annotations
@@ -71,7 +71,7 @@ struct EdfLayout
     static EdfLayout read(QFile &file);
     int fieldAt(int signal, int before, int width) const;
     /// Without the blanks around it.
-    QByteArray field(int position, int width) const { return header.mid(position, width).trimmed(); }
+    QByteArray field(int position, int width) const { return headerBytes.mid(position, width).trimmed(); }
     QByteArray signalField(int signal, int before, int width) const
     {
         return field(fieldAt(signal, before, width), width);

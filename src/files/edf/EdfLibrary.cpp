@@ -19,7 +19,7 @@ struct ErrorText
 {
     int code;
     const char *text;
-    const char *debugMessage; ///< spelling and line breaks are kept as they always were
+    const char *debugMessage; ///< Compatibility: hosts show these texts; their spelling and line breaks stay
 };
 
 constexpr const char *kUnknown = "unknown error";

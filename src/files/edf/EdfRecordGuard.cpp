@@ -1,7 +1,7 @@
 #include "files/edf/EdfRecordGuard.h"
 
+#include "files/edf/EdfAnnotationSlots.h"
 #include "files/edf/EdfLayout.h"
-#include "files/edf/EdfSlots.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -31,9 +31,9 @@ void EdfRecordGuard::noteRecord(bool written)
     }
 }
 
-void EdfRecordGuard::noteAnnotation(long long onset, long long duration, const QByteArray &text)
+void EdfRecordGuard::noteAnnotation(const EdfAnnotation &annotation)
 {
-    m_annotations << EdfSlots::list(onset, duration, text);
+    m_annotations << EdfAnnotationSlots::list(annotation);
 }
 
 void EdfRecordGuard::beginClose()
@@ -43,7 +43,7 @@ void EdfRecordGuard::beginClose()
         return;
     }
     const EdfLayout layout = EdfLayout::read(file);
-    if (layout.header.isEmpty() || file.size() < layout.header.size() + m_soundRecords * layout.recordBytes) {
+    if (layout.headerBytes.isEmpty() || file.size() < layout.headerBytes.size() + m_soundRecords * layout.recordBytes) {
         m_soundBytes = file.size();
     }
 }
@@ -65,12 +65,12 @@ qint64 EdfRecordGuard::cutToSoundRecords()
         return 0;
     }
     const EdfLayout layout = EdfLayout::read(file);
-    if (layout.header.isEmpty() || layout.recordBytes <= 0) {
+    if (layout.headerBytes.isEmpty() || layout.recordBytes <= 0) {
         return 0;
     }
-    const qint64 bytes = std::min(m_soundBytes, file.size()) - layout.header.size();
+    const qint64 bytes = std::min(m_soundBytes, file.size()) - layout.headerBytes.size();
     const qint64 records = std::min(m_soundRecords, std::max<qint64>(0, bytes) / layout.recordBytes);
-    const qint64 size = layout.header.size() + records * layout.recordBytes;
+    const qint64 size = layout.headerBytes.size() + records * layout.recordBytes;
     if (hasFailed() || file.size() != size || layout.records != records) {
         const QByteArray count = QByteArray::number(records).leftJustified(EdfLayout::kNumberWidth);
         if (!file.resize(size) || !file.seek(EdfLayout::kRecordCountAt) || file.write(count) != count.size()) {
@@ -84,9 +84,9 @@ qint64 EdfRecordGuard::cutToSoundRecords()
 /// Returns how many annotations are in the file then.
 qint64 EdfRecordGuard::placeAnnotations(QFile &file, const EdfLayout &layout, qint64 records) const
 {
-    return EdfSlots::hold(file, layout, records, m_annotations)
+    return EdfAnnotationSlots::hold(file, layout, records, m_annotations)
         ? m_annotations.size()
-        : std::max(0, EdfSlots::write(file, layout, records, m_annotations));
+        : std::max(0, EdfAnnotationSlots::write(file, layout, records, m_annotations));
 }
 
 } // namespace bp

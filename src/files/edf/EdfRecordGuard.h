@@ -10,6 +10,7 @@ class QFile;
 
 namespace bp {
 
+struct EdfAnnotation;
 struct EdfLayout;
 
 /// Sees to it that a recording can be read wherever a record was complete, also when writing failed in between.
@@ -26,10 +27,8 @@ public:
     /// After each record.
     void noteRecord(bool written);
     /// After each annotation.
-    /// @param onset    0.1 ms
-    /// @param duration 0.1 ms; negative: none
-    /// @param text     as EdfText::annotation()
-    void noteAnnotation(long long onset, long long duration, const QByteArray &text);
+    /// @param annotation with the text as EdfText::annotation() gives it
+    void noteAnnotation(const EdfAnnotation &annotation);
     bool hasFailed() const { return m_soundBytes != kUnlimited; }
     /// Records written before the first failure.
     qint64 soundRecords() const { return m_soundRecords; }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 namespace bp {
 

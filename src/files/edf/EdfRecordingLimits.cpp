@@ -23,23 +23,24 @@ int EdfRecordingLimits::annotationSignals(int channelCount)
     return std::min(kAnnotationSignals, kMostSignals - channelCount);
 }
 
-QString EdfRecordingLimits::fault(int channelCount, qint64 samplesPerRecord)
+Outcome EdfRecordingLimits::check(int channelCount, qint64 samplesPerRecord)
 {
     if (channelCount < 1 || channelCount > kMostChannels) {
-        return QStringLiteral("it would have %1 channels, and the format takes 1 to %2")
-            .arg(channelCount)
-            .arg(kMostChannels);
+        return Outcome::failure(QStringLiteral("it would have %1 channels, and the format takes 1 to %2")
+                                    .arg(channelCount)
+                                    .arg(kMostChannels));
     }
     if (samplesPerRecord < 1) {
-        return QStringLiteral("the sampling rate is below 1 Hz");
+        return Outcome::failure(QStringLiteral("the sampling rate is below 1 Hz"));
     }
     const qint64 annotationBytes = annotationSignals(channelCount) * kAnnotationSignalBytes;
     if (samplesPerRecord * channelCount * kSampleBytes + annotationBytes > kMostRecordBytes) {
-        return QStringLiteral("%1 channels at %2 Hz exceed the 10 MB that one second of recording may have")
-            .arg(channelCount)
-            .arg(samplesPerRecord);
+        return Outcome::failure(
+            QStringLiteral("%1 channels at %2 Hz exceed the 10 MB that one second of recording may have")
+                .arg(channelCount)
+                .arg(samplesPerRecord));
     }
-    return QString();
+    return Outcome::good();
 }
 
 } // namespace bp

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <QString>
+#include "common/detail/Outcome.h"
+
+#include <QtGlobal>
 
 namespace bp {
 
@@ -13,8 +15,8 @@ public:
 
     /// Signals for annotations that a recording of so many channels gets.
     static int annotationSignals(int channelCount);
-    /// Why there cannot be such a recording, as part of a sentence; empty when there can.
-    static QString fault(int channelCount, qint64 samplesPerRecord);
+    /// Fails when there cannot be such a recording.
+    static Outcome check(int channelCount, qint64 samplesPerRecord);
 };
 
 } // namespace bp

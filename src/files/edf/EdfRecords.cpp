@@ -13,7 +13,7 @@ constexpr qint64 kSmallShare = 4;
 
 namespace bp {
 
-bool EdfRecords::open(const QString &path, int channelCount)
+bool EdfRecords::open(const QString &path, const EdfLayout &layout, int channelCount)
 {
     close();
     m_file.setFileName(path);
@@ -21,8 +21,8 @@ bool EdfRecords::open(const QString &path, int channelCount)
         return false;
     }
     m_use.hold(m_file);
-    m_layout = EdfLayout::read(m_file);
-    for (int i = 0; m_layout.recordBytes > 0 && i < m_layout.signalCount; ++i) {
+    m_layout = layout;
+    for (int i = 0; i < m_layout.signalCount; ++i) {
         if (!m_layout.annotationSignals.contains(i)) {
             m_signals.push_back(i);
         }
@@ -34,7 +34,7 @@ bool EdfRecords::open(const QString &path, int channelCount)
     m_evenRates = std::all_of(m_signals.begin(), m_signals.end(), [this](int signal) {
         return m_layout.blocks[signal].samples == m_layout.blocks[m_signals.front()].samples;
     });
-    m_chunkRecords = std::max<qint64>(1, kChunkBytes / std::max<qint64>(1, m_layout.recordBytes));
+    m_chunkRecords = std::max<qint64>(1, kChunkBytes / m_layout.recordBytes);
     return true;
 }
 
@@ -48,8 +48,8 @@ void EdfRecords::close()
     hold(0, -1);
 }
 
-/// Calls take(bytes, samples) for what each record has of these samples.
-template <class Take> bool EdfRecords::forEachBlock(int signal, qint64 from, qint64 count, const Take &take)
+/// Calls visit(bytes, samples) for what each record has of these samples.
+template <class Visit> bool EdfRecords::forEachBlock(int signal, qint64 from, qint64 count, const Visit &visit)
 {
     const qint64 perRecord = m_layout.blocks[signal].samples;
     const qint64 end = from + count;
@@ -60,7 +60,7 @@ template <class Take> bool EdfRecords::forEachBlock(int signal, qint64 from, qin
         if (data == nullptr) {
             return false;
         }
-        take(data + inRecord * m_layout.sampleBytes, samples);
+        visit(data + inRecord * m_layout.sampleBytes, samples);
         from += samples;
     }
     return true;
@@ -105,7 +105,7 @@ void EdfRecords::fetch(qint64 first, qint64 records)
 {
     const qint64 wanted = std::max(m_chunkRecords, records) * m_layout.recordBytes;
     m_chunk.resize(static_cast<std::size_t>(wanted));
-    const qint64 at = m_layout.header.size() + first * m_layout.recordBytes;
+    const qint64 at = m_layout.headerBytes.size() + first * m_layout.recordBytes;
     const qint64 bytes = m_file.seek(at) ? m_file.read(m_chunk.data(), wanted) : -1;
     m_firstInChunk = first;
     m_recordsInChunk = std::max<qint64>(0, bytes) / m_layout.recordBytes;
@@ -122,7 +122,7 @@ const char *EdfRecords::recordData(qint64 record, int signal, qint64 lastRecord)
         && blockBytes * kSmallShare < m_layout.recordBytes) {
         m_recordsInChunk = 0;
         m_chunk.resize(static_cast<std::size_t>(m_chunkRecords * m_layout.recordBytes));
-        const bool isRead = m_file.seek(m_layout.header.size() + record * m_layout.recordBytes + block.at)
+        const bool isRead = m_file.seek(m_layout.headerBytes.size() + record * m_layout.recordBytes + block.at)
             && m_file.read(m_chunk.data(), blockBytes) == blockBytes;
         return isRead ? m_chunk.data() : nullptr;
     }

@@ -17,9 +17,12 @@ namespace bp {
 class EdfRecords
 {
 public:
-    /// @return false when the file cannot be read, or has other than that many signals besides those for annotations
-    bool open(const QString &path, int channelCount);
+    /// @param layout of the file, with whole records
+    /// @return false when the file cannot be opened, or has other than that many signals besides those for annotations
+    bool open(const QString &path, const EdfLayout &layout, int channelCount);
     void close();
+    /// Of the file that is open.
+    const EdfLayout &layout() const { return m_layout; }
     /// Samples [from, from + count) of a channel, which the caller knows to be in the file.
     /// @param channel annotation signals not counted
     /// @return false when the file is shorter by now, or the disk fails
@@ -34,7 +37,7 @@ public:
     void hold(qint64 first, qint64 last);
 
 private:
-    template <class Take> bool forEachBlock(int signal, qint64 from, qint64 count, const Take &take);
+    template <class Visit> bool forEachBlock(int signal, qint64 from, qint64 count, const Visit &visit);
     void fetch(qint64 first, qint64 records);
     const char *recordData(qint64 record, int signal, qint64 lastRecord);
 

@@ -10,7 +10,7 @@ class EdfSamples
 {
 public:
     // The range of a recording's signals. The physical minimum is one step off the digital one, so that the scale is
-    // not quite symmetric: kept, files in the field have these four values.
+    // not quite symmetric. Compatibility: files in the field have these four values.
     static constexpr double kPhysicalMaximum = 32767.0;
     static constexpr double kPhysicalMinimum = -32767.0;
     static constexpr int kDigitalMaximum = 32767;

@@ -1,7 +1,7 @@
 #include "files/edf/EdfSession.h"
 
 #include "common/BPCommon.h"
-#include "files/edf/EdfContents.h"
+#include "files/edf/EdfFileScan.h"
 #include "files/edf/EdfLibrary.h"
 
 #include <QDebug>
@@ -15,21 +15,28 @@ constexpr int kNoFileType = -1;
 static_assert(bp::kEdfTicks == EDFLIB_TIME_DIMENSION, "times go to and from EDFlib as they are");
 
 /// EDFlib adds the sizes up in 32 bits, and then reads beyond its buffers.
-bool isOversized(const QString &path)
+bool isOversized(const bp::EdfFileScan &scan)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) && bp::EdfLayout::read(file).recordBytes > bp::EdfLayout::kMostRecordBytes;
+    return scan.layout().recordBytes > bp::EdfLayout::kMostRecordBytes;
 }
 
-edf_annotation_struct ofLibrary(const bp::EdfNote &note)
+/// Whether the data may be sound although EDFlib refused the file with that code.
+bool mayHaveStandIn(int code, bool shares)
+{
+    return code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
+        || code == EDFLIB_FILE_READ_ERROR // also of an empty file
+        || (code == EDFLIB_FILE_ALREADY_OPENED && shares);
+}
+
+edf_annotation_struct toLibrary(const bp::EdfAnnotation &annotation)
 {
     edf_annotation_struct result{};
-    result.onset = note.onset;
-    result.duration_l = note.duration < 0 ? -EDFLIB_TIME_DIMENSION : note.duration;
-    if (note.duration >= 0) {
-        qstrncpy(result.duration, bp::edfSeconds(note.duration).constData(), sizeof(result.duration));
+    result.onset = annotation.onset;
+    result.duration_l = annotation.duration < 0 ? -EDFLIB_TIME_DIMENSION : annotation.duration;
+    if (annotation.duration >= 0) {
+        qstrncpy(result.duration, bp::edfSeconds(annotation.duration).constData(), sizeof(result.duration));
     }
-    qstrncpy(result.annotation, note.text.constData(), sizeof(result.annotation));
+    qstrncpy(result.annotation, annotation.text.constData(), sizeof(result.annotation));
     return result;
 }
 
@@ -48,41 +55,41 @@ EdfSession::~EdfSession()
     close();
 }
 
-QString EdfSession::open(const QString &path, bool shares)
+Outcome EdfSession::open(const QString &path, bool shares)
 {
     forget();
     m_path = path;
-    QString reason;
-    const int code = openInLibrary(shares, reason);
-    if (code != 0) {
-        qDebug("%s", EdfLibrary::debugMessage(code));
-        forget();
-        return reason.isEmpty() ? EdfLibrary::errorText(code) : reason;
+    EdfFileScan scan(m_path);
+    const int code = openInLibrary(scan, shares);
+    if (code == 0) {
+        m_handle = m_header->handle;
+        return Outcome::good();
     }
-    m_handle = m_header->handle;
-    return QString();
+    qDebug("%s", EdfLibrary::debugMessage(code));
+    forget();
+    if (isOversized(scan)) {
+        return Outcome::failure(QStringLiteral("it has format errors: its data records are too large"));
+    }
+    return scan.outcome() || !mayHaveStandIn(code, shares) ? Outcome::failure(EdfLibrary::errorText(code))
+                                                           : scan.outcome();
 }
 
-/// Returns 0 or EDFlib's code, with the reason where EDFlib does not know it.
-int EdfSession::openInLibrary(bool shares, QString &reason)
+/// Returns 0 or EDFlib's code.
+int EdfSession::openInLibrary(EdfFileScan &scan, bool shares)
 {
-    if (isOversized(m_path)) {
-        reason = QStringLiteral("it has format errors: its data records are too large");
+    if (isOversized(scan)) {
         return EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
-    EdfContents contents(m_path);
     int code = EdfLibrary::openForReading(m_path, *m_header, EDFLIB_READ_ALL_ANNOTATIONS);
-    if (code == 0 && (contents.misleadsLibrary() || !contents.reason().isEmpty())) {
+    if (code == 0 && (scan.misleadsLibrary() || !scan.outcome())) {
         // EDFlib takes a day that no month has, limits that are no numbers, and annotations of the other format.
         EdfLibrary::close(m_header->handle);
         code = EDFLIB_FILE_CONTAINS_FORMAT_ERRORS;
     }
-    if (code == EDFLIB_FILE_CONTAINS_FORMAT_ERRORS || code == EDFLIB_FILE_IS_DISCONTINUOUS
-        || code == EDFLIB_FILE_READ_ERROR // also of an empty file
-        || (code == EDFLIB_FILE_ALREADY_OPENED && shares)) {
-        code = openStandIn(contents, code, reason);
+    if (mayHaveStandIn(code, shares)) {
+        code = openStandIn(scan, code);
     }
-    if (code == 0 && !m_records.open(m_path, m_header->edfsignals)) {
+    if (code == 0 && !m_records.open(m_path, scan.layout(), m_header->edfsignals)) {
         EdfLibrary::close(m_header->handle);
         code = EDFLIB_FILE_READ_ERROR;
     }
@@ -90,11 +97,10 @@ int EdfSession::openInLibrary(bool shares, QString &reason)
 }
 
 /// For a file that EDFlib refused with that code.
-int EdfSession::openStandIn(EdfContents &contents, int code, QString &reason)
+int EdfSession::openStandIn(EdfFileScan &scan, int code)
 {
-    contents.readAnnotations();
-    reason = contents.reason();
-    m_standIn = reason.isEmpty() ? contents.standIn() : nullptr;
+    scan.readAnnotations();
+    m_standIn = scan.outcome() ? scan.standIn() : nullptr;
     if (!m_standIn) {
         return code;
     }
@@ -104,21 +110,31 @@ int EdfSession::openStandIn(EdfContents &contents, int code, QString &reason)
     if (code != 0) {
         return code;
     }
-    m_header->datarecords_in_file = contents.records();
-    m_header->file_duration = m_header->datarecord_duration * contents.records();
-    m_header->starttime_subsecond = contents.firstOnset();
+    m_header->datarecords_in_file = scan.records();
+    m_header->file_duration = m_header->datarecord_duration * scan.records();
+    m_header->starttime_subsecond = scan.firstOnset();
     for (int i = 0; i < m_header->edfsignals; ++i) {
-        m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * contents.records();
+        m_header->signalparam[i].smp_in_file = m_header->signalparam[i].smp_in_datarecord * scan.records();
     }
-    for (const EdfNote &note : contents.notes()) {
-        m_annotations << ofLibrary(note);
+    for (const EdfAnnotation &annotation : scan.annotations()) {
+        m_annotations << toLibrary(annotation);
     }
     m_header->annotations_in_file = m_annotations.size();
-    for (const EdfPause &pause : contents.pauses()) {
-        m_gaps << EDFGap{edfTime(pause.record * contents.recordTicks()), edfTime(pause.start), edfTime(pause.duration)};
+    for (const EdfPause &pause : scan.pauses()) {
+        m_gaps << EDFGap{edfTime(pause.record * scan.recordTicks()), edfTime(pause.start), edfTime(pause.duration)};
     }
-    m_notice = contents.notice();
+    m_notice = scan.notice();
     return 0;
+}
+
+QVector<EdfAnnotation> EdfSession::annotations() const
+{
+    QVector<EdfAnnotation> annotations;
+    for (const edf_annotation_struct &annotation : m_annotations) {
+        annotations << EdfAnnotation{annotation.onset, annotation.duration_l < 0 ? -1 : annotation.duration_l,
+                                     QByteArray(annotation.annotation)};
+    }
+    return annotations;
 }
 
 bool EdfSession::readAnnotations()
@@ -145,21 +161,15 @@ bool EdfSession::readAnnotations()
 /// A program that is killed while it closes a recording leaves one that seems complete, but may lack annotations.
 void EdfSession::addJournal()
 {
-    QFile file(m_path);
-    const QByteArray header = file.open(QIODevice::ReadOnly) ? file.read(EdfLayout::kFixedBytes) : QByteArray();
-    QVector<EdfNote> present;
-    for (const edf_annotation_struct &annotation : qAsConst(m_annotations)) {
-        present << EdfNote{annotation.onset, annotation.duration_l, QByteArray(annotation.annotation)};
-    }
-    const QVector<EdfNote> missing =
-        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(header)), present);
-    for (const EdfNote &note : missing) {
-        m_annotations << ofLibrary(note);
+    const QByteArray identity = EdfJournal::identity(m_records.layout().headerBytes);
+    const QVector<EdfAnnotation> missing = EdfJournal::missing(EdfJournal::read(m_path, identity), annotations());
+    for (const EdfAnnotation &annotation : missing) {
+        m_annotations << toLibrary(annotation);
     }
     if (!missing.isEmpty()) {
         const bool isPlus =
             m_header->filetype == EDFLIB_FILETYPE_EDFPLUS || m_header->filetype == EDFLIB_FILETYPE_BDFPLUS;
-        m_notice = EdfContents::missingNotice(m_path, missing.size(), isPlus);
+        m_notice = EdfFileScan::missingNotice(m_path, missing.size(), isPlus);
     }
 }
 

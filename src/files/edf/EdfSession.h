@@ -1,6 +1,8 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
 #include "files/EDFGap.h"
+#include "files/edf/EdfHeader.h"
 #include "files/edf/EdfRecords.h"
 
 #include <QList>
@@ -14,7 +16,7 @@ struct edf_hdr_struct;
 
 namespace bp {
 
-class EdfContents;
+class EdfFileScan;
 
 /// A file that is open for reading: in EDFlib, or for one that EDFlib refuses although its data are sound, as a
 /// stand-in there. What was found stays until the next open().
@@ -25,8 +27,7 @@ public:
     ~EdfSession();
 
     /// @param shares also a file that this process has open already, which EDFlib refuses
-    /// @return why the file cannot be read, as part of a sentence; empty when it is open
-    QString open(const QString &path, bool shares = false);
+    Outcome open(const QString &path, bool shares = false);
     void close();
     bool isOpen() const { return m_handle >= 0; }
     /// Its file type is negative when nothing was opened.
@@ -35,15 +36,16 @@ public:
     /// Reads them again; with what a program that was killed while it closed the recording has left in its journal.
     /// @return false when EDFlib could not give all of them
     bool readAnnotations();
-    /// As EDFlib gives them.
-    const QList<edf_annotation_struct> &annotations() const { return m_annotations; }
+    QVector<EdfAnnotation> annotations() const;
+    /// The same as EDFlib gives them.
+    const QList<edf_annotation_struct> &libraryAnnotations() const { return m_annotations; }
     const QList<EDFGap> &gaps() const { return m_gaps; }
     /// One sentence on what a user should know; empty when there is nothing.
     QString notice() const { return m_notice; }
 
 private:
-    int openInLibrary(bool shares, QString &reason);
-    int openStandIn(EdfContents &contents, int code, QString &reason);
+    int openInLibrary(EdfFileScan &scan, bool shares);
+    int openStandIn(EdfFileScan &scan, int code);
     void addJournal();
     void forget();
 

@@ -42,13 +42,13 @@ bool parseOnset(const QByteArray &text, qint64 &onset)
 }
 
 /// @return whether the list is well-formed
-bool appendList(const QByteArray &list, bool keepsTime, QVector<bp::EdfNote> &notes)
+bool appendList(const QByteArray &list, bool keepsTime, QVector<bp::EdfAnnotation> &annotations)
 {
     QList<QByteArray> texts = list.split(kTextFollows);
     const QList<QByteArray> times = texts.takeFirst().split(kDurationFollows);
-    bp::EdfNote note;
-    if (!list.endsWith(kTextFollows) || times.size() > 2 || !parseOnset(times[0], note.onset)
-        || (times.size() == 2 && !parseTime(times[1], note.duration))) {
+    bp::EdfAnnotation annotation;
+    if (!list.endsWith(kTextFollows) || times.size() > 2 || !parseOnset(times[0], annotation.onset)
+        || (times.size() == 2 && !parseTime(times[1], annotation.duration))) {
         return false;
     }
     texts.removeLast(); // nothing follows the last text
@@ -56,8 +56,8 @@ bool appendList(const QByteArray &list, bool keepsTime, QVector<bp::EdfNote> &no
         texts.removeFirst();
     }
     for (const QByteArray &text : qAsConst(texts)) {
-        note.text = text;
-        notes << note;
+        annotation.text = text;
+        annotations << annotation;
     }
     return true;
 }
@@ -75,14 +75,14 @@ qint64 EdfTal::recordOnset(const QByteArray &block)
     return parsed && onset >= 0 ? onset : kNoTime;
 }
 
-int EdfTal::appendNotes(const QByteArray &block, bool keepsTime, QVector<EdfNote> &notes)
+int EdfTal::appendAnnotations(const QByteArray &block, bool keepsTime, QVector<EdfAnnotation> &annotations)
 {
     int malformed = 0;
     for (const char *from = block.begin(); from < block.end();) {
         const char *to = std::find(from, block.end(), '\0');
         if (to > from) {
             const QByteArray list(from, static_cast<int>(to - from));
-            malformed += appendList(list, keepsTime, notes) ? 0 : 1;
+            malformed += appendList(list, keepsTime, annotations) ? 0 : 1;
             keepsTime = false;
         }
         from = std::find_if(to, block.end(), [](char c) { return c != '\0'; });

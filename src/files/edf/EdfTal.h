@@ -1,12 +1,13 @@
 #pragma once
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 namespace bp {
 
-/// What an annotation signal holds in one record: lists "+onset[\x15duration]\x14text\x14…\0". Times in ticks.
+/// The time-stamped annotation lists (TAL) of EDF+, which an annotation signal holds in one record:
+/// "+onset[\x15duration]\x14text\x14…\0". Times in ticks.
 ///
-/// EDFlib refuses a file for one malformed list; this leaves the list out.
+/// EDFlib rejects a file for one malformed list; this skips the list.
 class EdfTal
 {
 public:
@@ -18,7 +19,7 @@ public:
     /// Appends the annotations of a block.
     /// @param keepsTime the block begins with the record's onset, whose first text, if empty, is none
     /// @return how many lists are malformed
-    static int appendNotes(const QByteArray &block, bool keepsTime, QVector<EdfNote> &notes);
+    static int appendAnnotations(const QByteArray &block, bool keepsTime, QVector<EdfAnnotation> &annotations);
     /// The list of one annotation, without the zero behind it.
     /// @param onset    seconds without a sign
     /// @param duration seconds; empty: none

@@ -63,19 +63,19 @@ void OpenFile::hold(const QFile &file)
     table().paths.push_back(m_path);
 }
 
-QString OpenFile::holdToWrite(QFile &file)
+Outcome OpenFile::holdToWrite(QFile &file)
 {
     release();
     const std::lock_guard<std::mutex> lock(table().mutex);
     if (isListed(native(file.fileName()))) {
-        return openReason();
+        return Outcome::failure(openReason());
     }
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        return file.errorString();
+        return Outcome::failure(file.errorString());
     }
     m_path = pathOf(file);
     table().paths.push_back(m_path);
-    return QString();
+    return Outcome::good();
 }
 
 void OpenFile::release()

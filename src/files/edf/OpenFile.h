@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
+
 #include <QFile>
 #include <QString>
 
@@ -23,8 +25,8 @@ public:
     /// @param file open; must stay so until release()
     void hold(const QFile &file);
     /// Creates the file, or opens it with its contents untouched, and holds it.
-    /// @return why it must not be written, as part of a sentence; empty when it may
-    QString holdToWrite(QFile &file);
+    /// Fails when it must not be written.
+    Outcome holdToWrite(QFile &file);
     void release();
     /// Whether the path still leads to the file that is held. Where the system has no paths for open files, as Windows,
     /// which does not let them be replaced, this is whether there is a file.

@@ -42,7 +42,7 @@ QString rhythmSheetPath(const QString &path)
     if (path.indexOf(QLatin1String(".edf")) < 1) {
         return path;
     }
-    // Four characters go wherever ".edf" stands: kept, so that readers and older recordings agree on the name.
+    // The last four characters are removed wherever ".edf" stands. Compatibility: older recordings have these names.
     return path.chopped(4) + QStringLiteral("_rt.xls");
 }
 

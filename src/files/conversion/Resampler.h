@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 #include <vector>
 
@@ -11,10 +11,10 @@ namespace bp {
 /// A sinc under a Blackman window, symmetric about each output sample, with its cut-off at 0.45 of the lower of the two
 /// rates: flat up to 0.41 of that rate, and 74 dB down from half of it on, so that nothing is folded back. Each output
 /// depends on its place alone, so blocks of any length join without a seam.
-class RateChanger
+class Resampler
 {
 public:
-    RateChanger(Ratio inRate, Ratio outRate);
+    Resampler(Ratio inRate, Ratio outRate);
     /// First input sample that outputs from `first` on need; negative ones stand before the beginning.
     qint64 firstInput(qint64 first) const { return at(first) - m_half + 1; }
     int inputCount(qint64 first, int count) const;

@@ -27,14 +27,15 @@ struct Ratio
 };
 
 constexpr qint64 kEdfTicks = 10'000'000; ///< per second, as many as EDFlib's
+constexpr qint64 kEdfWriteTicks = kEdfTicks / 10'000; ///< of 0.1 ms, in which EDFlib and journals write annotations
 
 inline double edfTime(qint64 ticks)
 {
     return static_cast<double>(ticks) / static_cast<double>(kEdfTicks);
 }
 
-/// One signal of an EDF or BDF file. Texts are the header's, without the blanks that fill the field.
-struct EdfChannelFacts
+/// The fields that the header has for one signal. Texts are without the blanks that fill the field.
+struct EdfSignalHeader
 {
     QByteArray label;
     QByteArray transducer;
@@ -64,26 +65,28 @@ struct EdfChannelFacts
     }
 };
 
-/// What an EDF or BDF file says of itself.
-struct EdfFacts
+/// The header of an EDF or BDF file.
+struct EdfHeader
 {
     bool bdf = false;
     bool plus = false; ///< EDF+ or BDF+
     QByteArray patient; ///< the whole field
     QByteArray recording;
     QDateTime start; ///< whole seconds, UTC standing for whatever zone the file is of
-    qint64 startTicks = 0; ///< fraction of the first second
-    QVector<EdfChannelFacts> channels;
+    qint64 startTicks = 0; ///< fraction of a second after `start`
+    QVector<EdfSignalHeader> channels;
 
     int sampleBytes() const { return bdf ? 3 : 2; }
     /// Moves the start, and the date in the texts with it.
     void moveStart(qint64 ticks);
-    /// Gives the texts the fields that EDF+ wants. Does nothing when they have them.
+    /// Makes this the header of an EDF+ or BDF+ file: patient and recording get the subfields of that format. Does
+    /// nothing when it is one already.
     void makePlus();
 };
 
-/// An annotation. Times in ticks from the first sample, pauses included.
-struct EdfNote
+/// An annotation. Times in ticks, pauses included, from the first sample, or from the start of the file for one as it
+/// stands there. EDFReader gives them to the outside in seconds, as AnnotationStrct.
+struct EdfAnnotation
 {
     qint64 onset = 0;
     qint64 duration = -1; ///< negative: none

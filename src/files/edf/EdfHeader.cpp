@@ -1,4 +1,4 @@
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 
 #include "files/edf/EdfLayout.h"
 
@@ -55,7 +55,7 @@ QByteArray edfPlusDate(const QDate &date)
     return QLocale::c().toString(date, QStringLiteral("dd-MMM-yyyy")).toUpper().toLatin1();
 }
 
-void EdfFacts::moveStart(qint64 ticks)
+void EdfHeader::moveStart(qint64 ticks)
 {
     const QByteArray mark = kStartDate;
     const QByteArray oldDate = edfPlusDate(start.date());
@@ -69,7 +69,7 @@ void EdfFacts::moveStart(qint64 ticks)
     }
 }
 
-void EdfFacts::makePlus()
+void EdfHeader::makePlus()
 {
     if (!plus) {
         plus = true;

@@ -1,4 +1,4 @@
-#include "files/edf/EdfContents.h"
+#include "files/edf/EdfFileScan.h"
 
 #include "files/edf/EdfHeaderRepair.h"
 #include "files/edf/EdfTal.h"
@@ -37,9 +37,9 @@ QString headerFault(QFile &file)
         : QStringLiteral("its header does not have the size that its number of signals calls for");
 }
 
-QString formatError(const QString &fault)
+bp::Outcome formatError(const QString &fault)
 {
-    return QStringLiteral("it has format errors: ") + fault;
+    return bp::Outcome::failure(QStringLiteral("it has format errors: ") + fault);
 }
 
 void replaceNumber(QByteArray &header, int position, qint64 number)
@@ -52,72 +52,78 @@ void replaceNumber(QByteArray &header, int position, qint64 number)
 
 namespace bp {
 
-EdfContents::EdfContents(const QString &path, bool cutsTail)
+EdfFileScan::EdfFileScan(const QString &path, bool cutsTail)
     : m_path(path)
     , m_cutsTail(cutsTail)
 {
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly)) {
-        m_reason = file.errorString();
+        m_outcome = Outcome::failure(file.errorString());
         return;
     }
-    m_reason = examine(file);
-    if (!m_reason.isEmpty()) {
-        m_reason = formatError(m_reason);
+    const Outcome examined = examine(file);
+    if (!examined) {
+        m_outcome = formatError(examined.reason());
     }
 }
 
-/// Returns why the file cannot be read; empty when it can.
-QString EdfContents::examine(QFile &file)
+Outcome EdfFileScan::examine(QFile &file)
 {
     m_layout = EdfLayout::read(file);
-    if (m_layout.header.isEmpty()) {
-        return headerFault(file);
+    if (m_layout.headerBytes.isEmpty()) {
+        return Outcome::failure(headerFault(file));
     }
     if (m_layout.recordBytes < 1 || m_layout.recordBytes > EdfLayout::kMostRecordBytes
         || m_layout.signalCount > EDFLIB_MAXSIGNALS) {
-        return QStringLiteral("its signals have numbers of samples that no record can have");
+        return Outcome::failure(QStringLiteral("its signals have numbers of samples that no record can have"));
     }
-    m_layout.header = EdfHeaderRepair::mended(m_layout);
-    const QString fault = EdfHeaderRepair::fault(m_layout);
-    if (!fault.isEmpty()) {
-        return fault;
+    m_layout.headerBytes = EdfHeaderRepair::mended(m_layout);
+    const Outcome header = EdfHeaderRepair::check(m_layout);
+    if (!header) {
+        return header;
     }
     m_recordTicks = std::llround(m_layout.field(EdfLayout::kDurationAt, EdfLayout::kNumberWidth).toDouble()
                                  * static_cast<double>(kEdfTicks));
+    return countRecords(file);
+}
+
+/// Finds the number of records; fails when it is not the one that the header announces.
+Outcome EdfFileScan::countRecords(QFile &file)
+{
     m_records = m_layout.wholeRecords(file.size());
     if (m_layout.isUnclosed() || (m_cutsTail && m_layout.records < 1)) {
         dropEmptyRecords(file);
     } else if (m_cutsTail) { // what lies behind the records that the header announces need not be signal
         m_records = std::min(m_records, m_layout.records);
     }
-    return countFault(file.size());
+    return checkSize(file);
 }
 
-void EdfContents::readAnnotations(const std::function<bool()> &cancelled)
+void EdfFileScan::readAnnotations(const std::function<bool()> &cancelled)
 {
-    if (!m_reason.isEmpty()) {
+    if (!m_outcome) {
         return;
     }
     QFile file(m_path);
-    m_reason = file.open(QIODevice::ReadOnly) ? readLists(file, cancelled) : file.errorString();
-    if (!m_reason.isEmpty()) {
+    m_outcome = file.open(QIODevice::ReadOnly) ? readLists(file, cancelled) : Outcome::failure(file.errorString());
+    if (!m_outcome) {
         return;
     }
-    m_missing = EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_layout.header)), m_notes);
-    m_notes += m_missing;
+    m_missingAnnotations =
+        EdfJournal::missing(EdfJournal::read(m_path, EdfJournal::identity(m_layout.headerBytes)), m_annotations);
+    m_annotations += m_missingAnnotations;
     m_notice = describe();
 }
 
-QString EdfContents::describe() const
+QString EdfFileScan::describe() const
 {
     if (m_layout.isUnclosed()) {
         return QStringLiteral("%1 was not closed, or is being recorded: its first %2 s are there, and "
                               "\"bioprocessing repair\" makes a sound copy of them.")
             .arg(m_path, QString::fromLatin1(edfSeconds(m_records * m_recordTicks)));
     }
-    if (!m_missing.isEmpty()) {
-        return missingNotice(m_path, m_missing.size(), !m_layout.annotationSignals.isEmpty());
+    if (!m_missingAnnotations.isEmpty()) {
+        return missingNotice(m_path, m_missingAnnotations.size(), !m_layout.annotationSignals.isEmpty());
     }
     QStringList faults;
     if (m_malformed > 0) {
@@ -131,7 +137,7 @@ QString EdfContents::describe() const
                             : QStringLiteral("%1 has %2.").arg(m_path, faults.join(QStringLiteral(", and ")));
 }
 
-QString EdfContents::missingNotice(const QString &path, int count, bool hasRoom)
+QString EdfFileScan::missingNotice(const QString &path, int count, bool hasRoom)
 {
     const QString remedy = QStringLiteral(": \"bioprocessing repair\" puts them into a copy");
     return QStringLiteral("%1 lacks %2 of its labels, which are beside it%3.")
@@ -140,34 +146,37 @@ QString EdfContents::missingNotice(const QString &path, int count, bool hasRoom)
         .arg(hasRoom ? remedy : QString());
 }
 
-QString EdfContents::countFault(qint64 fileBytes) const
+Outcome EdfFileScan::checkSize(QFile &file) const
 {
     if (m_records < 1) {
-        return QStringLiteral("it has no whole data record");
+        return Outcome::failure(QStringLiteral("it has no whole data record"));
     }
     if (static_cast<double>(m_records) * edfTime(m_recordTicks) > kLongestFile) {
-        return QStringLiteral("it would last longer than %1 s").arg(kLongestFile);
+        return Outcome::failure(QStringLiteral("it would last longer than %1 s").arg(kLongestFile));
     }
     if (m_layout.isUnclosed() || m_cutsTail) {
-        return QString();
+        return Outcome::good();
     }
-    const qint64 excess = fileBytes - m_layout.header.size() - m_layout.records * m_layout.recordBytes;
+    const qint64 excess = file.size() - m_layout.headerBytes.size() - m_layout.records * m_layout.recordBytes;
     if (excess == 0 && m_layout.records <= EdfLayout::kMostRecords) {
-        return QString();
+        return Outcome::good();
     }
-    EdfContents whole(m_path, true);
+    EdfFileScan whole = *this;
+    whole.m_cutsTail = true;
+    const Outcome counted = whole.countRecords(file);
+    whole.m_outcome = counted ? counted : formatError(counted.reason());
     whole.readAnnotations();
-    const QString remedy = whole.reason().isEmpty()
+    const QString remedy = whole.outcome()
         ? QStringLiteral("\"bioprocessing repair\" makes a copy of what is whole")
-        : QStringLiteral("and what is there cannot be repaired: ") + whole.reason();
-    return QStringLiteral("it is %1 bytes %2 than its header says; %3")
-        .arg(std::llabs(excess))
-        .arg(excess < 0 ? QStringLiteral("shorter") : QStringLiteral("longer"), remedy);
+        : QStringLiteral("and what is there cannot be repaired: ") + whole.outcome().reason();
+    return Outcome::failure(QStringLiteral("it is %1 bytes %2 than its header says; %3")
+                                .arg(std::llabs(excess))
+                                .arg(excess < 0 ? QStringLiteral("shorter") : QStringLiteral("longer"), remedy));
 }
 
 /// After a power cut a file may have got its length but not its bytes. Where records tell their times, one that has
 /// neither a time nor a sample was not written.
-void EdfContents::dropEmptyRecords(QFile &file)
+void EdfFileScan::dropEmptyRecords(QFile &file)
 {
     if (m_layout.annotationBlocks.isEmpty()) {
         return;
@@ -186,81 +195,82 @@ void EdfContents::dropEmptyRecords(QFile &file)
     }
 }
 
-QByteArray EdfContents::recordBytes(QFile &file, qint64 record) const
+QByteArray EdfFileScan::recordBytes(QFile &file, qint64 record) const
 {
-    return file.seek(m_layout.header.size() + record * m_layout.recordBytes) ? file.read(m_layout.recordBytes)
-                                                                             : QByteArray();
+    return file.seek(m_layout.headerBytes.size() + record * m_layout.recordBytes) ? file.read(m_layout.recordBytes)
+                                                                                  : QByteArray();
 }
 
-/// Returns why they cannot be read; empty when they can.
-QString EdfContents::readLists(QFile &file, const std::function<bool()> &cancelled)
+Outcome EdfFileScan::readLists(QFile &file, const std::function<bool()> &cancelled)
 {
     for (qint64 record = 0; record < m_records && !m_layout.annotationSignals.isEmpty(); ++record) {
         if (record % kCheckEvery == 0 && cancelled && cancelled()) {
-            return QStringLiteral("cancelled");
+            return Outcome::failure(QStringLiteral("cancelled"));
         }
         for (int i = 0; i < m_layout.annotationSignals.size(); ++i) {
             const qint64 bytes = m_layout.blockBytes(m_layout.annotationSignals[i]);
-            const qint64 at = m_layout.header.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[i];
+            const qint64 at =
+                m_layout.headerBytes.size() + record * m_layout.recordBytes + m_layout.annotationBlocks[i];
             const QByteArray block = file.seek(at) ? file.read(bytes) : QByteArray();
             if (block.size() != bytes) {
-                return QStringLiteral("record %1 cannot be read").arg(record + 1);
+                return Outcome::failure(QStringLiteral("record %1 cannot be read").arg(record + 1));
             }
-            const QString fault = i == 0 ? placeRecord(record, EdfTal::recordOnset(block)) : QString();
-            if (!fault.isEmpty()) {
-                return formatError(fault);
+            const Outcome placed = i == 0 ? placeRecord(record, EdfTal::recordOnset(block)) : Outcome::good();
+            if (!placed) {
+                return formatError(placed.reason());
             }
-            m_malformed += EdfTal::appendNotes(block, i == 0, m_notes);
+            m_malformed += EdfTal::appendAnnotations(block, i == 0, m_annotations);
         }
     }
-    for (EdfNote &note : m_notes) {
-        note.onset -= m_firstOnset;
+    for (EdfAnnotation &annotation : m_annotations) {
+        annotation.onset -= m_firstOnset;
     }
-    return QString();
+    return Outcome::good();
 }
 
-/// Finds the pause before a record. What contradicts a file that calls itself continuous is not believed.
-QString EdfContents::placeRecord(qint64 record, qint64 onset)
+/// Finds the pause before a record. In a file that calls itself continuous, a time that contradicts this is ignored.
+Outcome EdfFileScan::placeRecord(qint64 record, qint64 onset)
 {
     if (onset == EdfTal::kNoTime && !m_layout.isDiscontinuous) {
         onset = record == 0 ? 0 : m_lastOnset + m_recordTicks;
-        m_timeless.emplace_back(record, onset);
+        m_recordsWithoutTime.emplace_back(record, onset);
     }
     if (onset == EdfTal::kNoTime) {
-        return QStringLiteral("record %1 of this discontinuous recording does not tell its time").arg(record + 1);
+        return Outcome::failure(
+            QStringLiteral("record %1 of this discontinuous recording does not tell its time").arg(record + 1));
     }
     if (record == 0) {
         m_firstOnset = onset;
         m_lastOnset = onset;
-        return QString();
+        return Outcome::good();
     }
     const qint64 end = m_lastOnset + m_recordTicks;
     const bool hasSignal = m_layout.annotationSignals.size() < m_layout.signalCount;
     if (onset - end < -kTolerance && m_layout.isDiscontinuous && hasSignal) {
-        return QStringLiteral("record %1 begins before the one before it ends").arg(record + 1);
+        return Outcome::failure(QStringLiteral("record %1 begins before the one before it ends").arg(record + 1));
     }
     if (onset - end < -kTolerance && !m_layout.isDiscontinuous) {
         ++m_ignoredTimes;
         m_lastOnset = end;
-        return QString();
+        return Outcome::good();
     }
     if (onset - end > kTolerance && hasSignal) {
         m_pauses.push_back({record, end - m_firstOnset, onset - end});
     }
     m_lastOnset = onset;
-    return QString();
+    return Outcome::good();
 }
 
-QByteArray EdfContents::header() const
+QByteArray EdfFileScan::headerBytes() const
 {
-    QByteArray header = m_layout.header;
+    QByteArray header = m_layout.headerBytes;
     replaceNumber(header, EdfLayout::kRecordCountAt, m_records);
     return header;
 }
 
-std::unique_ptr<QTemporaryFile> EdfContents::standIn() const
+std::unique_ptr<QTemporaryFile> EdfFileScan::standIn() const
 {
-    QByteArray header = m_layout.header;
+    QByteArray header = m_layout.headerBytes;
     replaceNumber(header, EdfLayout::kRecordCountAt, 1);
     if (m_layout.isDiscontinuous) {
         header[EdfLayout::kReservedAt + 4] = 'C';

@@ -1,4 +1,4 @@
-#include "files/workbook/WorkbookGuard.h"
+#include "files/workbook/WorkbookCheck.h"
 
 #include "files/workbook/Inflate.h"
 #include "files/workbook/RhythmSheet.h"
@@ -6,7 +6,7 @@
 #include <QXmlStreamReader>
 #include <QtEndian>
 
-#include <array>
+#include <zlib.h>
 
 namespace {
 
@@ -27,52 +27,32 @@ constexpr quint16 kEncrypted = 1;
 constexpr quint16 kStored = 0;
 constexpr quint16 kDeflated = 8;
 
-quint32 checksum(const QByteArray &bytes)
-{
-    static const std::array<quint32, 256> table = [] {
-        std::array<quint32, 256> made{};
-        for (quint32 i = 0; i < 256; ++i) {
-            quint32 value = i;
-            for (int bit = 0; bit < 8; ++bit) {
-                value = (value >> 1) ^ ((value & 1) != 0 ? 0xEDB88320u : 0u);
-            }
-            made[i] = value;
-        }
-        return made;
-    }();
-    quint32 sum = 0xFFFFFFFFu;
-    for (const char byte : bytes) {
-        sum = (sum >> 8) ^ table[(sum ^ static_cast<unsigned char>(byte)) & 0xFF];
-    }
-    return ~sum;
-}
-
-class Guard
+class Check
 {
 public:
-    explicit Guard(const QByteArray &workbook)
+    explicit Check(const QByteArray &workbook)
         : m_bytes(workbook)
     {
     }
 
-    QString check()
+    bp::Outcome check()
     {
         const int end = m_bytes.lastIndexOf(QByteArrayLiteral("PK\x05\x06"));
         if (!m_bytes.startsWith("PK") || end < 0 || end > m_bytes.size() - kEndSize || number32(end) != kEndMark) {
-            return QStringLiteral("it is no workbook, or only a part of one");
+            return bp::Outcome::failure(QStringLiteral("it is no workbook, or only a part of one"));
         }
         const int parts = number16(end + 10);
         qint64 entry = number32(end + 16);
         if (parts < 1 || parts > kMaxParts) {
-            return QStringLiteral("it has no parts, or too many");
+            return bp::Outcome::failure(QStringLiteral("it has no parts, or too many"));
         }
-        for (int i = 0; i < parts && m_fault.isEmpty(); ++i) {
+        for (int i = 0; i < parts && m_outcome; ++i) {
             entry = checkEntry(entry);
         }
-        if (m_fault.isEmpty() && (m_sheets > kMaxSheets || m_cells * qMax(1, m_sheets) > 2 * kMaxCells)) {
-            m_fault = QStringLiteral("it is too large");
+        if (m_outcome && (m_sheets > kMaxSheets || m_cells * qMax(1, m_sheets) > 2 * kMaxCells)) {
+            fail("it is too large");
         }
-        return m_fault;
+        return m_outcome;
     }
 
 private:
@@ -82,7 +62,7 @@ private:
 
     qint64 fail(const char *fault)
     {
-        m_fault = QLatin1String(fault);
+        m_outcome = bp::Outcome::failure(QLatin1String(fault));
         return 0;
     }
 
@@ -123,7 +103,8 @@ private:
         bool isSound = method == kStored ? packed.size() == size
                                          : method == kDeflated && bp::inflate(packed, static_cast<int>(size), part);
         part = method == kStored ? packed : part;
-        isSound = isSound && checksum(part) == number32(entry + 16);
+        const uLong sum = crc32(0, reinterpret_cast<const Bytef *>(part.constData()), static_cast<uInt>(part.size()));
+        isSound = isSound && sum == number32(entry + 16);
         if (!isSound) {
             fail("a part of it is damaged");
         } else if (name.endsWith(".xml") || name.endsWith(".rels")) {
@@ -135,7 +116,7 @@ private:
     {
         QXmlStreamReader reader(xml);
         int depth = 0;
-        while (!reader.atEnd() && m_fault.isEmpty()) {
+        while (!reader.atEnd() && m_outcome) {
             const QXmlStreamReader::TokenType token = reader.readNext();
             if (token == QXmlStreamReader::StartElement) {
                 if (++depth > kMaxDepth) {
@@ -148,7 +129,7 @@ private:
                 fail("it defines entities");
             }
         }
-        if (reader.hasError() && m_fault.isEmpty()) {
+        if (reader.hasError() && m_outcome) {
             fail("a part of it is damaged");
         }
     }
@@ -173,7 +154,7 @@ private:
     }
 
     const QByteArray &m_bytes;
-    QString m_fault;
+    bp::Outcome m_outcome = bp::Outcome::good();
     qint64 m_unpacked = 0;
     qint64 m_cells = 0;
     int m_columns = 0;
@@ -182,7 +163,7 @@ private:
 
 } // namespace
 
-QString bp::workbookFault(const QByteArray &workbook)
+bp::Outcome bp::checkWorkbook(const QByteArray &workbook)
 {
-    return Guard(workbook).check();
+    return Check(workbook).check();
 }

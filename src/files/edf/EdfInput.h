@@ -1,7 +1,7 @@
 #pragma once
 
-#include "files/edf/EdfContents.h"
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfFileScan.h"
+#include "files/edf/EdfHeader.h"
 #include "files/edf/EdfRecords.h"
 
 #include <QString>
@@ -11,28 +11,27 @@
 
 namespace bp {
 
-/// An EDF or BDF file as conversion reads it: the digital samples as they stand, of any channel from any position.
+/// An EDF or BDF file that is converted: gives the digital samples, unscaled, of any channel from any position.
 /// Reads what EDFReader reads, without EDFlib. One thread at a time.
-class EdfSource
+class EdfInput
 {
 public:
-    /// @param error what is wrong, as part of a sentence
-    bool open(const QString &path, QString &error);
-    const EdfFacts &facts() const { return m_facts; }
-    qint64 records() const { return m_contents->records(); }
-    qint64 recordTicks() const { return m_contents->recordTicks(); }
+    Outcome open(const QString &path);
+    const EdfHeader &header() const { return m_header; }
+    qint64 records() const { return m_scan->records(); }
+    qint64 recordTicks() const { return m_scan->recordTicks(); }
     /// Of signal, without the pauses.
     double seconds() const { return static_cast<double>(records()) * edfTime(recordTicks()); }
-    qint64 sampleCount(int channel) const { return records() * m_facts.channels[channel].samplesPerRecord; }
+    qint64 sampleCount(int channel) const { return records() * m_header.channels[channel].samplesPerRecord; }
 
     /// Reads all annotations, sorted by onset, and finds where the records are apart. The start moves to the first
     /// sample.
     /// @param cancelled asked now and then; true ends the reading
-    bool scan(const std::function<bool()> &cancelled, QString &error);
-    const QVector<EdfNote> &notes() const { return m_notes; }
+    Outcome scan(const std::function<bool()> &cancelled);
+    const QVector<EdfAnnotation> &annotations() const { return m_annotations; }
     /// One sentence on what a user should know of the file; empty when there is nothing. After scan().
-    QString notice() const { return m_contents->notice(); }
-    const std::vector<EdfPause> &pauses() const { return m_contents->pauses(); }
+    QString notice() const { return m_scan->notice(); }
+    const std::vector<EdfPause> &pauses() const { return m_scan->pauses(); }
     /// Ticks from the first sample of the file to that of a record, pauses included. After scan().
     qint64 recordOnset(qint64 record) const;
 
@@ -41,16 +40,16 @@ public:
     /// Says which records the next calls of read() are about.
     void hold(qint64 firstRecord, qint64 lastRecord);
     /// Positions before the beginning and behind the end give the first and the last sample of the channel.
-    bool read(int channel, qint64 first, int count, qint32 *out, QString &error);
+    Outcome read(int channel, qint64 first, int count, qint32 *out);
 
 private:
-    bool takeFacts(QString &error);
-    void takeChannels(const EdfLayout &layout);
+    Outcome readHeader();
+    void readSignals(const EdfLayout &layout);
 
-    EdfFacts m_facts;
-    std::unique_ptr<EdfContents> m_contents;
+    EdfHeader m_header;
+    std::unique_ptr<EdfFileScan> m_scan;
     EdfRecords m_records;
-    QVector<EdfNote> m_notes;
+    QVector<EdfAnnotation> m_annotations;
     qint64 m_firstRecord = 0; ///< that can be read
     qint64 m_endRecord = 0;
 };

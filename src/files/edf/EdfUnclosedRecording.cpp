@@ -1,4 +1,4 @@
-#include "files/edf/EdfUnrepaired.h"
+#include "files/edf/EdfUnclosedRecording.h"
 
 #include "files/edf/EdfJournal.h"
 #include "files/edf/EdfLayout.h"
@@ -24,24 +24,24 @@ QString freeName(const QString &path)
 
 namespace bp {
 
-bool EdfUnrepaired::isAt(const QString &path)
+bool EdfUnclosedRecording::isAt(const QString &path)
 {
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) {
         return false;
     }
     const EdfLayout layout = EdfLayout::read(file);
-    return !layout.header.isEmpty()
-        && (layout.isUnclosed() || !EdfJournal::read(path, EdfJournal::identity(layout.header)).isEmpty());
+    return !layout.headerBytes.isEmpty()
+        && (layout.isUnclosed() || !EdfJournal::read(path, EdfJournal::identity(layout.headerBytes)).isEmpty());
 }
 
-QString EdfUnrepaired::setAside(const QString &path, QString &movedTo)
+Outcome EdfUnclosedRecording::setAside(const QString &path, QString &movedTo)
 {
     movedTo.clear();
     const bool movesRecording = isAt(path);
     const bool movesJournal = EdfJournal::hasEntries(path);
     if (!movesRecording && !movesJournal) {
-        return QString();
+        return Outcome::good();
     }
     // A link stays, and leads to the new recording as it led to the one before.
     const QString canonical = QFileInfo(path).canonicalFilePath();
@@ -49,18 +49,20 @@ QString EdfUnrepaired::setAside(const QString &path, QString &movedTo)
     const QString name = freeName(recording);
     QFile file(recording);
     if (movesRecording && !file.rename(name)) {
-        return QStringLiteral("an unrepaired recording is there and cannot be renamed (%1)").arg(file.errorString());
+        return Outcome::failure(
+            QStringLiteral("an unrepaired recording is there and cannot be renamed (%1)").arg(file.errorString()));
     }
     QFile journal(EdfJournal::pathFor(path));
     if (movesJournal && !journal.rename(EdfJournal::pathFor(name))) {
         if (movesRecording) {
             file.rename(recording);
         }
-        return QStringLiteral("the labels of an unrepaired recording are beside it and cannot be renamed (%1)")
-            .arg(journal.errorString());
+        return Outcome::failure(
+            QStringLiteral("the labels of an unrepaired recording are beside it and cannot be renamed (%1)")
+                .arg(journal.errorString()));
     }
     movedTo = name;
-    return QString();
+    return Outcome::good();
 }
 
 } // namespace bp

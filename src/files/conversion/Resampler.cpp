@@ -1,4 +1,4 @@
-#include "files/conversion/RateChanger.h"
+#include "files/conversion/Resampler.h"
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ constexpr qint64 kMaxTable = 1'000'000; // weights
 
 namespace bp {
 
-RateChanger::RateChanger(Ratio inRate, Ratio outRate)
+Resampler::Resampler(Ratio inRate, Ratio outRate)
     : m_ratio(Ratio::of(inRate.num * outRate.den, inRate.den * outRate.num))
     , m_cut(kCutOff * std::min(1.0, 1.0 / m_ratio.value()))
     , m_half(static_cast<int>(std::ceil(kHalfLobes / m_cut)))
@@ -25,7 +25,7 @@ RateChanger::RateChanger(Ratio inRate, Ratio outRate)
     }
 }
 
-std::vector<double> RateChanger::weights(qint64 phase) const
+std::vector<double> Resampler::weights(qint64 phase) const
 {
     const double fraction = static_cast<double>(phase) / static_cast<double>(m_ratio.den);
     std::vector<double> taps(static_cast<std::size_t>(2 * m_half));
@@ -44,12 +44,12 @@ std::vector<double> RateChanger::weights(qint64 phase) const
     return taps;
 }
 
-int RateChanger::inputCount(qint64 first, int count) const
+int Resampler::inputCount(qint64 first, int count) const
 {
     return static_cast<int>(at(first + count - 1) - at(first)) + 2 * m_half;
 }
 
-void RateChanger::process(const std::vector<qint32> &in, qint64 first, int count, double *out) const
+void Resampler::process(const std::vector<qint32> &in, qint64 first, int count, double *out) const
 {
     std::vector<double> own;
     for (int k = 0; k < count; ++k) {

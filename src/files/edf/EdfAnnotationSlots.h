@@ -7,17 +7,15 @@ class QFile;
 
 namespace bp {
 
+struct EdfAnnotation;
 struct EdfLayout;
 
 /// The room for annotations in the records of a file of ours: one slot per record and annotation signal.
-class EdfSlots
+class EdfAnnotationSlots
 {
 public:
-    /// An annotation as it stands in a file.
-    /// @param onset    0.1 ms
-    /// @param duration 0.1 ms; negative: none
-    /// @param text     as EdfText::annotation()
-    static QByteArray list(long long onset, long long duration, const QByteArray &text);
+    /// An annotation as EDFlib writes it, in whole 0.1 ms.
+    static QByteArray list(const EdfAnnotation &annotation);
     /// Whether a file has these annotations where EDFlib puts them, one in each slot.
     static bool hold(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists);
     /// Writes annotations over those of a file, in the order in which EDFlib fills its slots: one each, or several when

@@ -1,6 +1,6 @@
-#include "files/edf/EdfSlots.h"
+#include "files/edf/EdfAnnotationSlots.h"
 
-#include "files/edf/EdfFacts.h"
+#include "files/edf/EdfHeader.h"
 #include "files/edf/EdfLayout.h"
 #include "files/edf/EdfTal.h"
 
@@ -18,7 +18,7 @@ struct Slot
     QByteArray content;
 
     Slot(QFile &file, const bp::EdfLayout &layout, qint64 record, int number)
-        : at(layout.header.size() + record * layout.recordBytes + layout.annotationBlocks[number])
+        : at(layout.headerBytes.size() + record * layout.recordBytes + layout.annotationBlocks[number])
         , size(layout.blockBytes(layout.annotationSignals[number]))
         , content(file.seek(at) ? file.read(size) : QByteArray())
     {
@@ -40,29 +40,29 @@ struct Slot
     }
 };
 
-template <class Take> void forEachSlot(QFile &file, const bp::EdfLayout &layout, qint64 records, const Take &take)
+template <class Visit> void forEachSlot(QFile &file, const bp::EdfLayout &layout, qint64 records, const Visit &visit)
 {
     bool goesOn = true;
     for (qint64 record = 0; goesOn && record < records; ++record) {
         for (int number = 0; goesOn && number < layout.annotationBlocks.size(); ++number) {
             Slot slot(file, layout, record, number);
-            goesOn = take(slot, slot.isEmpty(number == 0));
+            goesOn = visit(slot, slot.isEmpty(number == 0));
         }
     }
 }
 
-/// Of a time in 0.1 ms, as EDFlib writes it.
-QByteArray seconds(long long tenthMilliseconds)
+/// A time in 0.1 ms as EDFlib writes it.
+QByteArray seconds(qint64 tenthMilliseconds)
 {
     const QByteArray whole = QByteArray::number(tenthMilliseconds / 10000);
-    const long long fraction = tenthMilliseconds % 10000;
+    const qint64 fraction = tenthMilliseconds % 10000;
     return fraction == 0 ? whole : whole + '.' + QByteArray::number(fraction).rightJustified(4, '0');
 }
 
 qint64 slotAt(const bp::EdfLayout &layout, qint64 slot)
 {
     const qint64 perRecord = layout.annotationBlocks.size();
-    return layout.header.size() + slot / perRecord * layout.recordBytes
+    return layout.headerBytes.size() + slot / perRecord * layout.recordBytes
         + layout.annotationBlocks[static_cast<int>(slot % perRecord)];
 }
 
@@ -70,7 +70,7 @@ qint64 slotAt(const bp::EdfLayout &layout, qint64 slot)
 
 namespace bp {
 
-bool EdfSlots::hold(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
+bool EdfAnnotationSlots::hold(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
 {
     if (lists.size() > records * layout.annotationBlocks.size()) {
         return false;
@@ -84,12 +84,15 @@ bool EdfSlots::hold(QFile &file, const EdfLayout &layout, qint64 records, const 
     return true;
 }
 
-QByteArray EdfSlots::list(long long onset, long long duration, const QByteArray &text)
+QByteArray EdfAnnotationSlots::list(const EdfAnnotation &annotation)
 {
-    return EdfTal::list(onset < 0, seconds(std::llabs(onset)), duration >= 0 ? seconds(duration) : QByteArray(), text);
+    const qint64 onset = annotation.onset / kEdfWriteTicks;
+    const bool hasDuration = annotation.duration >= 0;
+    return EdfTal::list(onset < 0, seconds(std::abs(onset)),
+                        hasDuration ? seconds(annotation.duration / kEdfWriteTicks) : QByteArray(), annotation.text);
 }
 
-int EdfSlots::write(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
+int EdfAnnotationSlots::write(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
 {
     const qint64 perRecord = layout.annotationBlocks.size();
     const bool isTight = lists.size() > records * perRecord;
@@ -118,7 +121,7 @@ int EdfSlots::write(QFile &file, const EdfLayout &layout, qint64 records, const 
     return placed;
 }
 
-int EdfSlots::add(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
+int EdfAnnotationSlots::add(QFile &file, const EdfLayout &layout, qint64 records, const QList<QByteArray> &lists)
 {
     int room = 0;
     forEachSlot(file, layout, records, [&](const Slot &, bool isEmpty) {
@@ -139,7 +142,7 @@ int EdfSlots::add(QFile &file, const EdfLayout &layout, qint64 records, const QL
     return isWritten ? placed : -1;
 }
 
-bool EdfSlots::writeTime(QFile &file, const EdfLayout &layout, qint64 record, qint64 ticks)
+bool EdfAnnotationSlots::writeTime(QFile &file, const EdfLayout &layout, qint64 record, qint64 ticks)
 {
     Slot slot(file, layout, record, 0);
     QByteArray lists = slot.content;

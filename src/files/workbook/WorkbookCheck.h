@@ -1,7 +1,8 @@
 #pragma once
 
+#include "common/detail/Outcome.h"
+
 #include <QByteArray>
-#include <QString>
 
 namespace bp {
 
@@ -10,7 +11,6 @@ constexpr qint64 kMaxWorkbookBytes = qint64{64} * 1024 * 1024; ///< packed; a rh
 /// Whether a workbook can be handed to the spreadsheet library, which trusts what it reads: an archive in one piece
 /// whose parts really have the sizes and checksums that they claim, XML that is well-formed, and numbers of sheets,
 /// columns and cells that fit in memory.
-/// @return what is wrong, half a sentence; empty for a sound workbook
-QString workbookFault(const QByteArray &workbook);
+Outcome checkWorkbook(const QByteArray &workbook);
 
 } // namespace bp

@@ -1,8 +1,8 @@
-#include "files/edf/EdfClaim.h"
+#include "files/edf/EdfFileLock.h"
 
 #include "common/BPCommon.h"
 #include "files/edf/EdfLibrary.h"
-#include "files/edf/EdfUnrepaired.h"
+#include "files/edf/EdfUnclosedRecording.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -54,71 +54,72 @@ bool isOpenHere(const QString &path)
 
 namespace bp {
 
-QString EdfClaim::take(const QString &path)
+Outcome EdfFileLock::acquire(const QString &path)
 {
     release();
     m_setAsidePath.clear();
     if (isOpenHere(path)) {
-        return OpenFile::openReason();
+        return Outcome::failure(OpenFile::openReason());
     }
-    QString reason = lock(path);
-    if (reason.isEmpty()) {
-        reason = EdfUnrepaired::setAside(path, m_setAsidePath);
+    Outcome outcome = lock(path);
+    if (outcome) {
+        outcome = EdfUnclosedRecording::setAside(path, m_setAsidePath);
     }
-    if (reason.isEmpty()) {
+    if (outcome) {
         m_file.setFileName(path);
-        reason = m_use.holdToWrite(m_file);
+        outcome = m_use.holdToWrite(m_file);
     }
-    if (reason.isEmpty() && !m_file.resize(0)) {
-        reason = m_file.errorString();
+    if (outcome && !m_file.resize(0)) {
+        outcome = Outcome::failure(m_file.errorString());
     }
-    if (!reason.isEmpty()) {
+    if (!outcome) {
         release();
     }
-    return reason;
+    return outcome;
 }
 
-/// Returns why the lock cannot be had; empty also where there cannot be a lock at all.
-QString EdfClaim::lock(const QString &path)
+/// Good also where there cannot be a lock at all.
+Outcome EdfFileLock::lock(const QString &path)
 {
     m_lock = makeLock(path);
     if (m_lock->tryLock(0)) {
-        return QString();
+        return Outcome::good();
     }
     const bool isHeld = m_lock->error() == QLockFile::LockFailedError;
-    const QString reason = isHeld ? holder(path, *m_lock) : QString();
+    const Outcome outcome = isHeld ? Outcome::failure(holder(path, *m_lock)) : Outcome::good();
     if (!isHeld) {
         BPCommon::log(BPCommon::LogEdfWriter, "EDFWriter::open records without a lock, %s cannot be written",
                       lockPath(path));
     }
     m_lock.reset();
-    return reason;
+    return outcome;
 }
 
-void EdfClaim::release()
+void EdfFileLock::release()
 {
     m_use.release();
     m_file.close();
     m_lock.reset();
 }
 
-QString EdfClaim::replaceFault(const QString &path)
+Outcome EdfFileLock::mayReplace(const QString &path)
 {
     if (!QFileInfo::exists(path)) {
-        return QString();
+        return Outcome::good();
     }
     if (isOpenHere(path)) {
-        return OpenFile::openReason();
+        return Outcome::failure(OpenFile::openReason());
     }
     if (QFileInfo::exists(lockPath(path))) {
         const std::unique_ptr<QLockFile> lock = makeLock(path);
         if (!lock->tryLock(0) && lock->error() == QLockFile::LockFailedError) {
-            return holder(path, *lock);
+            return Outcome::failure(holder(path, *lock));
         }
     }
-    return EdfUnrepaired::isAt(path) ? QStringLiteral("it is a recording that was not closed; \"bioprocessing repair\" "
-                                                      "makes a sound one of it, and another name leaves it alone")
-                                     : QString();
+    return EdfUnclosedRecording::isAt(path)
+        ? Outcome::failure(QStringLiteral("it is a recording that was not closed; \"bioprocessing repair\" "
+                                          "makes a sound one of it, and another name leaves it alone"))
+        : Outcome::good();
 }
 
 } // namespace bp
