@@ -21,8 +21,6 @@
 
 class Montage;
 class ProcessRequest;
-class QTcpServer;
-class QTcpSocket;
 class ServerMediator;
 class TcpTextSocket;
 struct RequestExchange;
@@ -30,9 +28,7 @@ class SampleBuffer;
 struct LastValues;
 
 namespace bp {
-class BrowserGuard;
-class RequestReader;
-struct WholeRequest;
+class HttpServer;
 } // namespace bp
 
 /// The local command service: one HTTP request per connection, answered by the handler whose command word occurs in the
@@ -100,13 +96,13 @@ public:
 
     void notify(Colleague *sender, QString message) override;
 
-    /// For whoever is connected directly to a signal that carries a client's wish, during its emission: the wish cannot
-    /// be done, and the client gets this reason as the error. The first reason counts. Does nothing at other times, or
-    /// with an empty reason.
+    /// Rejects the request whose signal is being emitted or whose message is being handled: the client gets the reason
+    /// as the error. For slots that are connected directly, and for the model. The first reason counts. Does nothing at
+    /// other times, or with an empty reason.
     void refuse(const QString &reason);
 
-    /// The request whose message or signal is being told; null at other times.
-    const RequestExchange *currentExchange() const { return m_wishing; }
+    /// The request whose signal is being emitted or whose message is being handled; null at other times.
+    const RequestExchange *currentExchange() const { return m_exchange; }
 
     /// The bytes that a request is answered with, as if it had come over a connection.
     QByteArray answer(const QString &requestText);
@@ -135,43 +131,31 @@ public slots:
     void setNewDevices(QList<AmplifierInfo> &in_list);
 
 private:
-    void construct(const QHostAddress &address, quint16 port);
-    void prepeareTcpServer(const QHostAddress &address, quint16 port);
-    void setAllProcess();
     void resetSamples();
-    void lookForRequest();
-    void takeRequest(QTcpSocket *client, const bp::WholeRequest &request);
-    QByteArray dispatch(const QString &text, QTcpSocket *client);
-    void removeTCPSocket();
-    void releaseAnsweredClient(QTcpSocket *client);
-    void limitUnsentAnswers();
 
-    void passToModel(Colleague *sender, RequestExchange &exchange, const QString &message);
+    struct Message;
+    void tellModel(const Message &message);
+    void tellModelParams(const Message &message);
+    void tellModelName(const Message &message);
     static void deviceParametrs(RequestExchange &exchange);
     void setDeviceParametrs(RequestExchange &exchange);
     void startDeviceWithMontage(RequestExchange &exchange);
     void setCurrentMontage(RequestExchange &exchange);
-    static void takeDevices(QList<AmplifierInfo> &devices);
 
     static QPointer<DataServer> s_listener; ///< hears of discovered devices
 
     server_state &m_state;
-    QTcpServer *m_server = nullptr; ///< child
-    bool m_wholeRequests = false;
-    bp::RequestReader *m_reader = nullptr; ///< child
-    std::unique_ptr<bp::BrowserGuard> m_guard;
-    QPointer<QTcpSocket> m_client; ///< the one that has not been answered; none while whole requests are read
-    QList<QTcpSocket *> m_closing; ///< those that still take their answer, oldest first; children of the listener
-    std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
+    bp::HttpServer *m_http; ///< child
     ServerMediator *m_mediator = nullptr;
-    RequestExchange *m_wishing = nullptr; ///< of the request whose wish is being told; null at other times
+    RequestExchange *m_exchange = nullptr; ///< see currentExchange()
     std::unique_ptr<SampleBuffer> m_samples;
     std::unique_ptr<LastValues> m_last;
+    QList<AmplifierInfo> m_devices; ///< as last discovered
+    std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
     std::vector<UnitParams> m_algorithms;
     QString m_algorithmName;
     UnitParams m_currentParams;
-    QList<AmplifierInfo> m_devices;
     QString m_montageName;
     std::atomic<bool> m_textEnabled{false};
-    TcpTextSocket *m_textSocket = nullptr; ///< child
+    TcpTextSocket *m_textSocket; ///< child
 };

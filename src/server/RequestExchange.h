@@ -40,5 +40,13 @@ struct RequestExchange
     QStringList profiles; ///< answer to "getProfileList"
     std::vector<UnitParams> algorithms; ///< answer to "getAlgorithms"
     QString recordPath; ///< answer to "getRecordFile"
-    QString refusal; ///< why it could not be done; sent to the client as the error
+    QString refusal; ///< why the request is rejected, see refuse(); sent to the client as the error
+
+    /// Rejects the request. The first reason counts; an empty one does nothing.
+    void refuse(const QString &reason)
+    {
+        if (refusal.isEmpty()) {
+            refusal = reason;
+        }
+    }
 };

@@ -19,13 +19,12 @@ QJsonObject describe(const UnitParams &params)
 } // namespace
 
 RequestGetAlgorithms::RequestGetAlgorithms(server_state &state)
-    : ProcessRequest(
-        state,
-        {{QStringLiteral("getalgorithms"), static_cast<Operation>(&RequestGetAlgorithms::getAlgorithms)},
-         {QStringLiteral("getalgorithmparams"), static_cast<Operation>(&RequestGetAlgorithms::getParameters)},
-         {QStringLiteral("setalgorithmparams"), static_cast<Operation>(&RequestGetAlgorithms::setParameters)},
-         {QStringLiteral("removealgorithm"), static_cast<Operation>(&RequestGetAlgorithms::removeAlgorithm)},
-         {QStringLiteral("addnewalgorithm"), static_cast<Operation>(&RequestGetAlgorithms::addAlgorithm)}})
+    : ProcessRequest(state,
+                     {on("getalgorithms", &RequestGetAlgorithms::getAlgorithms),
+                      on("getalgorithmparams", &RequestGetAlgorithms::getParameters),
+                      on("setalgorithmparams", &RequestGetAlgorithms::setParameters),
+                      on("removealgorithm", &RequestGetAlgorithms::removeAlgorithm),
+                      on("addnewalgorithm", &RequestGetAlgorithms::addAlgorithm)})
 {
 }
 

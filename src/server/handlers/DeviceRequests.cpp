@@ -1,10 +1,13 @@
 #include "server/handlers/DeviceRequests.h"
 
 #include "server/ParamLimits.h"
+#include "server/handlers/Conditions.h"
 
 #include <algorithm>
 
 namespace {
+
+constexpr ProcessRequest::Precondition kIsIdle{bp::isIdle, "Halvin in state read mode"};
 
 /// Takes the device of that name, which is not empty, into the exchange.
 bool takeDevice(const QString &name, const QList<AmplifierInfo> &devices, RequestExchange &exchange)
@@ -22,11 +25,10 @@ bool takeDevice(const QString &name, const QList<AmplifierInfo> &devices, Reques
 } // namespace
 
 RequestGetDiscoverDevice::RequestGetDiscoverDevice(server_state &state, const QList<AmplifierInfo> &devices)
-    : ProcessRequest(
-        state,
-        {{QStringLiteral("discoverdevices"), static_cast<Operation>(&RequestGetDiscoverDevice::discover)},
-         {QStringLiteral("getdeviceparametrs"), static_cast<Operation>(&RequestGetDiscoverDevice::getParameters)},
-         {QStringLiteral("setdeviceparametrs"), static_cast<Operation>(&RequestGetDiscoverDevice::setParameters)}})
+    : ProcessRequest(state,
+                     {on("discoverdevices", &RequestGetDiscoverDevice::discover, {kIsIdle}),
+                      on("getdeviceparametrs", &RequestGetDiscoverDevice::getParameters),
+                      on("setdeviceparametrs", &RequestGetDiscoverDevice::setParameters)})
     , m_devices(devices)
 {
 }
@@ -78,7 +80,7 @@ void RequestGetDiscoverDevice::setParameters()
 }
 
 RequestStartDevice::RequestStartDevice(server_state &state, const QList<AmplifierInfo> &devices)
-    : ProcessRequest(state, {{QStringLiteral("startdevice"), static_cast<Operation>(&RequestStartDevice::startDevice)}})
+    : ProcessRequest(state, {on("startdevice", &RequestStartDevice::startDevice, {kIsIdle})})
     , m_devices(devices)
 {
 }
@@ -96,7 +98,9 @@ void RequestStartDevice::startDevice()
 }
 
 RequestStopDevice::RequestStopDevice(server_state &state)
-    : ProcessRequest(state, {{QStringLiteral("stopdevice"), static_cast<Operation>(&RequestStopDevice::stopDevice)}})
+    : ProcessRequest(
+        state,
+        {on("stopdevice", &RequestStopDevice::stopDevice, {{bp::isReading, "Halvin is not in state read mode"}})})
 {
 }
 

@@ -20,9 +20,9 @@ bool isChannelList(const QJsonArray &list)
 
 RequestMontageEdit::RequestMontageEdit(server_state &state)
     : ProcessRequest(state,
-                     {{QStringLiteral("getmontagelist"), static_cast<Operation>(&RequestMontageEdit::getList)},
-                      {QStringLiteral("getmontageinfo"), static_cast<Operation>(&RequestMontageEdit::getInfo)},
-                      {QStringLiteral("setmontagename"), static_cast<Operation>(&RequestMontageEdit::setMontage)}})
+                     {on("getmontagelist", &RequestMontageEdit::getList),
+                      on("getmontageinfo", &RequestMontageEdit::getInfo),
+                      on("setmontagename", &RequestMontageEdit::setMontage)})
 {
 }
 
