@@ -26,8 +26,8 @@ namespace {
 
 constexpr BPCommon::LogEvent kLog = BPCommon::LogServer;
 constexpr float kBufferSeconds = 60.0f;
-constexpr float kUnknownRate = 1000.0f; ///< Hz, of a device that does not tell
-constexpr float kMaxRate = 1e6f; ///< Hz, that samples are counted by
+constexpr float kUnknownRate = 1000.0f; ///< Hz, of a device that gives none
+constexpr float kMaxRate = 1e6f; ///< Hz, upper bound for the size of the buffer
 
 std::size_t channelsOf(const server_state &state)
 {

@@ -35,8 +35,8 @@ class HttpServer;
 /// request line.
 ///
 /// One client at a time: a newer connection drops one that has sent nothing yet. setWholeRequests() changes that. Lives
-/// on the host's thread, with its event loop, which calls everything here; one object at a time hears of discovered
-/// devices.
+/// on the host's thread, which needs an event loop and calls everything here. When there are several servers, only the
+/// newest one receives the list of discovered devices.
 class BIOPROCESSING_EXPORT DataServer : public QObject, public Colleague
 {
     Q_OBJECT
@@ -53,30 +53,30 @@ public:
     bool isListening() const;
     /// 0 while not listening.
     quint16 serverPort() const;
-    /// Why it does not listen, in the system's words; empty while it does.
+    /// The system's error message while it does not listen; empty while it does.
     QString listenError() const;
 
-    /// How requests are read. Off, as at first: one client at a time, whose first read is its request; a body that
-    /// comes later is not waited for, and everybody is answered. On: many clients at a time, whose requests are read to
-    /// the end of the announced body (see bp::RequestReader), and web pages are turned away (see bp::BrowserGuard).
-    /// Counts for the connections that follow.
+    /// How requests are read. Off (the default): one client at a time; what one read returns is its request, a body
+    /// that comes later is ignored, and every client is answered. On: many clients at a time; each request is read to
+    /// the end of the announced body (see bp::RequestReader), and requests of web pages are rejected (see
+    /// bp::BrowserGuard). Applies to connections from now on.
     void setWholeRequests(bool on);
-    /// Origins of web pages that may use the service nevertheless while whole requests are read; "*" for all.
+    /// Origins of web pages that may use the service while whole requests are read; "*" for all.
     void setAllowedOrigins(const QStringList &origins);
 
     /// @param mediator  borrowed
     void setMediator(ServerMediator *mediator);
-    /// Applies what acquisition begins with: forgets all data, and waits for a client anew.
+    /// Settings of an acquisition that begins. Clears all data; samples are stored again from the next command on.
     void setServerSettings(QSharedPointer<Montage> montage, const AmplifierInfo &device, int spectrumNormalLength);
-    /// Device and montage have changed: data of the earlier ones is forgotten.
+    /// Device and montage have changed: clears the data of the earlier ones.
     void openDevice(const AmplifierInfo &device, QSharedPointer<Montage> montage);
     /// The algorithms that "getalgorithms" shows. The model calls it when it is sent "getAlgorithms".
     void setParamList(const std::vector<UnitParams> &params);
-    /// The rhythms that are calculated from now on, by their descriptors; values of others are forgotten.
+    /// The rhythms that are calculated from now on, by their descriptors; clears the values of others.
     void updateRhythmList(const std::vector<UnitParams> &params);
-    /// What "updateParam" or "addNewAlgorithm" brought.
+    /// The parameters of the last "updateParam" or "addNewAlgorithm".
     UnitParams getCurrParams() const { return m_currentParams; }
-    /// What "addNewAlgorithmByName" or "removeAlgorithm" named.
+    /// The algorithm of the last "addNewAlgorithmByName" or "removeAlgorithm".
     QString getAlgorhtyhmName() const { return m_algorithmName; }
     QString getMontageName() const { return m_montageName; }
     void setSpectrumNormalLength(unsigned length);
@@ -87,7 +87,7 @@ public:
     /// @param count   valid leading samples of a planar block over the channels of the current montage. Ignored while
     ///                no client has been active.
     void appendNewData(int count, const float *samples);
-    /// @param values  NaN for a channel that has none; the first that is a number goes to the text socket
+    /// @param values  NaN for a channel without a value; the first other value goes to the text socket
     void appendNewRhythm(const QString &name, unsigned count, const float *values);
     /// @param count  channels × points
     void appendNewSpectrum(unsigned count, const float *values);
@@ -142,7 +142,7 @@ private:
     void startDeviceWithMontage(RequestExchange &exchange);
     void setCurrentMontage(RequestExchange &exchange);
 
-    static QPointer<DataServer> s_listener; ///< hears of discovered devices
+    static QPointer<DataServer> s_listener; ///< receives the list of discovered devices
 
     server_state &m_state;
     bp::HttpServer *m_http; ///< child

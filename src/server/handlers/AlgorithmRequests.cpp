@@ -85,7 +85,7 @@ void RequestGetAlgorithms::setParameters()
     if (!askServer("getAlgorithms")) {
         return;
     }
-    if (m_exchange.algorithms.empty()) { // nobody has told which there are: the model is to know
+    if (m_exchange.algorithms.empty()) { // the list is unknown here: the model decides
         UnitParams params = ParamFactory::makeCustomProperty(text("name"));
         params.setParamDescriptor(text("desc"));
         m_exchange.algorithms = {params};

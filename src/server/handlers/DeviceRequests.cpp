@@ -9,8 +9,8 @@ namespace {
 
 constexpr ProcessRequest::Precondition kIsIdle{bp::isIdle, "Halvin in state read mode"};
 
-/// Takes the device of that name, which is not empty, into the exchange.
-bool takeDevice(const QString &name, const QList<AmplifierInfo> &devices, RequestExchange &exchange)
+/// Puts the device of that name into the exchange; false when there is none.
+bool chooseDevice(const QString &name, const QList<AmplifierInfo> &devices, RequestExchange &exchange)
 {
     const auto found =
         std::find_if(devices.cbegin(), devices.cend(), [&name](const AmplifierInfo &device) { return device == name; });
@@ -46,7 +46,7 @@ void RequestGetDiscoverDevice::discover()
 
 void RequestGetDiscoverDevice::getParameters()
 {
-    if (!takeDevice(text("name"), m_devices, m_exchange)) {
+    if (!chooseDevice(text("name"), m_devices, m_exchange)) {
         error(QStringLiteral("Wrong device name"));
     } else if (askServer("deviceParametrs")) {
         if (m_exchange.params.isEmpty()) {
@@ -59,14 +59,14 @@ void RequestGetDiscoverDevice::getParameters()
 
 void RequestGetDiscoverDevice::setParameters()
 {
-    if (!takeDevice(text("name"), m_devices, m_exchange)) {
+    if (!chooseDevice(text("name"), m_devices, m_exchange)) {
         error(QStringLiteral("Wrong device name"));
         return;
     }
     if (!askServer("deviceParametrs")) {
         return;
     }
-    // The set's own name is the device's here, which is not the device's to take over.
+    // Only the values: the name in the body is the device's, not the parameter set's.
     const QJsonValue values = body().value(QLatin1String("data"));
     const UnitParams before = m_exchange.params;
     const bool isTaken = values.isArray() && !before.isEmpty()
@@ -87,7 +87,7 @@ RequestStartDevice::RequestStartDevice(server_state &state, const QList<Amplifie
 
 void RequestStartDevice::startDevice()
 {
-    if (!takeDevice(text("device"), m_devices, m_exchange)) {
+    if (!chooseDevice(text("device"), m_devices, m_exchange)) {
         error(QStringLiteral("Wrong device name"));
         return;
     }

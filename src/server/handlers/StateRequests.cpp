@@ -87,7 +87,7 @@ RequestWriteStateFile::RequestWriteStateFile(server_state &state)
 
 void RequestWriteStateFile::writeStateFile()
 {
-    if (takeState() && askServer("writeStateFile")) {
+    if (readState() && askServer("writeStateFile")) {
         ok(QJsonObject{{QStringLiteral("time"), state().stateFileSeconds},
                        {QStringLiteral("unit"), QStringLiteral("second, sec")},
                        {QStringLiteral("state"), m_exchange.state}});
@@ -96,12 +96,12 @@ void RequestWriteStateFile::writeStateFile()
 
 void RequestWriteStateFile::removeStateFile()
 {
-    if (takeState() && askServer("removeStateFile")) {
+    if (readState() && askServer("removeStateFile")) {
         ok();
     }
 }
 
-bool RequestWriteStateFile::takeState()
+bool RequestWriteStateFile::readState()
 {
     bool isNumber = false;
     m_exchange.state = argument().toInt(&isNumber);

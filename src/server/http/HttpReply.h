@@ -7,8 +7,10 @@ class QTcpSocket;
 
 namespace bp {
 
-/// A success of the command service. Lengths are announced in UTF-16 units, which differ from the bytes sent for texts
-/// beyond ASCII (kept, as is every byte here: clients in the field compare them).
+/// A success of the command service.
+///
+/// Compatibility: clients in the field compare every byte of the answers. The announced length counts UTF-16 units,
+/// which differ from the bytes sent for texts beyond ASCII.
 QByteArray successReply(const QString &body);
 /// The same for a body of ASCII only, whose length is the same in every unit.
 QByteArray successReplyAscii(const QByteArray &body);
@@ -16,11 +18,11 @@ QByteArray successReplyAscii(const QByteArray &body);
 /// An error. A message that does not begin with "{" is wrapped as {"error":"message"}, without escaping.
 QByteArray errorReply(const QString &messageOrJson);
 
-/// What a browser is told that asks whether a page may send a request: that it may.
+/// The answer to a browser that asks whether a page may send a request: it may.
 QByteArray preflightReply();
 
-/// Writes an answer and asks the socket to disconnect. Nothing waits: whoever has not taken its answer after 30 s loses
-/// the connection. A socket that is gone is left alone.
+/// Writes an answer and asks the socket to disconnect. Does not wait: a client that has not received its answer after
+/// 30 s loses the connection. Null and closed sockets are ignored.
 void sendAndClose(QTcpSocket *client, const QByteArray &bytes);
 
 } // namespace bp
