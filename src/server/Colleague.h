@@ -4,8 +4,8 @@
 
 #include <QString>
 
-/// A participant of the command service: everybody hears of others' wishes through notify(), by way of the
-/// ServerMediator.
+/// A participant of the command service. The ServerMediator passes the messages of one participant to another one's
+/// notify().
 class BIOPROCESSING_EXPORT Colleague
 {
 public:
@@ -14,8 +14,8 @@ public:
     Colleague(const Colleague &) = delete;
     Colleague &operator=(const Colleague &) = delete;
 
-    /// @param sender  who wants something; a ProcessRequest carries what belongs to the wish, and takes the answer (see
-    ///                ProcessRequest::exchangeOf())
-    /// @param message compared exactly; one that is not known is ignored
+    /// @param sender  who sends the message; a ProcessRequest holds the values of its request and receives the results
+    ///                (see ProcessRequest::exchangeOf())
+    /// @param message compared exactly; an unknown one is ignored
     virtual void notify(Colleague *sender, QString message);
 };

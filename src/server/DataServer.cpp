@@ -7,60 +7,27 @@
 #include "server/ProcessRequest.h"
 #include "server/ServerMediator.h"
 #include "server/TcpTextSocket.h"
-#include "server/handlers/AlgorithmRequests.h"
-#include "server/handlers/DeviceRequests.h"
+#include "server/handlers/HandlerList.h"
 #include "server/handlers/LastValues.h"
 #include "server/handlers/MontageFolder.h"
-#include "server/handlers/MontageRequests.h"
-#include "server/handlers/ProfileRequests.h"
-#include "server/handlers/RecordRequests.h"
 #include "server/handlers/SampleBuffer.h"
-#include "server/handlers/SignalRequests.h"
-#include "server/handlers/StateRequests.h"
-#include "server/http/BrowserGuard.h"
 #include "server/http/HttpReply.h"
-#include "server/http/RequestReader.h"
+#include "server/http/HttpServer.h"
 
 #include <QDateTime>
 #include <QScopedValueRollback>
-#include <QTcpServer>
 #include <QTcpSocket>
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
+#include <utility>
 
 namespace {
 
 constexpr BPCommon::LogEvent kLog = BPCommon::LogServer;
-constexpr std::size_t kHandlers = 21;
-constexpr int kReadAttempts = 100;
-constexpr int kReadWaitMs = 5;
-/// What a client has sent beyond this before it is read stays in the system's buffers.
-constexpr qint64 kMaxRequestBytes = qint64{4} * 1024 * 1024;
 constexpr float kBufferSeconds = 60.0f;
-constexpr float kUnknownRate = 1000.0f; ///< Hz, of a device that does not tell
-constexpr float kMaxRate = 1e6f; ///< Hz, that samples are counted by
-constexpr int kMaxClosingClients = 64;
-/// Of all answers that are still under way.
-constexpr qint64 kMaxUnsentBytes = qint64{512} * 1024 * 1024;
-
-/// The handlers that ask the server for something carry what belongs to it.
-struct Wish
-{
-    const char *message;
-    void (*act)(DataServer &server, const RequestExchange &exchange);
-};
-
-/// Messages that become a signal to the host.
-constexpr Wish kWishes[] = {
-    {"startDevice", [](DataServer &server, const RequestExchange &e) { emit server.startDevice(e.device, true); }},
-    {"removeProfile", [](DataServer &server, const RequestExchange &e) { emit server.removeProfile(e.name); }},
-    {"addNewProfile", [](DataServer &server, const RequestExchange &e) { emit server.addNewProfile(e.name, e.type); }},
-    {"writeStateFile", [](DataServer &server, const RequestExchange &e) { emit server.writeStateFile(e.state); }},
-    {"removeStateFile", [](DataServer &server, const RequestExchange &e) { emit server.removeStateFile(e.state); }},
-    {"setProfile", [](DataServer &server, const RequestExchange &e) { emit server.setCurrentProfile(e.name); }},
-};
+constexpr float kUnknownRate = 1000.0f; ///< Hz, of a device that gives none
+constexpr float kMaxRate = 1e6f; ///< Hz, upper bound for the size of the buffer
 
 std::size_t channelsOf(const server_state &state)
 {
@@ -72,24 +39,18 @@ std::size_t channelsOf(const server_state &state)
 QPointer<DataServer> DataServer::s_listener;
 
 DataServer::DataServer(server_state &state, QObject *parent)
-    : QObject(parent)
-    , m_state(state)
-    , m_samples(std::make_unique<SampleBuffer>())
-    , m_last(std::make_unique<LastValues>())
+    : DataServer(state, QHostAddress(QHostAddress::Any), kPort, parent)
 {
-    construct(QHostAddress(QHostAddress::Any), kPort);
 }
 
 DataServer::DataServer(server_state &state, const QHostAddress &address, quint16 port, QObject *parent)
     : QObject(parent)
     , m_state(state)
+    , m_http(new bp::HttpServer([this](const QString &request) { return answer(request); }, this))
     , m_samples(std::make_unique<SampleBuffer>())
     , m_last(std::make_unique<LastValues>())
-{
-    construct(address, port);
-}
-
-void DataServer::construct(const QHostAddress &address, quint16 port)
+    , m_handlers(bp::createHandlers(state, *m_samples, *m_last, m_devices))
+    , m_textSocket(new TcpTextSocket(&m_textEnabled, &m_textEnabled, this))
 {
     BPCommon::log(kLog, "DataServer::DataServer create");
     qRegisterMetaType<AmplifierInfo>("AmplifierInfo");
@@ -98,15 +59,15 @@ void DataServer::construct(const QHostAddress &address, quint16 port)
     qRegisterMetaType<QList<AmplifierInfo>>("QList<AmplifierInfo>&");
     m_state.clientActive = false;
     resetAllBuffers();
-    m_guard = std::make_unique<bp::BrowserGuard>();
-    m_reader = new bp::RequestReader(
-        [this](QTcpSocket *client, const bp::WholeRequest &request) { takeRequest(client, request); }, this);
-    prepeareTcpServer(address, port);
-    m_textSocket = new TcpTextSocket(&m_textEnabled, &m_textEnabled, this);
+    BPCommon::log(kLog, "DataServer::prepeareTcpServer ");
+    m_http->listen(address, port);
     connect(this, &DataServer::setDiscoverDevice, this, &DataServer::setNewDevices);
     s_listener = this;
-    DeviceManager::Instance()->setCallBackFunction(&DataServer::takeDevices);
-    setAllProcess();
+    DeviceManager::Instance()->setCallBackFunction([](QList<AmplifierInfo> &devices) {
+        if (s_listener) {
+            emit s_listener->setDiscoverDevice(devices);
+        }
+    });
 }
 
 DataServer::~DataServer()
@@ -116,45 +77,9 @@ DataServer::~DataServer()
     }
 }
 
-void DataServer::prepeareTcpServer(const QHostAddress &address, quint16 port)
-{
-    BPCommon::log(kLog, "DataServer::prepeareTcpServer ");
-    m_server = new QTcpServer(this);
-    connect(m_server, &QTcpServer::newConnection, this, &DataServer::takeNewConnection);
-    m_server->listen(address, port);
-}
-
-void DataServer::setAllProcess()
-{
-    m_handlers.reserve(kHandlers);
-    const auto add = [this](auto handler) { m_handlers.push_back(std::move(handler)); };
-    add(std::make_unique<RequestGetInfo>(m_state, *m_last));
-    add(std::make_unique<RequestGetData>(m_state, *m_samples));
-    add(std::make_unique<RequestGetStates>(m_state, *m_last));
-    add(std::make_unique<RequestLastState>(m_state, *m_last));
-    add(std::make_unique<RequestGetLastRhythmOrState>(m_state, *m_last));
-    add(std::make_unique<RequestGetSpectrum>(m_state, *m_last));
-    add(std::make_unique<RequestGetLastRhythm>(m_state, *m_last));
-    add(std::make_unique<RequestWriteStateFile>(m_state));
-    add(std::make_unique<RequestStopStartTraining>(m_state));
-    add(std::make_unique<RequestGetHalvinStatus>(m_state));
-    add(std::make_unique<RequestSetProfile>(m_state));
-    add(std::make_unique<RequestGetProfileList>(m_state));
-    add(std::make_unique<RequestStartWriteFile>(m_state));
-    add(std::make_unique<RequestGetDiscoverDevice>(m_state, m_devices));
-    add(std::make_unique<RequestStartDevice>(m_state, m_devices));
-    add(std::make_unique<RequestStopDevice>(m_state));
-    add(std::make_unique<RequestMontageEdit>(m_state));
-    add(std::make_unique<RequestAddNewProfile>(m_state));
-    add(std::make_unique<RequestGetAlgorithms>(m_state));
-    add(std::make_unique<RequestRemoveAllRecords>(m_state));
-    // Behind the others, and with words that none of theirs occurs in: they take no request from them.
-    add(std::make_unique<RequestRecordLabel>(m_state));
-}
-
 void DataServer::setWholeRequests(bool on)
 {
-    m_wholeRequests = on;
+    m_http->setWholeRequests(on);
     for (const auto &handler : m_handlers) {
         handler->setLengthUnit(on ? bp::LengthIn::Bytes : bp::LengthIn::Utf16Units);
     }
@@ -162,22 +87,22 @@ void DataServer::setWholeRequests(bool on)
 
 void DataServer::setAllowedOrigins(const QStringList &origins)
 {
-    m_guard->setAllowedOrigins(origins);
+    m_http->setAllowedOrigins(origins);
 }
 
 bool DataServer::isListening() const
 {
-    return m_server->isListening();
+    return m_http->isListening();
 }
 
 quint16 DataServer::serverPort() const
 {
-    return m_server->serverPort();
+    return m_http->port();
 }
 
 QString DataServer::listenError() const
 {
-    return m_server->isListening() ? QString() : m_server->errorString();
+    return m_http->listenError();
 }
 
 void DataServer::setMediator(ServerMediator *mediator)
@@ -290,58 +215,76 @@ unsigned DataServer::getlastState() const
     return m_last->states.empty() ? 0 : m_last->states.back().state;
 }
 
+struct DataServer::Message
+{
+    Colleague *sender;
+    RequestExchange &exchange;
+    const QString &text;
+};
+
 void DataServer::notify(Colleague *sender, QString message)
 {
+    using Act = void (*)(DataServer & server, const Message &message);
+    static constexpr std::pair<const char *, Act> kActs[] = {
+        // signals to the host
+        {"startDevice", [](DataServer &s, const Message &m) { emit s.startDevice(m.exchange.device, true); }},
+        {"removeProfile", [](DataServer &s, const Message &m) { emit s.removeProfile(m.exchange.name); }},
+        {"addNewProfile",
+         [](DataServer &s, const Message &m) { emit s.addNewProfile(m.exchange.name, m.exchange.type); }},
+        {"writeStateFile", [](DataServer &s, const Message &m) { emit s.writeStateFile(m.exchange.state); }},
+        {"removeStateFile", [](DataServer &s, const Message &m) { emit s.removeStateFile(m.exchange.state); }},
+        {"setProfile", [](DataServer &s, const Message &m) { emit s.setCurrentProfile(m.exchange.name); }},
+        // what the server does itself
+        {"deviceParametrs", [](DataServer &, const Message &m) { deviceParametrs(m.exchange); }},
+        {"setDeviceParametrs", [](DataServer &s, const Message &m) { s.setDeviceParametrs(m.exchange); }},
+        {"startDeviceWithMontage", [](DataServer &s, const Message &m) { s.startDeviceWithMontage(m.exchange); }},
+        {"setCurrentMontage", [](DataServer &s, const Message &m) { s.setCurrentMontage(m.exchange); }},
+        // what the model does; it reads the values from the server
+        {"startTraining", [](DataServer &s, const Message &m) { s.tellModel(m); }},
+        {"stopTraining", [](DataServer &s, const Message &m) { s.tellModel(m); }},
+        {"getAlgorithms",
+         [](DataServer &s, const Message &m) {
+             s.tellModel(m);
+             m.exchange.algorithms = s.m_algorithms;
+         }},
+        {"updateParam", [](DataServer &s, const Message &m) { s.tellModelParams(m); }},
+        {"addNewAlgorithm", [](DataServer &s, const Message &m) { s.tellModelParams(m); }},
+        {"addNewAlgorithmByName", [](DataServer &s, const Message &m) { s.tellModelName(m); }},
+        {"removeAlgorithm", [](DataServer &s, const Message &m) { s.tellModelName(m); }},
+    };
     RequestExchange *exchange = ProcessRequest::exchangeOf(sender);
-    if (exchange == nullptr) {
-        return;
-    }
-    const QScopedValueRollback<RequestExchange *> wishing(m_wishing, exchange);
-    const auto isMessage = [&message](const char *text) { return message == QLatin1String(text); };
-    const auto wish = std::find_if(std::begin(kWishes), std::end(kWishes),
-                                   [&isMessage](const Wish &candidate) { return isMessage(candidate.message); });
-    if (wish != std::end(kWishes)) {
-        wish->act(*this, *exchange);
-    } else if (isMessage("deviceParametrs")) {
-        deviceParametrs(*exchange);
-    } else if (isMessage("setDeviceParametrs")) {
-        setDeviceParametrs(*exchange);
-    } else if (isMessage("startDeviceWithMontage")) {
-        startDeviceWithMontage(*exchange);
-    } else if (isMessage("setCurrentMontage")) {
-        setCurrentMontage(*exchange);
-    } else {
-        passToModel(sender, *exchange, message);
+    const auto known = std::find_if(std::begin(kActs), std::end(kActs),
+                                    [&message](const auto &act) { return message == QLatin1String(act.first); });
+    if (exchange != nullptr && known != std::end(kActs)) {
+        const QScopedValueRollback<RequestExchange *> current(m_exchange, exchange);
+        known->second(*this, {sender, *exchange, message});
     }
 }
 
 void DataServer::refuse(const QString &reason)
 {
-    if (m_wishing != nullptr && m_wishing->refusal.isEmpty()) {
-        m_wishing->refusal = reason;
+    if (m_exchange != nullptr) {
+        m_exchange->refuse(reason);
     }
 }
 
-void DataServer::passToModel(Colleague *sender, RequestExchange &exchange, const QString &message)
+void DataServer::tellModel(const Message &message)
 {
-    const auto isMessage = [&message](const char *text) { return message == QLatin1String(text); };
-    const bool isParams = isMessage("updateParam") || isMessage("addNewAlgorithm");
-    const bool isNamed = isMessage("addNewAlgorithmByName") || isMessage("removeAlgorithm");
-    const bool isTraining = isMessage("startTraining") || isMessage("stopTraining");
-    const bool isList = isMessage("getAlgorithms");
-    if (m_mediator == nullptr || !(isParams || isNamed || isTraining || isList)) {
-        return;
+    if (m_mediator != nullptr) {
+        m_mediator->setMessageToHalvinModel(message.sender, message.text);
     }
-    if (isParams) {
-        m_currentParams = exchange.params;
-    }
-    if (isNamed) {
-        m_algorithmName = exchange.name;
-    }
-    m_mediator->setMessageToHalvinModel(sender, message);
-    if (isList) {
-        exchange.algorithms = m_algorithms;
-    }
+}
+
+void DataServer::tellModelParams(const Message &message)
+{
+    m_currentParams = message.exchange.params;
+    tellModel(message);
+}
+
+void DataServer::tellModelName(const Message &message)
+{
+    m_algorithmName = message.exchange.name;
+    tellModel(message);
 }
 
 void DataServer::deviceParametrs(RequestExchange &exchange)
@@ -356,7 +299,7 @@ void DataServer::deviceParametrs(RequestExchange &exchange)
 void DataServer::setDeviceParametrs(RequestExchange &exchange)
 {
     if (m_state.readMode && m_state.currentDevice == exchange.device) {
-        exchange.refusal = QStringLiteral("Halvin in state read mode"); // a streaming device reads its parameters
+        exchange.refuse(QStringLiteral("Halvin in state read mode")); // a streaming device reads its parameters
         return;
     }
     DeviceManager *manager = DeviceManager::Instance();
@@ -364,7 +307,7 @@ void DataServer::setDeviceParametrs(RequestExchange &exchange)
         device->setUnitParams(exchange.params);
         manager->releaseDevice(device);
     } else {
-        exchange.refusal = QStringLiteral("Wrong device name");
+        exchange.refuse(QStringLiteral("Wrong device name"));
     }
 }
 
@@ -372,7 +315,7 @@ void DataServer::startDeviceWithMontage(RequestExchange &exchange)
 {
     const QSharedPointer<Montage> montage = bp::MontageFolder(m_state.montageFolder).read(exchange.montageName);
     if (!montage) {
-        exchange.refusal = QStringLiteral("Cannot open montage file");
+        exchange.refuse(QStringLiteral("Cannot open montage file"));
         return;
     }
     const AmplifierInfo deviceBefore = m_state.currentDevice;
@@ -399,13 +342,6 @@ void DataServer::setCurrentMontage(RequestExchange &exchange)
     }
 }
 
-void DataServer::takeDevices(QList<AmplifierInfo> &devices)
-{
-    if (s_listener) {
-        emit s_listener->setDiscoverDevice(devices);
-    }
-}
-
 void DataServer::setNewDevices(QList<AmplifierInfo> &in_list)
 {
     m_devices = in_list;
@@ -413,70 +349,22 @@ void DataServer::setNewDevices(QList<AmplifierInfo> &in_list)
 
 void DataServer::takeNewConnection()
 {
-    BPCommon::log(kLog, "DataServer::takeNewConnection");
-    while (QTcpSocket *socket = m_server->nextPendingConnection()) {
-        connect(socket, &QTcpSocket::disconnected, this, &DataServer::clientDisconnected);
-        lookForRequest();
-        removeTCPSocket();
-        socket->setReadBufferSize(kMaxRequestBytes);
-        if (m_wholeRequests) {
-            m_reader->add(socket);
-            continue;
-        }
-        m_client = socket;
-        connect(socket, &QTcpSocket::readyRead, this, &DataServer::readyReadData);
-        if (socket->bytesAvailable() > 0) {
-            readyReadData();
-        }
-    }
-}
-
-/// The request of the client that is about to be dropped may be there, and not have been told yet.
-void DataServer::lookForRequest()
-{
-    if (m_client && m_client->bytesAvailable() == 0) {
-        m_client->waitForReadyRead(0); // answers it by the way
-    }
-    if (m_client && m_client->bytesAvailable() > 0) {
-        readyReadData();
-    }
+    m_http->acceptClients();
 }
 
 void DataServer::readyReadData()
 {
-    if (m_client) {
-        const QPointer<QTcpSocket> client = m_client;
-        dispatch(tryReadData(), client);
-        m_client.clear();
-        releaseAnsweredClient(client);
-    }
+    m_http->answerClient();
 }
 
-void DataServer::takeRequest(QTcpSocket *client, const bp::WholeRequest &request)
+void DataServer::clientDisconnected()
 {
-    const QString refusal = m_guard->refusal(request.head, client->localAddress());
-    if (!refusal.isEmpty() || !request.refusal.isEmpty()) {
-        bp::sendAndClose(client, bp::errorReply(refusal.isEmpty() ? request.refusal : refusal));
-    } else if (request.head.line.startsWith("OPTIONS ")) { // asks what is allowed, and wants nothing done
-        bp::sendAndClose(client, bp::preflightReply());
-    } else {
-        dispatch(request.text, client);
-    }
-    releaseAnsweredClient(client);
+    m_http->forget(qobject_cast<QTcpSocket *>(sender()));
 }
 
 QString DataServer::tryReadData()
 {
-    QString text;
-    for (int attempt = 0; m_client && attempt < kReadAttempts && text.isEmpty(); ++attempt) {
-        const QByteArray bytes = m_client->readAll();
-        text = QString::fromUtf8(bytes.constData(), bytes.size()); // a NUL does not end it
-        if (text.isEmpty() && !m_client->waitForReadyRead(kReadWaitMs)
-            && m_client->state() != QAbstractSocket::ConnectedState) {
-            break; // nothing will come any more
-        }
-    }
-    return text;
+    return m_http->readText();
 }
 
 QString DataServer::requestLine(const QString &text)
@@ -490,69 +378,12 @@ QString DataServer::requestLine(const QString &text)
 
 QByteArray DataServer::answer(const QString &requestText)
 {
-    return dispatch(requestText, nullptr);
-}
-
-QByteArray DataServer::dispatch(const QString &text, QTcpSocket *client)
-{
-    const QString line = requestLine(text);
+    const QString line = requestLine(requestText);
     const auto handler = std::find_if(m_handlers.cbegin(), m_handlers.cend(),
                                       [&line](const auto &candidate) { return candidate->matchRequest(line); });
     if (handler == m_handlers.cend()) {
-        ProcessRequest &any = *m_handlers.front();
-        any.sendError(client, QStringLiteral("Unknown commands"));
-        return any.lastReply();
+        return bp::errorReply(QStringLiteral("Unknown commands"));
     }
     m_state.clientActive = true;
-    (*handler)->setClient(client);
-    (*handler)->setRequestText(text);
-    (*handler)->handleRequest();
-    (*handler)->setClient(nullptr);
-    return (*handler)->lastReply();
-}
-
-void DataServer::clientDisconnected()
-{
-    BPCommon::log(kLog, "DataServer::clientDisconnected");
-    if (auto *socket = qobject_cast<QTcpSocket *>(sender())) {
-        m_closing.removeOne(socket);
-        socket->close();
-        socket->deleteLater();
-    }
-}
-
-void DataServer::removeTCPSocket()
-{
-    if (m_client) {
-        m_client->disconnect(this);
-        m_client->abort();
-        m_client->deleteLater();
-        m_client.clear();
-    }
-}
-
-void DataServer::releaseAnsweredClient(QTcpSocket *client)
-{
-    if (client == nullptr) {
-        return;
-    }
-    // An answer that is still under way is no reason to drop its client when the next one comes.
-    disconnect(client, &QTcpSocket::readyRead, this, &DataServer::readyReadData);
-    if (client->state() != QAbstractSocket::UnconnectedState) {
-        m_closing.append(client);
-    }
-    limitUnsentAnswers();
-}
-
-/// Drops those who have not taken their answers for longest when they become too many or too large.
-void DataServer::limitUnsentAnswers()
-{
-    const auto unsent = [this] {
-        return std::accumulate(m_closing.cbegin(), m_closing.cend(), qint64{0},
-                               [](qint64 sum, const QTcpSocket *client) { return sum + client->bytesToWrite(); });
-    };
-    while (m_closing.size() > kMaxClosingClients || (m_closing.size() > 1 && unsent() > kMaxUnsentBytes)) {
-        QTcpSocket *oldest = m_closing.takeFirst();
-        oldest->abort();
-    }
+    return (*handler)->answer(Request(requestText));
 }

@@ -21,8 +21,6 @@
 
 class Montage;
 class ProcessRequest;
-class QTcpServer;
-class QTcpSocket;
 class ServerMediator;
 class TcpTextSocket;
 struct RequestExchange;
@@ -30,17 +28,15 @@ class SampleBuffer;
 struct LastValues;
 
 namespace bp {
-class BrowserGuard;
-class RequestReader;
-struct WholeRequest;
+class HttpServer;
 } // namespace bp
 
 /// The local command service: one HTTP request per connection, answered by the handler whose command word occurs in the
 /// request line.
 ///
 /// One client at a time: a newer connection drops one that has sent nothing yet. setWholeRequests() changes that. Lives
-/// on the host's thread, with its event loop, which calls everything here; one object at a time hears of discovered
-/// devices.
+/// on the host's thread, which needs an event loop and calls everything here. When there are several servers, only the
+/// newest one receives the list of discovered devices.
 class BIOPROCESSING_EXPORT DataServer : public QObject, public Colleague
 {
     Q_OBJECT
@@ -57,30 +53,30 @@ public:
     bool isListening() const;
     /// 0 while not listening.
     quint16 serverPort() const;
-    /// Why it does not listen, in the system's words; empty while it does.
+    /// The system's error message while it does not listen; empty while it does.
     QString listenError() const;
 
-    /// How requests are read. Off, as at first: one client at a time, whose first read is its request; a body that
-    /// comes later is not waited for, and everybody is answered. On: many clients at a time, whose requests are read to
+    /// How requests are read. Off (the default): one client at a time; what one read returns is its request, a body
+    /// that comes later is ignored, and every client is answered. On: many clients at a time; each request is read to
     /// the end of the announced body (see bp::RequestReader), answers announce their length in bytes instead of UTF-16
-    /// units, and web pages are turned away (see bp::BrowserGuard). Counts for the connections that follow.
+    /// units, and requests of web pages are rejected (see bp::BrowserGuard). Applies to connections from now on.
     void setWholeRequests(bool on);
-    /// Origins of web pages that may use the service nevertheless while whole requests are read; "*" for all.
+    /// Origins of web pages that may use the service while whole requests are read; "*" for all.
     void setAllowedOrigins(const QStringList &origins);
 
     /// @param mediator  borrowed
     void setMediator(ServerMediator *mediator);
-    /// Applies what acquisition begins with: forgets all data, and waits for a client anew.
+    /// Settings of an acquisition that begins. Clears all data; samples are stored again from the next command on.
     void setServerSettings(QSharedPointer<Montage> montage, const AmplifierInfo &device, int spectrumNormalLength);
-    /// Device and montage have changed: data of the earlier ones is forgotten.
+    /// Device and montage have changed: clears the data of the earlier ones.
     void openDevice(const AmplifierInfo &device, QSharedPointer<Montage> montage);
     /// The algorithms that "getalgorithms" shows. The model calls it when it is sent "getAlgorithms".
     void setParamList(const std::vector<UnitParams> &params);
-    /// The rhythms that are calculated from now on, by their descriptors; values of others are forgotten.
+    /// The rhythms that are calculated from now on, by their descriptors; clears the values of others.
     void updateRhythmList(const std::vector<UnitParams> &params);
-    /// What "updateParam" or "addNewAlgorithm" brought.
+    /// The parameters of the last "updateParam" or "addNewAlgorithm".
     UnitParams getCurrParams() const { return m_currentParams; }
-    /// What "addNewAlgorithmByName" or "removeAlgorithm" named.
+    /// The algorithm of the last "addNewAlgorithmByName" or "removeAlgorithm".
     QString getAlgorhtyhmName() const { return m_algorithmName; }
     QString getMontageName() const { return m_montageName; }
     void setSpectrumNormalLength(unsigned length);
@@ -91,7 +87,7 @@ public:
     /// @param count   valid leading samples of a planar block over the channels of the current montage. Ignored while
     ///                no client has been active.
     void appendNewData(int count, const float *samples);
-    /// @param values  NaN for a channel that has none; the first that is a number goes to the text socket
+    /// @param values  NaN for a channel without a value; the first other value goes to the text socket
     void appendNewRhythm(const QString &name, unsigned count, const float *values);
     /// @param count  channels × points
     void appendNewSpectrum(unsigned count, const float *values);
@@ -100,13 +96,13 @@ public:
 
     void notify(Colleague *sender, QString message) override;
 
-    /// For whoever is connected directly to a signal that carries a client's wish, during its emission: the wish cannot
-    /// be done, and the client gets this reason as the error. The first reason counts. Does nothing at other times, or
-    /// with an empty reason.
+    /// Rejects the request whose signal is being emitted or whose message is being handled: the client gets the reason
+    /// as the error. For slots that are connected directly, and for the model. The first reason counts. Does nothing at
+    /// other times, or with an empty reason.
     void refuse(const QString &reason);
 
-    /// The request whose message or signal is being told; null at other times.
-    const RequestExchange *currentExchange() const { return m_wishing; }
+    /// The request whose signal is being emitted or whose message is being handled; null at other times.
+    const RequestExchange *currentExchange() const { return m_exchange; }
 
     /// The bytes that a request is answered with, as if it had come over a connection.
     QByteArray answer(const QString &requestText);
@@ -135,43 +131,31 @@ public slots:
     void setNewDevices(QList<AmplifierInfo> &in_list);
 
 private:
-    void construct(const QHostAddress &address, quint16 port);
-    void prepeareTcpServer(const QHostAddress &address, quint16 port);
-    void setAllProcess();
     void resetSamples();
-    void lookForRequest();
-    void takeRequest(QTcpSocket *client, const bp::WholeRequest &request);
-    QByteArray dispatch(const QString &text, QTcpSocket *client);
-    void removeTCPSocket();
-    void releaseAnsweredClient(QTcpSocket *client);
-    void limitUnsentAnswers();
 
-    void passToModel(Colleague *sender, RequestExchange &exchange, const QString &message);
+    struct Message;
+    void tellModel(const Message &message);
+    void tellModelParams(const Message &message);
+    void tellModelName(const Message &message);
     static void deviceParametrs(RequestExchange &exchange);
     void setDeviceParametrs(RequestExchange &exchange);
     void startDeviceWithMontage(RequestExchange &exchange);
     void setCurrentMontage(RequestExchange &exchange);
-    static void takeDevices(QList<AmplifierInfo> &devices);
 
-    static QPointer<DataServer> s_listener; ///< hears of discovered devices
+    static QPointer<DataServer> s_listener; ///< receives the list of discovered devices
 
     server_state &m_state;
-    QTcpServer *m_server = nullptr; ///< child
-    bool m_wholeRequests = false;
-    bp::RequestReader *m_reader = nullptr; ///< child
-    std::unique_ptr<bp::BrowserGuard> m_guard;
-    QPointer<QTcpSocket> m_client; ///< the one that has not been answered; none while whole requests are read
-    QList<QTcpSocket *> m_closing; ///< those that still take their answer, oldest first; children of the listener
-    std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
+    bp::HttpServer *m_http; ///< child
     ServerMediator *m_mediator = nullptr;
-    RequestExchange *m_wishing = nullptr; ///< of the request whose wish is being told; null at other times
+    RequestExchange *m_exchange = nullptr; ///< see currentExchange()
     std::unique_ptr<SampleBuffer> m_samples;
     std::unique_ptr<LastValues> m_last;
+    QList<AmplifierInfo> m_devices; ///< as last discovered
+    std::vector<std::unique_ptr<ProcessRequest>> m_handlers; ///< in the order in which they are asked
     std::vector<UnitParams> m_algorithms;
     QString m_algorithmName;
     UnitParams m_currentParams;
-    QList<AmplifierInfo> m_devices;
     QString m_montageName;
     std::atomic<bool> m_textEnabled{false};
-    TcpTextSocket *m_textSocket = nullptr; ///< child
+    TcpTextSocket *m_textSocket; ///< child
 };

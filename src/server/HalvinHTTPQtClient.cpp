@@ -241,7 +241,7 @@ bool HalvinHTTPQtClient::connectToHost(const QByteArray &request)
     connect(socket, &QTcpSocket::readyRead, this, &HalvinHTTPQtClient::readyReadData);
     connect(socket, &QTcpSocket::disconnected, this, &HalvinHTTPQtClient::finishAtDisconnection);
     const qint64 written = socket->write(request);
-    // A quick answer may come with the first wait, and whoever takes it may go on with the next request.
+    // A quick answer may come with the first wait, and its receiver may already send the next request.
     const auto isAnswered = [this, socket] { return m_isAnswered || m_socket != socket; };
     const bool isInTime =
         socket->waitForBytesWritten(kTimeoutMs) && (isAnswered() || socket->waitForReadyRead(kTimeoutMs));
@@ -252,7 +252,7 @@ bool HalvinHTTPQtClient::connectToHost(const QByteArray &request)
     return isInTime && written == request.size();
 }
 
-/// The service is not to answer somebody who no longer listens.
+/// Closes the connection, so that the service does not answer a client that no longer waits.
 void HalvinHTTPQtClient::giveUp()
 {
     m_socket->disconnect(this);
@@ -275,14 +275,14 @@ void HalvinHTTPQtClient::readyReadData()
     }
     m_received += chunk.size();
     m_response += chunk;
-    // The header counts too, so an answer may be declared complete while its last characters are still under way.
+    // The header counts too, so an answer may count as complete while its last characters are still being sent.
     if (m_expected > 0 && m_received >= m_expected) {
-        takeRestOfData();
+        readRestOfData();
         endConnection(m_response);
     }
 }
 
-void HalvinHTTPQtClient::takeRestOfData()
+void HalvinHTTPQtClient::readRestOfData()
 {
     disconnect(m_socket, &QTcpSocket::readyRead, this, &HalvinHTTPQtClient::readyReadData);
     while (HalvinRespPacket::getContent(m_response).size() < m_expected && m_socket->waitForReadyRead(kRestTimeoutMs)) {

@@ -53,7 +53,7 @@ public:
     bool makeSetAlgorhythmParam(const QString &json);
     bool makeRemoveAlgorhythms(const QString &json);
     bool makeAddNewAlgorhythm(const QString &json);
-    /// Sends "getalgorithmparams", despite its name (kept: programs in the field call it so).
+    /// Compatibility: sends "getalgorithmparams" in spite of its name, because programs in the field call it so.
     bool makeAddNewAlgorhythmParam(const QString &json);
     bool makeSetCurrentState(const QString &json);
 
@@ -65,14 +65,14 @@ public:
     /// @param out  gets the request
     bool sendGetRequestWithContent(const char *command, const QString &body, QByteArray &out);
 
-    // The steps of a request and its answer, which the operations above take by themselves.
+    // The steps of a request and its answer; the methods above call them.
 
-    /// Drops the connection before, and its answer, for a new socket.
-    /// @return false when the port is none
+    /// Drops the earlier connection and its answer, and makes a new socket.
+    /// @return false when the port is invalid
     bool prepeareSocket();
     /// The bytes of a request without a body.
     static void setRequestString(const char *command, QByteArray &out);
-    /// Takes the length that an answer announces.
+    /// Reads the length that an answer announces.
     void getContentLength(const QString &text);
     /// Ends the connection and emits the answer.
     void endConnection(const QString &response);
@@ -87,7 +87,7 @@ public slots:
 private:
     bool get(request_type type, const char *command);
     bool post(request_type type, const char *command, const QString &body);
-    void takeRestOfData();
+    void readRestOfData();
     void finishAtDisconnection();
     void giveUp();
 

@@ -56,7 +56,7 @@ void LSLSyncSream::slotAppendData(const vector<float> &in_data, int in_samples)
 
 void LSLSyncSream::makeOutlet()
 {
-    m_outlet.reset(); // two streams of one source must never stand side by side
+    m_outlet.reset(); // there must never be two streams with one source identifier
     m_outlet = std::make_unique<bp::LslOutlet>(bp::LslStream{m_name, m_channelNames, static_cast<double>(m_sampleRate),
                                                              bp::lslSourceId(m_source, m_name), false});
 }

@@ -2,18 +2,21 @@
 
 #include "server/HalvinRespPacket.h"
 #include "server/ServerMediator.h"
-#include "server/handlers/CommandTable.h"
 #include "server/http/HttpReply.h"
 #include "server/http/JsonBody.h"
 
 #include <QJsonDocument>
-#include <QTcpSocket>
+
+Request::Request(const QString &request)
+    : text(request)
+    , body(bp::jsonObject(HalvinRespPacket::getContent(request)))
+{
+}
 
 ProcessRequest::ProcessRequest(server_state &state, std::vector<Command> commands)
     : m_state(state)
     , m_created(QDateTime::currentDateTime())
     , m_commands(std::move(commands))
-    , m_matched(&m_commands.front())
 {
 }
 
@@ -37,19 +40,25 @@ bool ProcessRequest::matchRequest(const QString &requestLine)
 void ProcessRequest::handleRequest()
 {
     m_exchange = RequestExchange();
-    for (const bp::Precondition &precondition : bp::commandRule(command()).preconditions) {
-        if (!bp::holds(precondition.condition, m_state)) {
+    if (m_matched == nullptr) {
+        error(QStringLiteral("Unknown commands"));
+        return;
+    }
+    for (const Precondition &precondition : m_matched->preconditions) {
+        if (!precondition.holds(m_state)) {
             error(QLatin1String(precondition.refusal));
             return;
         }
     }
-    m_body = bp::jsonObject(HalvinRespPacket::getContent(m_text));
     (this->*m_matched->operation)();
 }
 
-void ProcessRequest::setClient(QTcpSocket *client)
+QByteArray ProcessRequest::answer(const Request &request)
 {
-    m_client = client;
+    m_request = request;
+    m_reply.clear();
+    handleRequest();
+    return std::exchange(m_reply, QByteArray());
 }
 
 RequestExchange *ProcessRequest::exchangeOf(Colleague *sender)
@@ -60,22 +69,22 @@ RequestExchange *ProcessRequest::exchangeOf(Colleague *sender)
 
 void ProcessRequest::sendOk(QTcpSocket *client, const QString &body)
 {
-    reply(client, bp::successReply(body, m_lengthUnit));
+    bp::sendAndClose(client, bp::successReply(body, m_lengthUnit));
 }
 
 void ProcessRequest::sendError(QTcpSocket *client, const QString &messageOrJson)
 {
-    reply(client, bp::errorReply(messageOrJson, m_lengthUnit));
+    bp::sendAndClose(client, bp::errorReply(messageOrJson, m_lengthUnit));
 }
 
 void ProcessRequest::ok(const QString &body)
 {
-    sendOk(m_client, body);
+    m_reply = bp::successReply(body, m_lengthUnit);
 }
 
 void ProcessRequest::error(const QString &message)
 {
-    sendError(m_client, message);
+    m_reply = bp::errorReply(message, m_lengthUnit);
 }
 
 void ProcessRequest::ok(const QJsonObject &body)
@@ -85,7 +94,7 @@ void ProcessRequest::ok(const QJsonObject &body)
 
 void ProcessRequest::okAscii(const QByteArray &body)
 {
-    reply(m_client, bp::successReplyAscii(body));
+    m_reply = bp::successReplyAscii(body);
 }
 
 bool ProcessRequest::askServer(const char *message)
@@ -104,7 +113,8 @@ bool ProcessRequest::askModel(const char *message)
     return isDone();
 }
 
-/// A refusal is a sentence that may repeat what the client sent. Errors are not escaped later.
+/// False when the receiver of a message has rejected it; the client then gets the reason, which may repeat what it
+/// sent. Errors are not escaped later.
 bool ProcessRequest::isDone()
 {
     if (m_exchange.refusal.isEmpty()) {
@@ -131,16 +141,10 @@ bool ProcessRequest::askServerForEach(const char *message)
 
 QString ProcessRequest::text(const char *key) const
 {
-    return m_body.value(QLatin1String(key)).toString();
+    return body().value(QLatin1String(key)).toString();
 }
 
 double ProcessRequest::now()
 {
     return static_cast<double>(QDateTime::currentMSecsSinceEpoch());
-}
-
-void ProcessRequest::reply(QTcpSocket *client, const QByteArray &bytes)
-{
-    m_reply = bytes;
-    bp::sendAndClose(client, bytes);
 }

@@ -9,9 +9,9 @@
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QPointer>
 #include <QString>
 
+#include <utility>
 #include <vector>
 
 class QTcpSocket;
@@ -25,19 +25,35 @@ enum class LengthIn { Utf16Units, Bytes };
 
 } // namespace bp
 
-/// Base of the request handlers: finds the command word in a request line, checks what the command asks of the server's
-/// state (see CommandTable.h), and answers once.
+/// A client's request.
+struct Request
+{
+    explicit Request(const QString &request);
+
+    QString text; ///< as sent: request line, head and body
+    QJsonObject body; ///< top-level object of the body; empty when there is none
+};
+
+/// Base of the request handlers: finds the command word in a request line, checks the preconditions of the command, and
+/// answers once.
 ///
 /// A handler is used for one request after another, on the server's thread.
 class BIOPROCESSING_EXPORT ProcessRequest : public Colleague
 {
 public:
     using Operation = void (ProcessRequest::*)();
-    /// A command word and what answers it.
+    /// What the server's state must be, or else the command is rejected.
+    struct Precondition
+    {
+        bool (*holds)(const server_state &state);
+        const char *refusal; ///< the error that the client gets
+    };
+    /// A command word, its preconditions in the order in which they are checked, and what answers it.
     struct Command
     {
         QString word;
         Operation operation;
+        std::vector<Precondition> preconditions;
     };
 
     ProcessRequest(server_state &state, std::vector<Command> commands);
@@ -50,42 +66,45 @@ public:
     virtual void handleRequest();
 
     void setMediator(ServerMediator *mediator) { m_mediator = mediator; }
-    /// @param client  borrowed; null only keeps the answer for lastReply()
-    void setClient(QTcpSocket *client);
-    void setRequestText(const QString &text) { m_text = text; }
+    /// The bytes that answer a request whose line has matched.
+    QByteArray answer(const Request &request);
     /// Of the answers; UTF-16 units unless set.
     void setLengthUnit(bp::LengthIn unit) { m_lengthUnit = unit; }
-    /// The bytes of the last answer.
-    const QByteArray &lastReply() const { return m_reply; }
 
-    RequestExchange &exchange() { return m_exchange; }
-    /// The exchange of a sender; null when it is no request.
+    /// The exchange of a sender; null when it is not a request handler.
     static RequestExchange *exchangeOf(Colleague *sender);
 
-    /// The bytes of a success, and of an error (see bp::errorReply()), sent as bp::sendAndClose() does.
+    /// Sends a success, or an error (see bp::errorReply()), to a client and closes the connection; null: does nothing.
     void sendOk(QTcpSocket *client, const QString &body);
     void sendError(QTcpSocket *client, const QString &messageOrJson);
 
 protected:
+    /// One entry of a handler's list of commands.
+    template <class Handler>
+    static Command on(const char *word, void (Handler::*operation)(), std::vector<Precondition> preconditions = {})
+    {
+        return {QString::fromLatin1(word), static_cast<Operation>(operation), std::move(preconditions)};
+    }
+
     void ok(const QString &body = QString());
     void ok(const QJsonObject &body);
     /// For long bodies of ASCII only.
     void okAscii(const QByteArray &body);
     void error(const QString &message);
 
-    /// Passes a message on. False when somebody refused, which has then been answered.
+    /// Sends a message. False when the receiver rejected it, which has then been answered.
     bool askServer(const char *message);
     bool askModel(const char *message);
     /// The same for each entry of the exchange's list.
     bool askServerForEach(const char *message);
 
     /// Top-level object of the body; empty when there is none.
-    const QJsonObject &body() const { return m_body; }
-    /// A text of the body; empty when it is missing or no text.
+    const QJsonObject &body() const { return m_request.body; }
+    /// A text of the body; empty when it is missing or not a text.
     QString text(const char *key) const;
     /// The command word that matched.
     const QString &command() const { return m_matched->word; }
-    const QString &requestText() const { return m_text; }
+    const QString &requestText() const { return m_request.text; }
     const server_state &state() const { return m_state; }
     static double now();
 
@@ -93,16 +112,13 @@ protected:
 
 private:
     bool isDone();
-    void reply(QTcpSocket *client, const QByteArray &bytes);
 
     server_state &m_state;
     ServerMediator *m_mediator = nullptr;
-    QPointer<QTcpSocket> m_client; ///< may go while the command is carried out
     QDateTime m_created; ///< when the handler was made
     std::vector<Command> m_commands;
-    const Command *m_matched;
-    QString m_text;
-    QJsonObject m_body;
-    QByteArray m_reply;
+    const Command *m_matched = nullptr; ///< null until a request line has matched
+    Request m_request{QString()}; ///< the one that is being answered
+    QByteArray m_reply; ///< to it
     bp::LengthIn m_lengthUnit = bp::LengthIn::Utf16Units;
 };

@@ -11,7 +11,8 @@
 
 class Montage;
 
-/// What a request brings along for those who act on it, and what they hand back. Emptied before each request.
+/// The values of one request, for those who carry it out (host, model, server), and what they return. Empty at the
+/// beginning of each request.
 struct RequestExchange
 {
     /// A profile, or an algorithm by name.
@@ -30,15 +31,23 @@ struct RequestExchange
     AmplifierInfo device;
     QString montageName; ///< file in the montage folder, or the name of a montage that came as a description
     QSharedPointer<Montage> montage;
-    UnitParams params; ///< of a device or an algorithm; filled in by the answer where a request asks for them
+    UnitParams params; ///< of a device or an algorithm; filled in by the receiver where a request asks for them
     QString valuesProblem; ///< of the values that came with the parameters: see bp::valuesProblem()
-    /// All entries of a list, which are told one by one. The list is to be applied whole or not at all: whoever acts on
-    /// the first entry refuses it when one of the others cannot be done.
+    /// All entries of a list, each of which is sent as a message of its own. The list is applied completely or not at
+    /// all: whoever carries out the first entry checks the others too, and rejects it when one of them is impossible.
     QList<Entry> list;
-    int listIndex = 0; ///< of the entry that is being told
+    int listIndex = 0; ///< of the entry whose message is being sent
 
     QStringList profiles; ///< answer to "getProfileList"
     std::vector<UnitParams> algorithms; ///< answer to "getAlgorithms"
     QString recordPath; ///< answer to "getRecordFile"
-    QString refusal; ///< why it could not be done; sent to the client as the error
+    QString refusal; ///< why the request is rejected, see refuse(); sent to the client as the error
+
+    /// Rejects the request. The first reason counts; an empty one does nothing.
+    void refuse(const QString &reason)
+    {
+        if (refusal.isEmpty()) {
+            refusal = reason;
+        }
+    }
 };

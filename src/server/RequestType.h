@@ -2,7 +2,8 @@
 
 #include <QtGlobal>
 
-/// The client's commands by number. Two numbers stand for two commands each (kept: programs in the field store them).
+/// The client's commands by number. Compatibility: two of the numbers stand for two
+/// commands each, because programs in the field store them.
 enum request_type : quint32 {
     request_none = 0,
     request_get_info = 1,

@@ -15,7 +15,7 @@ public:
     void setCompound(Colleague *compound) { m_compound = compound; }
     void setHalvinModel(Colleague *model) { m_model = model; }
 
-    /// Server and model must have been set; without a compound its messages go nowhere.
+    /// Server and model must have been set. Messages to a compound that has not been set are ignored.
     void setMessageToServer(Colleague *sender, const QString &message);
     void setMessageToCompound(Colleague *sender, const QString &message);
     void setMessageToHalvinModel(Colleague *sender, const QString &message);

@@ -8,8 +8,8 @@
 
 class Montage;
 
-/// What the host tells the command service. The host owns and fills it; server and handlers read it, and write only
-/// clientActive, currentDevice and currentMontage. All on the host's thread.
+/// The host's state as the command service sees it. The host owns and fills it. The server and its handlers read it,
+/// and write only clientActive, currentDevice and currentMontage. Used on the host's thread only.
 struct server_state
 {
     bool clientActive = false; ///< a known command has arrived since the settings were applied: samples are kept

@@ -19,13 +19,12 @@ QJsonObject describe(const UnitParams &params)
 } // namespace
 
 RequestGetAlgorithms::RequestGetAlgorithms(server_state &state)
-    : ProcessRequest(
-        state,
-        {{QStringLiteral("getalgorithms"), static_cast<Operation>(&RequestGetAlgorithms::getAlgorithms)},
-         {QStringLiteral("getalgorithmparams"), static_cast<Operation>(&RequestGetAlgorithms::getParameters)},
-         {QStringLiteral("setalgorithmparams"), static_cast<Operation>(&RequestGetAlgorithms::setParameters)},
-         {QStringLiteral("removealgorithm"), static_cast<Operation>(&RequestGetAlgorithms::removeAlgorithm)},
-         {QStringLiteral("addnewalgorithm"), static_cast<Operation>(&RequestGetAlgorithms::addAlgorithm)}})
+    : ProcessRequest(state,
+                     {on("getalgorithms", &RequestGetAlgorithms::getAlgorithms),
+                      on("getalgorithmparams", &RequestGetAlgorithms::getParameters),
+                      on("setalgorithmparams", &RequestGetAlgorithms::setParameters),
+                      on("removealgorithm", &RequestGetAlgorithms::removeAlgorithm),
+                      on("addnewalgorithm", &RequestGetAlgorithms::addAlgorithm)})
 {
 }
 
@@ -86,7 +85,7 @@ void RequestGetAlgorithms::setParameters()
     if (!askServer("getAlgorithms")) {
         return;
     }
-    if (m_exchange.algorithms.empty()) { // nobody has told which there are: the model is to know
+    if (m_exchange.algorithms.empty()) { // the list is unknown here: the model decides
         UnitParams params = ParamFactory::makeCustomProperty(text("name"));
         params.setParamDescriptor(text("desc"));
         m_exchange.algorithms = {params};

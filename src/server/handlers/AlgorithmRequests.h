@@ -4,7 +4,7 @@
 
 /// "getalgorithms", "getalgorithmparams", "setalgorithmparams", "removealgorithm" and "addnewalgorithm".
 ///
-/// An algorithm is named by its type ("name") and, where a profile has several of a type, by its instance ("desc").
+/// A body names an algorithm by its type ("name") and, where a profile has several of one type, by instance ("desc").
 class RequestGetAlgorithms : public ProcessRequest
 {
 public:

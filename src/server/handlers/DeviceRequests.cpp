@@ -1,13 +1,16 @@
 #include "server/handlers/DeviceRequests.h"
 
 #include "server/ParamLimits.h"
+#include "server/handlers/Conditions.h"
 
 #include <algorithm>
 
 namespace {
 
-/// Takes the device of that name, which is not empty, into the exchange.
-bool takeDevice(const QString &name, const QList<AmplifierInfo> &devices, RequestExchange &exchange)
+constexpr ProcessRequest::Precondition kIsIdle{bp::isIdle, "Halvin in state read mode"};
+
+/// Puts the device of that name into the exchange; false when there is none.
+bool chooseDevice(const QString &name, const QList<AmplifierInfo> &devices, RequestExchange &exchange)
 {
     const auto found =
         std::find_if(devices.cbegin(), devices.cend(), [&name](const AmplifierInfo &device) { return device == name; });
@@ -22,11 +25,10 @@ bool takeDevice(const QString &name, const QList<AmplifierInfo> &devices, Reques
 } // namespace
 
 RequestGetDiscoverDevice::RequestGetDiscoverDevice(server_state &state, const QList<AmplifierInfo> &devices)
-    : ProcessRequest(
-        state,
-        {{QStringLiteral("discoverdevices"), static_cast<Operation>(&RequestGetDiscoverDevice::discover)},
-         {QStringLiteral("getdeviceparametrs"), static_cast<Operation>(&RequestGetDiscoverDevice::getParameters)},
-         {QStringLiteral("setdeviceparametrs"), static_cast<Operation>(&RequestGetDiscoverDevice::setParameters)}})
+    : ProcessRequest(state,
+                     {on("discoverdevices", &RequestGetDiscoverDevice::discover, {kIsIdle}),
+                      on("getdeviceparametrs", &RequestGetDiscoverDevice::getParameters),
+                      on("setdeviceparametrs", &RequestGetDiscoverDevice::setParameters)})
     , m_devices(devices)
 {
 }
@@ -44,7 +46,7 @@ void RequestGetDiscoverDevice::discover()
 
 void RequestGetDiscoverDevice::getParameters()
 {
-    if (!takeDevice(text("name"), m_devices, m_exchange)) {
+    if (!chooseDevice(text("name"), m_devices, m_exchange)) {
         error(QStringLiteral("Wrong device name"));
     } else if (askServer("deviceParametrs")) {
         if (m_exchange.params.isEmpty()) {
@@ -57,14 +59,14 @@ void RequestGetDiscoverDevice::getParameters()
 
 void RequestGetDiscoverDevice::setParameters()
 {
-    if (!takeDevice(text("name"), m_devices, m_exchange)) {
+    if (!chooseDevice(text("name"), m_devices, m_exchange)) {
         error(QStringLiteral("Wrong device name"));
         return;
     }
     if (!askServer("deviceParametrs")) {
         return;
     }
-    // The set's own name is the device's here, which is not the device's to take over.
+    // Only the values: the name in the body is the device's, not the parameter set's.
     const QJsonValue values = body().value(QLatin1String("data"));
     const UnitParams before = m_exchange.params;
     const bool isTaken = values.isArray() && !before.isEmpty()
@@ -77,14 +79,14 @@ void RequestGetDiscoverDevice::setParameters()
 }
 
 RequestStartDevice::RequestStartDevice(server_state &state, const QList<AmplifierInfo> &devices)
-    : ProcessRequest(state, {{QStringLiteral("startdevice"), static_cast<Operation>(&RequestStartDevice::startDevice)}})
+    : ProcessRequest(state, {on("startdevice", &RequestStartDevice::startDevice, {kIsIdle})})
     , m_devices(devices)
 {
 }
 
 void RequestStartDevice::startDevice()
 {
-    if (!takeDevice(text("device"), m_devices, m_exchange)) {
+    if (!chooseDevice(text("device"), m_devices, m_exchange)) {
         error(QStringLiteral("Wrong device name"));
         return;
     }
@@ -95,7 +97,9 @@ void RequestStartDevice::startDevice()
 }
 
 RequestStopDevice::RequestStopDevice(server_state &state)
-    : ProcessRequest(state, {{QStringLiteral("stopdevice"), static_cast<Operation>(&RequestStopDevice::stopDevice)}})
+    : ProcessRequest(
+        state,
+        {on("stopdevice", &RequestStopDevice::stopDevice, {{bp::isReading, "Halvin is not in state read mode"}})})
 {
 }
 

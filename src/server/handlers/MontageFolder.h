@@ -8,7 +8,7 @@ class Montage;
 
 namespace bp {
 
-/// The montage files that a client may name: those in one folder, and nothing outside it.
+/// The montage files that a client may use: those in one folder.
 class MontageFolder
 {
 public:
@@ -16,10 +16,10 @@ public:
 
     /// Names of the files, sorted.
     QStringList files() const;
-    /// The file that a client means: one of the folder by its own name, or by its name without ".xml", in any case. A
-    /// name that fits no file gets ".xml" where it lacks that.
+    /// The file of that name, with or without ".xml", in upper or lower case. When there is none: the name, with ".xml"
+    /// appended where it is missing.
     QString fileName(const QString &name) const;
-    /// False for what is no plain file name: empty, with a path separator, a drive or "..".
+    /// False for an empty name, and for one with a path separator, a drive or "..".
     static bool isPlainName(const QString &name);
     bool contains(const QString &name) const;
     /// Null when the name is not plain, or the file cannot be read.

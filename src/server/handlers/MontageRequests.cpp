@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Whether this describes channels, each of which has a name.
+/// Whether all entries are channels with a name, and there is at least one.
 bool isChannelList(const QJsonArray &list)
 {
     return !list.isEmpty() && std::all_of(list.begin(), list.end(), [](const QJsonValue &channel) {
@@ -20,9 +20,9 @@ bool isChannelList(const QJsonArray &list)
 
 RequestMontageEdit::RequestMontageEdit(server_state &state)
     : ProcessRequest(state,
-                     {{QStringLiteral("getmontagelist"), static_cast<Operation>(&RequestMontageEdit::getList)},
-                      {QStringLiteral("getmontageinfo"), static_cast<Operation>(&RequestMontageEdit::getInfo)},
-                      {QStringLiteral("setmontagename"), static_cast<Operation>(&RequestMontageEdit::setMontage)}})
+                     {on("getmontagelist", &RequestMontageEdit::getList),
+                      on("getmontageinfo", &RequestMontageEdit::getInfo),
+                      on("setmontagename", &RequestMontageEdit::setMontage)})
 {
 }
 
@@ -60,15 +60,15 @@ void RequestMontageEdit::getInfo()
 
 void RequestMontageEdit::setMontage()
 {
-    const bool isTaken = body().contains(QLatin1String("chan_list")) ? takeDescription() : takeFile();
-    if (!isTaken) {
+    const bool isMontage = body().contains(QLatin1String("chan_list")) ? readDescription() : readFile();
+    if (!isMontage) {
         error(QStringLiteral("Wrong montage file name"));
     } else if (askServer("setCurrentMontage")) {
         ok(QStringLiteral("Montage installed successfully"));
     }
 }
 
-bool RequestMontageEdit::takeDescription()
+bool RequestMontageEdit::readDescription()
 {
     if (!isChannelList(body().value(QLatin1String("chan_list")).toArray())) {
         return false;
@@ -85,7 +85,7 @@ bool RequestMontageEdit::takeDescription()
     return true;
 }
 
-bool RequestMontageEdit::takeFile()
+bool RequestMontageEdit::readFile()
 {
     const bp::MontageFolder folder(state().montageFolder);
     m_exchange.montageName = text("name");

@@ -12,6 +12,6 @@ private:
     void getList();
     void getInfo();
     void setMontage();
-    bool takeDescription();
-    bool takeFile();
+    bool readDescription();
+    bool readFile();
 };

@@ -1,5 +1,7 @@
 #include "server/handlers/ProfileRequests.h"
 
+#include "server/handlers/Conditions.h"
+
 namespace {
 
 bool isProfile(const QJsonObject &profile)
@@ -12,8 +14,7 @@ bool isProfile(const QJsonObject &profile)
 } // namespace
 
 RequestGetHalvinStatus::RequestGetHalvinStatus(server_state &state)
-    : ProcessRequest(state,
-                     {{QStringLiteral("gethalvinstatus"), static_cast<Operation>(&RequestGetHalvinStatus::getStatus)}})
+    : ProcessRequest(state, {on("gethalvinstatus", &RequestGetHalvinStatus::getStatus)})
 {
 }
 
@@ -23,7 +24,7 @@ void RequestGetHalvinStatus::getStatus()
                      {QStringLiteral("curr_mode"), state().readMode},
                      {QStringLiteral("current_profile"), state().currentProfile},
                      {QStringLiteral("current_device"), state().currentDevice.name()},
-                     {QStringLiteral("write_status"), state().writingFile || state().writingStateFile},
+                     {QStringLiteral("write_status"), bp::isWriting(state())},
                      {QStringLiteral("curr_device"), state().currentDevice.getJsonObject()}};
     if (state().bciMode) {
         QString states;
@@ -38,8 +39,7 @@ void RequestGetHalvinStatus::getStatus()
 }
 
 RequestSetProfile::RequestSetProfile(server_state &state)
-    : ProcessRequest(state,
-                     {{QStringLiteral("setcurrentprofile"), static_cast<Operation>(&RequestSetProfile::setProfile)}})
+    : ProcessRequest(state, {on("setcurrentprofile", &RequestSetProfile::setProfile)})
 {
 }
 
@@ -57,8 +57,7 @@ void RequestSetProfile::setProfile()
 }
 
 RequestGetProfileList::RequestGetProfileList(server_state &state)
-    : ProcessRequest(state,
-                     {{QStringLiteral("getprofilelist"), static_cast<Operation>(&RequestGetProfileList::getList)}})
+    : ProcessRequest(state, {on("getprofilelist", &RequestGetProfileList::getList)})
 {
 }
 
@@ -72,8 +71,8 @@ void RequestGetProfileList::getList()
 
 RequestAddNewProfile::RequestAddNewProfile(server_state &state)
     : ProcessRequest(state,
-                     {{QStringLiteral("addnewprofile"), static_cast<Operation>(&RequestAddNewProfile::addProfile)},
-                      {QStringLiteral("removeprofile"), static_cast<Operation>(&RequestAddNewProfile::removeProfile)}})
+                     {on("addnewprofile", &RequestAddNewProfile::addProfile),
+                      on("removeprofile", &RequestAddNewProfile::removeProfile)})
 {
 }
 

@@ -1,47 +1,34 @@
 #include "server/handlers/RecordRequests.h"
 
+#include "server/handlers/Conditions.h"
+
 RequestStartWriteFile::RequestStartWriteFile(server_state &state)
     : ProcessRequest(state,
-                     {{QStringLiteral("startwritefile"), static_cast<Operation>(&RequestStartWriteFile::startWriting)},
-                      {QStringLiteral("stopwritefile"), static_cast<Operation>(&RequestStartWriteFile::stopWriting)}})
+                     {on("startwritefile", &RequestStartWriteFile::startWriting,
+                         {{bp::isReading, "startwritefile: Halvin does not in work state"},
+                          {bp::isNotWriting, "startwritefile: Halvin is already writing the file"}}),
+                      on("stopwritefile", &RequestStartWriteFile::stopWriting,
+                         {{bp::isReading, "stopwritefile: Halvin does not in work state"},
+                          {bp::isWriting, "stopwritefile: Halvin does not write the file"}})})
 {
 }
 
 void RequestStartWriteFile::startWriting()
 {
-    if (!state().readMode) {
-        error(prefixed(" Halvin does not in work state"));
-    } else if (isWriting()) {
-        error(prefixed(" Halvin is already writing the file"));
-    } else if (askModel("startWritingFlag")) {
-        ok(prefixed("Halvin writes a file"));
+    if (askModel("startWritingFlag")) {
+        ok(QStringLiteral("startwritefile:Halvin writes a file"));
     }
 }
 
 void RequestStartWriteFile::stopWriting()
 {
-    if (!state().readMode) {
-        error(prefixed(" Halvin does not in work state"));
-    } else if (!isWriting()) {
-        error(prefixed(" Halvin does not write the file"));
-    } else if (askModel("stopWritingFlag")) {
-        ok(prefixed("Halvin stopped writing the file"));
+    if (askModel("stopWritingFlag")) {
+        ok(QStringLiteral("stopwritefile:Halvin stopped writing the file"));
     }
 }
 
-bool RequestStartWriteFile::isWriting() const
-{
-    return state().writingFile || state().writingStateFile;
-}
-
-QString RequestStartWriteFile::prefixed(const char *message) const
-{
-    return command() + QLatin1Char(':') + QLatin1String(message);
-}
-
 RequestRemoveAllRecords::RequestRemoveAllRecords(server_state &state)
-    : ProcessRequest(
-        state, {{QStringLiteral("removeallrecords"), static_cast<Operation>(&RequestRemoveAllRecords::removeRecords)}})
+    : ProcessRequest(state, {on("removeallrecords", &RequestRemoveAllRecords::removeRecords)})
 {
 }
 
@@ -54,8 +41,9 @@ void RequestRemoveAllRecords::removeRecords()
 
 RequestRecordLabel::RequestRecordLabel(server_state &state)
     : ProcessRequest(state,
-                     {{QStringLiteral("writelabel"), static_cast<Operation>(&RequestRecordLabel::writeLabel)},
-                      {QStringLiteral("getrecordfile"), static_cast<Operation>(&RequestRecordLabel::getFile)}})
+                     {on("writelabel", &RequestRecordLabel::writeLabel,
+                         {{bp::isRecording, "writelabel: no recording is being written"}}),
+                      on("getrecordfile", &RequestRecordLabel::getFile)})
 {
 }
 

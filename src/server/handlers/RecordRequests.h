@@ -2,7 +2,7 @@
 
 #include "server/ProcessRequest.h"
 
-/// "startwritefile" and "stopwritefile"; their messages begin with the word that matched and ":".
+/// "startwritefile" and "stopwritefile".
 class RequestStartWriteFile : public ProcessRequest
 {
 public:
@@ -11,8 +11,6 @@ public:
 private:
     void startWriting();
     void stopWriting();
-    bool isWriting() const;
-    QString prefixed(const char *message) const;
 };
 
 /// "removeallrecords".

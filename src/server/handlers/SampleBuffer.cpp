@@ -19,26 +19,26 @@ void SampleBuffer::clear()
     }
     m_begin = 0;
     m_count = 0;
-    m_overflowTold = false;
+    m_isOverflowLogged = false;
 }
 
 void SampleBuffer::append(std::size_t samples, const float *planar)
 {
-    const std::size_t taken = std::min(samples, m_capacity);
+    const std::size_t added = std::min(samples, m_capacity);
     for (std::size_t i = 0; i < m_rows.size(); ++i) {
         const float *end = planar + (i + 1) * samples;
-        m_rows[i].insert(m_rows[i].end(), end - taken, end);
+        m_rows[i].insert(m_rows[i].end(), end - added, end);
     }
-    m_count += taken;
+    m_count += added;
     if (m_count > m_capacity) {
         m_begin += m_count - m_capacity;
         m_count = m_capacity;
-        if (!m_overflowTold) {
-            m_overflowTold = true;
+        if (!m_isOverflowLogged) {
+            m_isOverflowLogged = true;
             BPCommon::log(BPCommon::LogServer, "SampleBuffer::append nobody fetches the samples, dropping the oldest");
         }
     }
-    // Dropped samples leave the memory once there are as many of them as kept ones, so each is moved at most once.
+    // Dropped samples are erased once they are as many as those that stay, so each sample is moved at most once.
     if (m_begin >= m_capacity && m_begin > 0) {
         for (std::vector<float> &row : m_rows) {
             row.erase(row.begin(), row.begin() + static_cast<std::ptrdiff_t>(m_begin));

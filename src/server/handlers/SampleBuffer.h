@@ -3,16 +3,17 @@
 #include <cstddef>
 #include <vector>
 
-/// The samples that no client has fetched yet, per channel. Holds so many at most, and so many bytes; the oldest are
-/// dropped, which is traced once until the buffer is emptied.
+/// The samples that no client has fetched yet, per channel. When it is full, the oldest samples are dropped, which is
+/// logged once until the buffer is emptied.
 class SampleBuffer
 {
 public:
-    /// Of all channels together. An answer in JSON takes two to three times as much, and exists twice while it is sent.
+    /// Upper bound for all channels together. A JSON answer needs two to three times as many bytes, and exists twice
+    /// while it is sent.
     static constexpr std::size_t kMaxBytes = std::size_t{64} * 1024 * 1024;
 
-    /// Forgets everything.
-    /// @param capacity  samples per channel; fewer are kept where they would take more than kMaxBytes
+    /// Removes all samples and sets the size.
+    /// @param capacity  samples per channel; reduced where they would need more than kMaxBytes
     void reset(std::size_t channels, std::size_t capacity);
     void clear();
 
@@ -26,8 +27,8 @@ public:
 
 private:
     std::vector<std::vector<float>> m_rows;
-    std::size_t m_begin = 0; ///< dropped samples that still lie in front
+    std::size_t m_begin = 0; ///< dropped samples that are still in memory
     std::size_t m_count = 0;
     std::size_t m_capacity = 0;
-    bool m_overflowTold = false;
+    bool m_isOverflowLogged = false;
 };

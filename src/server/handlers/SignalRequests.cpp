@@ -2,6 +2,7 @@
 
 #include "algorithms/freqspace.h"
 #include "montage/Montage.h"
+#include "server/handlers/Conditions.h"
 #include "server/handlers/LastValues.h"
 #include "server/handlers/SampleBuffer.h"
 #include "server/http/JsonNumbers.h"
@@ -9,6 +10,8 @@
 #include <algorithm>
 
 namespace {
+
+constexpr ProcessRequest::Precondition kIsReading{bp::isReading, "Halvin is not in state mode"};
 
 /// Bytes of a number with its comma, as a first guess.
 constexpr std::size_t kBytesPerNumber = 9;
@@ -80,7 +83,7 @@ template <class Write> void appendRows(QByteArray &json, std::size_t rows, std::
 } // namespace
 
 RequestGetInfo::RequestGetInfo(server_state &state, const LastValues &last)
-    : ProcessRequest(state, {{QStringLiteral("getinfo"), static_cast<Operation>(&RequestGetInfo::getInfo)}})
+    : ProcessRequest(state, {on("getinfo", &RequestGetInfo::getInfo, {kIsReading})})
     , m_last(last)
 {
 }
@@ -105,7 +108,7 @@ void RequestGetInfo::getInfo()
 }
 
 RequestGetData::RequestGetData(server_state &state, SampleBuffer &samples)
-    : ProcessRequest(state, {{QStringLiteral("getdata"), static_cast<Operation>(&RequestGetData::getData)}})
+    : ProcessRequest(state, {on("getdata", &RequestGetData::getData, {kIsReading})})
     , m_samples(samples)
 {
 }
@@ -125,7 +128,7 @@ void RequestGetData::getData()
 }
 
 RequestGetSpectrum::RequestGetSpectrum(server_state &state, const LastValues &last)
-    : ProcessRequest(state, {{QStringLiteral("getspectrum"), static_cast<Operation>(&RequestGetSpectrum::getSpectrum)}})
+    : ProcessRequest(state, {on("getspectrum", &RequestGetSpectrum::getSpectrum, {kIsReading})})
     , m_last(last)
 {
 }
@@ -148,7 +151,8 @@ void RequestGetSpectrum::getSpectrum()
 
 RequestGetLastRhythm::RequestGetLastRhythm(server_state &state, const LastValues &last)
     : ProcessRequest(state,
-                     {{QStringLiteral("getlastrhythm"), static_cast<Operation>(&RequestGetLastRhythm::getLastRhythm)}})
+                     {on("getlastrhythm", &RequestGetLastRhythm::getLastRhythm,
+                         {kIsReading, {bp::showsRhythms, "Halvin is not in BCI mode"}})})
     , m_last(last)
 {
 }
@@ -163,7 +167,7 @@ void RequestGetLastRhythm::getLastRhythm()
 
 RequestGetLastRhythmOrState::RequestGetLastRhythmOrState(server_state &state, const LastValues &last)
     : ProcessRequest(
-        state, {{QStringLiteral("bci"), static_cast<Operation>(&RequestGetLastRhythmOrState::getLastRhythmOrState)}})
+        state, {on("bci", &RequestGetLastRhythmOrState::getLastRhythmOrState, {{bp::isReading, "Device is not open"}})})
     , m_last(last)
 {
 }

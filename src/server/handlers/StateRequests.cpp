@@ -1,5 +1,6 @@
 #include "server/handlers/StateRequests.h"
 
+#include "server/handlers/Conditions.h"
 #include "server/handlers/LastValues.h"
 
 #include <cmath>
@@ -7,6 +8,7 @@
 namespace {
 
 constexpr int kNoState = -1;
+constexpr ProcessRequest::Precondition kIsReading{bp::isReading, "Halvin is not in state work"};
 
 /// A state given as a number or as a numeric text; kNoState for anything else.
 int stateFrom(const QJsonValue &value)
@@ -24,7 +26,9 @@ int stateFrom(const QJsonValue &value)
 } // namespace
 
 RequestGetStates::RequestGetStates(server_state &state, const LastValues &last)
-    : ProcessRequest(state, {{QStringLiteral("getstates"), static_cast<Operation>(&RequestGetStates::getStates)}})
+    : ProcessRequest(
+        state,
+        {on("getstates", &RequestGetStates::getStates, {{bp::isBci, "getstate\r\nthe halvin is not in BCI state"}})})
     , m_last(last)
 {
 }
@@ -42,9 +46,11 @@ void RequestGetStates::getStates()
 }
 
 RequestLastState::RequestLastState(server_state &state, const LastValues &last)
-    : ProcessRequest(state,
-                     {{QStringLiteral("getlaststate"), static_cast<Operation>(&RequestLastState::getLastState)},
-                      {QStringLiteral("setstate"), static_cast<Operation>(&RequestLastState::setState)}})
+    : ProcessRequest(
+        state,
+        {on("getlaststate", &RequestLastState::getLastState,
+            {kIsReading, {bp::isBci, "getlaststate\r\nthe halvin is not in BCI state"}}),
+         on("setstate", &RequestLastState::setState, {kIsReading, {bp::isBci, "Halvin is not in BCI state"}})})
     , m_last(last)
 {
 }
@@ -73,16 +79,15 @@ void RequestLastState::setState()
 }
 
 RequestWriteStateFile::RequestWriteStateFile(server_state &state)
-    : ProcessRequest(
-        state,
-        {{QStringLiteral("writestatefile"), static_cast<Operation>(&RequestWriteStateFile::writeStateFile)},
-         {QStringLiteral("removestatefile"), static_cast<Operation>(&RequestWriteStateFile::removeStateFile)}})
+    : ProcessRequest(state,
+                     {on("writestatefile", &RequestWriteStateFile::writeStateFile),
+                      on("removestatefile", &RequestWriteStateFile::removeStateFile)})
 {
 }
 
 void RequestWriteStateFile::writeStateFile()
 {
-    if (takeState() && askServer("writeStateFile")) {
+    if (readState() && askServer("writeStateFile")) {
         ok(QJsonObject{{QStringLiteral("time"), state().stateFileSeconds},
                        {QStringLiteral("unit"), QStringLiteral("second, sec")},
                        {QStringLiteral("state"), m_exchange.state}});
@@ -91,12 +96,12 @@ void RequestWriteStateFile::writeStateFile()
 
 void RequestWriteStateFile::removeStateFile()
 {
-    if (takeState() && askServer("removeStateFile")) {
+    if (readState() && askServer("removeStateFile")) {
         ok();
     }
 }
 
-bool RequestWriteStateFile::takeState()
+bool RequestWriteStateFile::readState()
 {
     bool isNumber = false;
     m_exchange.state = argument().toInt(&isNumber);
@@ -129,10 +134,12 @@ QString RequestWriteStateFile::argumentForm(const char *message) const
 }
 
 RequestStopStartTraining::RequestStopStartTraining(server_state &state)
-    : ProcessRequest(
-        state,
-        {{QStringLiteral("starttraining"), static_cast<Operation>(&RequestStopStartTraining::startTraining)},
-         {QStringLiteral("stoptraining"), static_cast<Operation>(&RequestStopStartTraining::stopTraining)}})
+    : ProcessRequest(state,
+                     {on("starttraining", &RequestStopStartTraining::startTraining,
+                         {{bp::isBci, "starttraining\r\nthe halvin is not in BCI state"},
+                          {bp::hasRecordedStates, "starttraining: no state files recorded"}}),
+                      on("stoptraining", &RequestStopStartTraining::stopTraining,
+                         {{bp::isBci, "stoptraining\r\nthe halvin is not in BCI state"}})})
 {
 }
 

@@ -41,8 +41,8 @@ public:
 private:
     void writeStateFile();
     void removeStateFile();
-    /// False when the request was refused.
-    bool takeState();
+    /// Reads the state from the request line; false when the request has been rejected.
+    bool readState();
     QString argument() const;
     QString argumentForm(const char *message) const;
 };

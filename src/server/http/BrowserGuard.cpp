@@ -70,7 +70,7 @@ bool BrowserGuard::isAllowed(const QString &origin, const QString &host) const
     return m_origins.contains(plain) || plain == QLatin1String("http://") + host;
 }
 
-/// A number in place of a name cannot be pointed elsewhere, so the address of the connection is let in.
+/// The address of the connection is allowed as a number: unlike a name, it cannot be redirected to this computer.
 bool BrowserGuard::isOwnHost(const QString &host, const QHostAddress &address) const
 {
     const QString name = hostOf(host);

@@ -8,18 +8,19 @@ namespace bp {
 
 struct RequestHead;
 
-/// Keeps web pages away from the service. A browser sends a page's request to any address, this computer's own too, and
-/// the command word would do its work before the page is denied the answer.
+/// Rejects requests of web pages. A browser sends a page's request to any address, also to this computer; it only hides
+/// the answer from the page, when the command has already been carried out.
 ///
-/// Turned away is what names a foreign page ("Origin", or else "Referer"), what a browser marks as sent by one
-/// ("Sec-Fetch-Site"), and what was sent to a host by a name that is not this computer's ("Host"), by which a page
-/// could pass as the service's own. Programs that are no browsers send none of these.
+/// Rejected are requests that name a foreign page ("Origin", or else "Referer"), that a browser marks as sent by one
+/// ("Sec-Fetch-Site"), and that were sent to a host name that is not this computer's ("Host"): a page could use such a
+/// name to pass as the service's own page. Programs other than browsers send none of these.
 class BrowserGuard
 {
 public:
-    /// @param origins  "http://localhost:8000" for example, or "*" for all; their host names are let in too
+    /// @param origins  "http://localhost:8000" for example, or "*" for all; requests to their host names are allowed
+    /// too
     void setAllowedOrigins(const QStringList &origins);
-    /// Empty for a request that may be carried out, otherwise why it may not.
+    /// Why the request is rejected; empty for one that may be carried out.
     /// @param address  at which the request arrived
     QString refusal(const RequestHead &head, const QHostAddress &address) const;
 

@@ -53,7 +53,7 @@ void sendAndClose(QTcpSocket *client, const QByteArray &bytes)
     client->write(bytes);
     client->disconnectFromHost();
     if (client->state() != QAbstractSocket::UnconnectedState) {
-        auto *timer = new QTimer(client); // goes with the connection, of which there may be thousands a second
+        auto *timer = new QTimer(client); // deleted with the connection: there may be thousands a second
         timer->setSingleShot(true);
         QObject::connect(timer, &QTimer::timeout, client, &QTcpSocket::abort);
         timer->start(kCloseTimeoutMs);

@@ -3,22 +3,19 @@
 #include <QJsonArray>
 
 #include <algorithm>
-#include <utility>
-#include <vector>
+#include <map>
 
 namespace bp {
 
 namespace {
 
 constexpr ushort kByteOrderMark = 0xfeff;
+constexpr QChar kFirstInString = QLatin1Char(' '); ///< control characters must be escaped
+const QString kHexDigits = QStringLiteral("0123456789abcdefABCDEF");
 const QString kEscapes = QStringLiteral("\"\\/bfnrt");
 const QString kEscaped = QStringLiteral("\"\\/\b\f\n\r\t");
 
-bool isBetween(QChar character, char first, char last)
-{
-    return character >= QLatin1Char(first) && character <= QLatin1Char(last);
-}
-
+/// Reads one JSON text from left to right. A function that reads something stands behind it when it returns true.
 class JsonReader
 {
 public:
@@ -28,9 +25,9 @@ public:
     {
     }
 
-    bool read(QJsonValue &value)
+    bool readText(QJsonValue &value)
     {
-        const bool isValue = takeValue(value, 0);
+        const bool isValue = readValue(value, 0);
         skipBlanks();
         return isValue && m_at == m_text.size();
     }
@@ -38,29 +35,25 @@ public:
 private:
     QChar current() const { return m_at < m_text.size() ? m_text[m_at] : QChar(); }
 
-    bool takeIf(bool isThere, int count = 1)
+    bool skipIf(bool isThere, int count)
     {
         m_at += isThere ? count : 0;
         return isThere;
     }
-    bool take(char expected) { return takeIf(m_at < m_text.size() && m_text[m_at] == QLatin1Char(expected)); }
-    bool takeWord(const char *word)
-    {
-        const QLatin1String text(word);
-        return takeIf(m_text.midRef(m_at, text.size()) == text, text.size());
-    }
+    bool skip(char expected) { return skipIf(m_at < m_text.size() && m_text[m_at] == QLatin1Char(expected), 1); }
+    bool skip(QLatin1String word) { return skipIf(m_text.midRef(m_at, word.size()) == word, word.size()); }
 
     void skipBlanks()
     {
-        while (take(' ') || take('\t') || take('\n') || take('\r')) { }
+        while (skip(' ') || skip('\t') || skip('\n') || skip('\r')) { }
     }
-    bool takeAfterBlanks(char expected)
+    bool skipAfterBlanks(char expected)
     {
         skipBlanks();
-        return take(expected);
+        return skip(expected);
     }
 
-    bool takeValue(QJsonValue &value, int depth)
+    bool readValue(QJsonValue &value, int depth)
     {
         skipBlanks();
         if (m_at == m_text.size() || depth > kMaxJsonDepth) {
@@ -68,143 +61,122 @@ private:
         }
         switch (current().unicode()) {
         case '{':
-            return takeObject(value, depth);
+            return readObject(value, depth);
         case '[':
-            return takeArray(value, depth);
-        case '"':
-            return takeStringValue(value);
+            return readArray(value, depth);
+        case '"': {
+            QString string;
+            const bool isString = readString(string);
+            value = string;
+            return isString;
+        }
         case 't':
             value = true;
-            return takeWord("true");
+            return skip(QLatin1String("true"));
         case 'f':
             value = false;
-            return takeWord("false");
+            return skip(QLatin1String("false"));
         case 'n':
             value = QJsonValue::Null;
-            return takeWord("null");
+            return skip(QLatin1String("null"));
         default:
-            return takeNumber(value);
+            return readNumber(value);
         }
     }
 
-    bool takeObject(QJsonValue &value, int depth)
+    /// The bracket, the elements with commas between them, and the bracket at the end.
+    template <class ReadElement> bool readList(char begin, char end, ReadElement readElement)
     {
-        std::vector<Member> members;
-        take('{');
-        if (!takeAfterBlanks('}')) {
-            do {
-                Member &member = members.emplace_back();
-                skipBlanks();
-                if (!takeString(member.first) || !takeAfterBlanks(':') || !takeValue(member.second, depth + 1)) {
-                    return false;
-                }
-            } while (takeAfterBlanks(','));
-            if (!take('}')) {
+        skip(begin);
+        if (skipAfterBlanks(end)) {
+            return true;
+        }
+        do {
+            if (!readElement()) {
                 return false;
             }
-        }
-        value = toObject(members);
-        return true;
+        } while (skipAfterBlanks(','));
+        return skip(end);
     }
 
-    bool takeArray(QJsonValue &value, int depth)
+    bool readObject(QJsonValue &value, int depth)
+    {
+        std::map<QString, QJsonValue> members; // an object that grows in another order moves its members each time
+        const bool isObject = readList('{', '}', [&] {
+            QString name;
+            skipBlanks();
+            return readString(name) && skipAfterBlanks(':') && readValue(members[name], depth + 1);
+        });
+        QJsonObject object;
+        for (const auto &[name, member] : members) {
+            object.insert(name, member);
+        }
+        value = object;
+        return isObject;
+    }
+
+    bool readArray(QJsonValue &value, int depth)
     {
         QJsonArray array;
-        take('[');
-        if (!takeAfterBlanks(']')) {
-            do {
-                QJsonValue element;
-                if (!takeValue(element, depth + 1)) {
-                    return false;
-                }
-                array.append(element);
-            } while (takeAfterBlanks(','));
-            if (!take(']')) {
-                return false;
-            }
-        }
+        const bool isArray = readList('[', ']', [&] {
+            QJsonValue element;
+            const bool isValue = readValue(element, depth + 1);
+            array.append(element);
+            return isValue;
+        });
         value = array;
-        return true;
+        return isArray;
     }
 
-    using Member = std::pair<QString, QJsonValue>;
-
-    /// Of members with the same name the last one counts. They are inserted in their order, which takes no moving.
-    static QJsonObject toObject(std::vector<Member> &members)
+    bool readString(QString &string)
     {
-        std::stable_sort(members.begin(), members.end(),
-                         [](const Member &left, const Member &right) { return left.first < right.first; });
-        QJsonObject object;
-        for (std::size_t i = 0; i < members.size(); ++i) {
-            if (i + 1 == members.size() || members[i].first != members[i + 1].first) {
-                object.insert(members[i].first, members[i].second);
-            }
-        }
-        return object;
-    }
-
-    bool takeStringValue(QJsonValue &value)
-    {
-        QString string;
-        const bool isString = takeString(string);
-        value = string;
-        return isString;
-    }
-
-    bool takeString(QString &string)
-    {
-        if (!take('"')) {
+        if (!skip('"')) {
             return false;
         }
-        while (m_at < m_text.size() && !isBetween(current(), '\0', '\x1f')) {
+        while (m_at < m_text.size() && current() >= kFirstInString) {
             const int begin = m_at;
-            while (m_at < m_text.size() && current() != QLatin1Char('"') && current() != QLatin1Char('\\')
-                   && !isBetween(current(), '\0', '\x1f')) {
+            while (current() != QLatin1Char('"') && current() != QLatin1Char('\\') && current() >= kFirstInString) {
                 ++m_at;
             }
             string += m_text.midRef(begin, m_at - begin);
-            if (take('"')) {
+            if (skip('"')) {
                 return true;
             }
-            if (take('\\') && !takeEscape(string)) {
+            if (skip('\\') && !readEscape(string)) {
                 return false;
             }
         }
         return false;
     }
 
-    /// Half a surrogate pair is taken as it is.
-    bool takeEscape(QString &string)
+    /// Behind the backslash. Half a surrogate pair is accepted.
+    bool readEscape(QString &string)
     {
-        if (!take('u')) {
+        if (!skip('u')) {
             const int escape = kEscapes.indexOf(current());
             string += escape >= 0 ? kEscaped[escape] : QChar();
-            return takeIf(escape >= 0);
+            return skipIf(escape >= 0, 1);
         }
         const QStringRef digits = m_text.midRef(m_at, 4);
-        const bool isHex =
-            digits.size() == 4 && std::all_of(digits.begin(), digits.end(), [](QChar digit) {
-                return isBetween(digit, '0', '9') || isBetween(digit, 'a', 'f') || isBetween(digit, 'A', 'F');
-            });
+        const bool isHex = digits.size() == 4
+            && std::all_of(digits.begin(), digits.end(), [](QChar digit) { return kHexDigits.contains(digit); });
         string += QChar(digits.toUShort(nullptr, 16));
-        return takeIf(isHex, 4);
+        return skipIf(isHex, 4);
     }
 
-    bool takeNumber(QJsonValue &value)
+    bool readNumber(QJsonValue &value)
     {
         const int begin = m_at;
-        take('-');
-        if (!take('0') && !takeDigits()) {
+        skip('-');
+        if (!skip('0') && !skipDigits()) {
             return false;
         }
-        if (take('.') && !takeDigits()) {
+        if (skip('.') && !skipDigits()) {
             return false;
         }
-        if (take('e') || take('E')) {
-            if (!take('+')) {
-                take('-');
-            }
-            if (!takeDigits()) {
+        if (skip('e') || skip('E')) {
+            static_cast<void>(skip('+') || skip('-'));
+            if (!skipDigits()) {
                 return false;
             }
         }
@@ -213,10 +185,10 @@ private:
         return isInRange;
     }
 
-    bool takeDigits()
+    bool skipDigits()
     {
         const int begin = m_at;
-        while (isBetween(current(), '0', '9')) {
+        while (current() >= QLatin1Char('0') && current() <= QLatin1Char('9')) {
             ++m_at;
         }
         return m_at > begin;
@@ -231,7 +203,7 @@ private:
 QJsonObject jsonObject(const QString &text)
 {
     QJsonValue value;
-    return JsonReader(text).read(value) ? value.toObject() : QJsonObject();
+    return JsonReader(text).readText(value) ? value.toObject() : QJsonObject();
 }
 
 } // namespace bp

@@ -5,14 +5,14 @@
 
 namespace bp {
 
-/// No body is nested more deeply.
+/// Deepest nesting of a body.
 constexpr int kMaxJsonDepth = 256;
 
-/// The top-level object of a JSON text (RFC 8259); empty for anything else. Numbers beyond the range of a double make
-/// no JSON text here; of members with the same name the last one counts.
+/// The top-level object of a JSON text (RFC 8259); empty for anything else. A text with a number beyond the range of a
+/// double counts as malformed. Of members with the same name the last one counts.
 ///
-/// Does not go through Qt's parser, which loses memory with each malformed text, and with containers under a name that
-/// occurs twice: whoever talks to the service could fill it up.
+/// Why not QJsonDocument: its parser (Qt 5.15) leaks memory when a name occurs twice and has an array or an object as
+/// its value, so a client could fill the memory. A check that finds such names first would be most of this reader.
 QJsonObject jsonObject(const QString &text);
 
 } // namespace bp

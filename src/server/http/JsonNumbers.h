@@ -2,7 +2,7 @@
 
 namespace bp {
 
-/// Room that one number takes at most.
+/// Upper bound of the characters of one number.
 constexpr int kMaxNumberLength = 32;
 
 /// Writes a sample truncated toward zero to two decimals, in the same form as Qt's JSON writer; "null" when it is not
@@ -10,8 +10,7 @@ constexpr int kMaxNumberLength = 32;
 /// @return behind the last character
 char *writeTruncated(char *out, float sample);
 
-/// Writes a spectrum value between 0 and 10000 with three decimals; what lies below counts as 0, and so does what lies
-/// above or is no number.
+/// Writes a spectrum value with three decimals; a value below 0 or above 10000 and NaN become 0.
 /// @return behind the last character
 char *writeThreeDecimals(char *out, float value);
 

@@ -10,16 +10,16 @@ namespace bp {
 
 namespace {
 
-/// The library's own client ends its requests without a body like this, and sends no blank line.
+/// The end of a request without a body from the library's own client, which sends no blank line.
 const QByteArray kOwnEnd("\r\nAccept: application/json, text/j\r\n");
 
 const QString kTooLarge = QStringLiteral("The request is too large");
 
 } // namespace
 
-RequestReader::RequestReader(Take take, QObject *parent)
+RequestReader::RequestReader(Receive receive, QObject *parent)
     : QObject(parent)
-    , m_take(std::move(take))
+    , m_receive(std::move(receive))
 {
 }
 
@@ -28,17 +28,17 @@ void RequestReader::add(QTcpSocket *socket)
     auto *timer = new QTimer(socket);
     timer->setSingleShot(true);
     m_clients.push_back({socket, timer, {}});
-    connect(socket, &QTcpSocket::readyRead, this, [this, socket] { takeBytes(socket); });
+    connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readBytes(socket); });
     connect(socket, &QTcpSocket::disconnected, this, [this, socket] { forget(socket); });
-    connect(timer, &QTimer::timeout, this, [this, socket] { takeTimeout(socket); });
+    connect(timer, &QTimer::timeout, this, [this, socket] { handleTimeout(socket); });
     timer->start(kTimeoutMs);
     if (m_clients.size() > kMaxClients) {
-        m_clients.front().socket->abort(); // which forgets it
+        m_clients.front().socket->abort(); // its signal removes it from the list
     }
-    takeBytes(socket);
+    readBytes(socket);
 }
 
-void RequestReader::takeBytes(QTcpSocket *socket)
+void RequestReader::readBytes(QTcpSocket *socket)
 {
     const auto client = find(socket);
     if (client == m_clients.end() || socket->bytesAvailable() == 0) {
@@ -51,7 +51,7 @@ void RequestReader::takeBytes(QTcpSocket *socket)
     }
 }
 
-/// Fills the request when there is one, or a reason not to wait for it.
+/// Fills in the request when it is complete, or the reason to reject it.
 RequestReader::State RequestReader::examine(Client &client, WholeRequest &request)
 {
     const auto refused = [&request](const QString &reason) {
@@ -86,7 +86,7 @@ RequestReader::State RequestReader::examine(Client &client, WholeRequest &reques
     return State::Incomplete;
 }
 
-void RequestReader::takeTimeout(QTcpSocket *socket)
+void RequestReader::handleTimeout(QTcpSocket *socket)
 {
     const auto client = find(socket);
     if (client == m_clients.end()) {
@@ -106,7 +106,7 @@ void RequestReader::takeTimeout(QTcpSocket *socket)
 void RequestReader::finish(QTcpSocket *socket, const WholeRequest &request)
 {
     forget(socket);
-    m_take(socket, request);
+    m_receive(socket, request);
 }
 
 std::vector<RequestReader::Client>::iterator RequestReader::find(const QTcpSocket *socket)

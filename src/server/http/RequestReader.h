@@ -19,14 +19,15 @@ struct WholeRequest
 {
     RequestHead head;
     QString text; ///< see plainRequest()
-    QString refusal; ///< why it cannot be taken; empty otherwise
+    QString refusal; ///< why it is rejected; empty otherwise
 };
 
-/// Reads requests of many clients at a time, each to its end: the head, and the body that it announces, in however many
-/// pieces they come.
+/// Reads requests of many clients at a time, each to its end: the head and the body that it announces, in any number of
+/// pieces.
 ///
-/// A request without the blank line behind its head is taken when nothing more comes for a moment. A client that sends
-/// nothing, or not all that it announced, is given up after 10 s; of 64 clients the oldest goes when one more comes.
+/// A request without a blank line behind its head is complete when nothing more comes for kQuietMs. A client that sends
+/// nothing is dropped after kTimeoutMs, one that sends less than it announced gets an error. When one client more than
+/// kMaxClients connects, the oldest is dropped.
 class RequestReader : public QObject
 {
     Q_OBJECT
@@ -37,10 +38,10 @@ public:
     static constexpr int kTimeoutMs = 10000;
     static constexpr int kQuietMs = 250;
 
-    using Take = std::function<void(QTcpSocket *client, const WholeRequest &request)>;
+    using Receive = std::function<void(QTcpSocket *client, const WholeRequest &request)>;
 
-    /// @param take  gets each request; the client is no longer read from then
-    RequestReader(Take take, QObject *parent);
+    /// @param receive  called with each request; its client is not read any more
+    RequestReader(Receive receive, QObject *parent);
 
     /// @param socket  borrowed; forgotten when it disconnects
     void add(QTcpSocket *socket);
@@ -51,18 +52,18 @@ private:
         QTcpSocket *socket;
         QTimer *timer; ///< child of the socket
         QByteArray bytes;
-        bool isContinued = false; ///< was told to send its body
+        bool isContinued = false; ///< "100 Continue" has been sent
     };
     enum class State { Incomplete, Complete, Refused };
 
-    void takeBytes(QTcpSocket *socket);
-    void takeTimeout(QTcpSocket *socket);
+    void readBytes(QTcpSocket *socket);
+    void handleTimeout(QTcpSocket *socket);
     static State examine(Client &client, WholeRequest &request);
     void finish(QTcpSocket *socket, const WholeRequest &request);
     std::vector<Client>::iterator find(const QTcpSocket *socket);
     void forget(QTcpSocket *socket);
 
-    Take m_take;
+    Receive m_receive;
     std::vector<Client> m_clients; ///< oldest first
 };
 

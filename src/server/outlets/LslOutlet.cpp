@@ -54,8 +54,8 @@ double announcedRate(double rate)
 void describe(lsl_streaminfo info, const QStringList &channels)
 {
     const lsl_xml_ptr root = lsl_get_desc(info);
-    // Manufacturer, unit and type are the same whatever the device and the channel (kept: consumers know the stream by
-    // them).
+    // Compatibility: manufacturer, unit and type are the same for every device and channel, because consumers know the
+    // stream by them.
     lsl_append_child_value(root, "manufacturer", "BioSemi");
     const lsl_xml_ptr list = lsl_append_child(root, "channels");
     for (const QString &name : channels) {
