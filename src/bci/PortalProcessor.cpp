@@ -5,8 +5,8 @@
 #include "bci/model/PortalModel.h"
 #include "bci/numerics/FiniteRow.h"
 #include "bci/utilities.h"
-#include "common/HalvinException.h"
 #include "common/ExceptionText.h"
+#include "common/HalvinException.h"
 
 #include <QThread>
 
